@@ -1,0 +1,8 @@
+#include "componentplugin.h"
+
+#include "moduleregistration.h"
+
+void ComponentPlugin::registerTypes(const char* uri)
+{
+    whiteboard::registerModuleTypes(uri);
+}

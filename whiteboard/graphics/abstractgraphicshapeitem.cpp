@@ -1,0 +1,210 @@
+#include "graphics/abstractgraphicshapeitem.h"
+
+#include <QPainter>
+#include <QPainterPathStroker>
+
+namespace whiteboard {
+
+AbstractGraphicShapeItem::AbstractGraphicShapeItem(GraphicScene* scene, GraphicItem* parent)
+    : GraphicItem(scene, parent)
+{
+}
+
+AbstractGraphicShapeItem::AbstractGraphicShapeItem(const AbstractGraphicShapeItem& other)
+    : GraphicItem(other)
+    , m_outlinePath(other.m_outlinePath)
+    , m_hitPath(other.m_hitPath)
+    , m_brush(other.m_brush)
+    , m_pen(other.m_pen)
+    , m_brushHovered(other.m_brushHovered)
+    , m_penHovered(other.m_penHovered)
+    , m_cacheOffset(other.m_cacheOffset)
+{
+}
+
+void AbstractGraphicShapeItem::setDrawingStyleDefaults()
+{
+    setPen(QPen(QColor(Qt::red)));
+    setBrushHovered(QBrush(QColor("#80ffff00"), Qt::SolidPattern));
+    setPenHovered(QPen(QColor("#80ff0000")));
+    setCursorShape(Qt::PointingHandCursor);
+}
+
+void AbstractGraphicShapeItem::setBrush(const QBrush& brush)
+{
+    if (m_brush == brush)
+        return;
+    m_brush = brush;
+    emit brushChanged();
+}
+
+void AbstractGraphicShapeItem::setPen(const QPen& pen)
+{
+    if (m_pen == pen)
+        return;
+    m_pen = pen;
+    emit penChanged();
+}
+
+void AbstractGraphicShapeItem::setBrushHovered(const QBrush& brush)
+{
+    if (m_brushHovered == brush)
+        return;
+    m_brushHovered = brush;
+    emit brushHoveredChanged();
+}
+
+void AbstractGraphicShapeItem::setPenHovered(const QPen& pen)
+{
+    if (m_penHovered == pen)
+        return;
+    m_penHovered = pen;
+    emit penHoveredChanged();
+}
+
+QColor AbstractGraphicShapeItem::color() const
+{
+    return m_brush == QBrush(Qt::NoBrush) ? m_pen.color() : m_brush.color();
+}
+
+void AbstractGraphicShapeItem::setColor(const QColor& color)
+{
+    if (m_brush == QBrush(Qt::NoBrush)) {
+        QPen pen = m_pen;
+        if (pen.color() == color)
+            return;
+        pen.setColor(color);
+        setPen(pen);
+    } else {
+        QBrush brush = m_brush;
+        if (brush.color() == color)
+            return;
+        brush.setColor(color);
+        setBrush(brush);
+    }
+    emit colorChanged();
+}
+
+double AbstractGraphicShapeItem::strokeWidth() const
+{
+    return m_pen == QPen(Qt::NoPen) ? 1.0 : m_pen.widthF();
+}
+
+void AbstractGraphicShapeItem::setStrokeWidth(double width)
+{
+    if (m_pen == QPen(Qt::NoPen) || qFuzzyCompare(m_pen.widthF(), width))
+        return;
+    QPen pen = m_pen;
+    pen.setWidthF(width);
+    setPen(pen);
+    emit strokeWidthChanged();
+}
+
+QPainterPath AbstractGraphicShapeItem::strokeOf(const QPainterPath& path)
+{
+    QPainterPathStroker stroker;
+    stroker.setWidth(6);
+    return stroker.createStroke(path).simplified();
+}
+
+void AbstractGraphicShapeItem::rebuildHitPath()
+{
+    m_hitPath = strokeOf(m_outlinePath);
+}
+
+double AbstractGraphicShapeItem::hitTolerance() const
+{
+    return double(float(m_pen.width() + 6) * 0.5f);
+}
+
+QColor AbstractGraphicShapeItem::paintColor(QColor color) const
+{
+    if (selected())
+        color = color.darker(110);
+    color.setAlphaF(float(opacity()));
+    return color;
+}
+
+void AbstractGraphicShapeItem::paint(QPainter* painter, const QRectF*)
+{
+    if (!visible() || opacity() < 0.001)
+        return;
+    QPen pen = m_pen;
+    if (pen != QPen(Qt::NoPen))
+        pen.setColor(paintColor(pen.color()));
+    QBrush brush = m_brush;
+    if (brush != QBrush(Qt::NoBrush))
+        brush.setColor(paintColor(brush.color()));
+    pen.setJoinStyle(Qt::MiterJoin);
+    painter->setPen(pen);
+    painter->setBrush(brush);
+    painter->drawPath(m_outlinePath);
+    paintSelectionVeil(painter);
+}
+
+void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
+{
+    if (!selected() || m_brush == QBrush(Qt::NoBrush))
+        return;
+    const QColor veil("#30000000");
+    painter->setPen(QPen(QBrush(veil, Qt::SolidPattern), m_pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
+    painter->setBrush(QBrush(veil, Qt::SolidPattern));
+    painter->drawPath(m_outlinePath);
+}
+
+bool AbstractGraphicShapeItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
+{
+    switch (mode) {
+    case Qt::ContainsItemShape:
+    case Qt::IntersectsItemShape:
+        return m_hitPath.contains(point);
+    case Qt::ContainsItemBoundingRect:
+    case Qt::IntersectsItemBoundingRect:
+        return m_outlinePath.boundingRect().contains(point);
+    }
+    return false;
+}
+
+bool AbstractGraphicShapeItem::collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const
+{
+    const QPainterPath& shape = (m_hitPath.isEmpty() || m_brush != QBrush(Qt::NoBrush)) ? m_outlinePath : m_hitPath;
+    switch (mode) {
+    case Qt::ContainsItemShape:
+        return path.contains(shape);
+    case Qt::IntersectsItemShape:
+        return path.intersects(shape);
+    case Qt::ContainsItemBoundingRect:
+        return path.contains(m_outlinePath.boundingRect());
+    case Qt::IntersectsItemBoundingRect:
+        return path.intersects(m_outlinePath.boundingRect());
+    }
+    return false;
+}
+
+bool AbstractGraphicShapeItem::collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const
+{
+    QRectF r = m_hitPath.isEmpty() ? m_outlinePath.boundingRect() : m_hitPath.boundingRect();
+    // Straight lines have a zero extent in one axis; give them one unit.
+    if (r.width() == 0.0)
+        r.setWidth(1.0);
+    if (r.height() == 0.0)
+        r.setHeight(1.0);
+    switch (mode) {
+    case Qt::ContainsItemShape:
+        return rect.contains(r);
+    case Qt::IntersectsItemShape:
+        return rect.intersects(r);
+    case Qt::ContainsItemBoundingRect:
+        return rect.contains(m_outlinePath.boundingRect());
+    case Qt::IntersectsItemBoundingRect:
+        return rect.intersects(m_outlinePath.boundingRect());
+    }
+    return false;
+}
+
+const QPainterPath& AbstractGraphicShapeItem::shape() const
+{
+    return m_outlinePath;
+}
+
+} // namespace whiteboard

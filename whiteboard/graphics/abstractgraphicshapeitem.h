@@ -1,0 +1,94 @@
+#pragma once
+
+#include "graphics/graphicitem.h"
+
+#include <QBrush>
+#include <QColor>
+#include <QPainterPath>
+#include <QPen>
+
+namespace whiteboard {
+
+// Common base of the concrete items: the two styles, the geometry in
+// `outlinePath`, its width-6 hit band in `hitPath`, default painting and hit
+// tests.
+//
+// Invariant: after any interaction that changes `outlinePath` ends, `hitPath`
+// is the simplified width-6 stroke of it and `boundary` its bounding rectangle.
+class AbstractGraphicShapeItem : public GraphicItem
+{
+    Q_OBJECT
+    Q_PROPERTY(QBrush brush READ brush WRITE setBrush NOTIFY brushChanged)
+    Q_PROPERTY(QPen pen READ pen WRITE setPen NOTIFY penChanged)
+    Q_PROPERTY(QBrush brushHovered READ brushHovered WRITE setBrushHovered NOTIFY brushHoveredChanged)
+    Q_PROPERTY(QPen penHovered READ penHovered WRITE setPenHovered NOTIFY penHoveredChanged)
+    Q_PROPERTY(QColor color READ color WRITE setColor NOTIFY colorChanged)
+    Q_PROPERTY(double strokeWidth READ strokeWidth WRITE setStrokeWidth NOTIFY strokeWidthChanged)
+
+public:
+    explicit AbstractGraphicShapeItem(GraphicScene* scene = nullptr, GraphicItem* parent = nullptr);
+    AbstractGraphicShapeItem(const AbstractGraphicShapeItem& other);
+
+    QBrush brush() const { return m_brush; }
+    void setBrush(const QBrush& brush);
+    QPen pen() const { return m_pen; }
+    void setPen(const QPen& pen);
+    QBrush brushHovered() const { return m_brushHovered; }
+    void setBrushHovered(const QBrush& brush);
+    QPen penHovered() const { return m_penHovered; }
+    void setPenHovered(const QPen& pen);
+    QColor color() const;
+    void setColor(const QColor& color);
+    double strokeWidth() const;
+    void setStrokeWidth(double width);
+
+    QPainterPath outlinePath() const { return m_outlinePath; }
+    void setOutlinePath(const QPainterPath& path) { m_outlinePath = path; }
+    QPainterPath hitPath() const { return m_hitPath; }
+    void setHitPath(const QPainterPath& path) { m_hitPath = path; }
+    QPointF cacheOffset() const { return m_cacheOffset; }
+    void setCacheOffset(const QPointF& offset) { m_cacheOffset = offset; }
+
+    // The width-6 band along `path` that hit tests and dirty paths use.
+    static QPainterPath strokeOf(const QPainterPath& path);
+    // Recomputes `hitPath` from `outlinePath`.
+    void rebuildHitPath();
+
+    // Hit tolerance of lines and outlines: half of the pen width plus six.
+    double hitTolerance() const;
+
+    void paint(QPainter* painter, const QRectF* rect = nullptr) override;
+    bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const override;
+    bool collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const override;
+    bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
+    const QPainterPath& shape() const override;
+
+signals:
+    void brushChanged();
+    void penChanged();
+    void brushHoveredChanged();
+    void penHoveredChanged();
+    void colorChanged();
+    void strokeWidthChanged();
+
+protected:
+    // The placeholder styles of the drawing items; the scene replaces the pen
+    // from the palette when a user draws one.
+    void setDrawingStyleDefaults();
+    // The selection veil over filled shapes.
+    void paintSelectionVeil(QPainter* painter) const;
+    // The colour to paint `color` with: darker when selected, at the item's opacity.
+    QColor paintColor(QColor color) const;
+
+    QPainterPath m_outlinePath;
+    QPainterPath m_hitPath;
+
+private:
+    QBrush m_brush;
+    QPen m_pen;
+    QBrush m_brushHovered;
+    QPen m_penHovered;
+    QPointF m_cacheOffset;
+};
+
+} // namespace whiteboard

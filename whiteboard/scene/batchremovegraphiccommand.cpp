@@ -1,0 +1,45 @@
+#include "scene/batchremovegraphiccommand.h"
+
+#include "graphics/graphicitem.h"
+#include "scene/graphicscene.h"
+
+namespace whiteboard {
+
+BatchRemoveGraphicCommand::BatchRemoveGraphicCommand(const QList<QSharedPointer<GraphicItem>>& items, GraphicScene* scene,
+                                                     bool sync)
+    : GraphicCommand(QSharedPointer<GraphicItem>(), scene)
+    , m_items(items)
+    , m_sync(sync)
+{
+}
+
+QRect BatchRemoveGraphicCommand::dirtyRect() const
+{
+    QRect rect;
+    for (const QSharedPointer<GraphicItem>& item : m_items)
+        rect = rect.united(item->boundary().toRect());
+    return rect;
+}
+
+void BatchRemoveGraphicCommand::redo()
+{
+    m_scene->clearSelection();
+    for (const QSharedPointer<GraphicItem>& item : std::as_const(m_items)) {
+        if (item->activeFocus())
+            m_scene->setFocusItem(QSharedPointer<GraphicItem>());
+        if (item->selected())
+            item->setSelected(false);
+    }
+    const QRect rect = dirtyRect();
+    m_scene->removeItems(GraphicScene::ItemLayer, m_items);
+    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
+}
+
+void BatchRemoveGraphicCommand::undo()
+{
+    const QRect rect = dirtyRect();
+    m_scene->addItems(GraphicScene::ItemLayer, m_items);
+    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
+}
+
+} // namespace whiteboard

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QList>
+#include <QRecursiveMutex>
+#include <QRectF>
+#include <QSet>
+#include <QSharedPointer>
+
+#include <array>
+
+namespace whiteboard {
+
+class GraphicItem;
+
+// One node of a layer's quad tree. An item sinks as deep as a child square
+// wholly contains its boundary; there is no capacity and no split on count.
+// Each node guards its own set; no lock is held across nodes, so a query sees
+// the tree at no single instant.
+class GraphicIndexNode
+{
+public:
+    static constexpr int kMaxDepth = 8;
+
+    GraphicIndexNode(const QRectF& bounds, int depth = 0, int quadrant = 0, GraphicIndexNode* parent = nullptr);
+    ~GraphicIndexNode();
+
+    GraphicIndexNode(const GraphicIndexNode&) = delete;
+    GraphicIndexNode& operator=(const GraphicIndexNode&) = delete;
+
+    void insert(const QSharedPointer<GraphicItem>& item);
+    void remove(const QSharedPointer<GraphicItem>& item);
+    // Re-seats an item whose boundary changed.
+    void update(const QSharedPointer<GraphicItem>& item);
+    void updateAll(const QList<QSharedPointer<GraphicItem>>& items);
+    // Unsorted: the order within a node is the hash's. Callers sort.
+    QList<QSharedPointer<GraphicItem>> query(const QRectF& rect) const;
+    int count() const;
+    void clear();
+
+    QRectF bounds() const { return m_bounds; }
+    int depth() const { return m_depth; }
+    int quadrant() const { return m_quadrant; }
+    GraphicIndexNode* parent() const { return m_parent; }
+    GraphicIndexNode* child(int slot) const { return m_children[slot]; }
+    // Whether this very node holds the item (not its descendants).
+    bool holds(const QSharedPointer<GraphicItem>& item) const;
+
+private:
+    QRectF childBounds(int quadrant) const;
+    void query(const QRectF& rect, QList<QSharedPointer<GraphicItem>>& result) const;
+
+    QRecursiveMutex* m_mutex;
+    QSet<QSharedPointer<GraphicItem>> m_items;
+    GraphicIndexNode* m_parent;
+    std::array<GraphicIndexNode*, 4> m_children { nullptr, nullptr, nullptr, nullptr };
+    int m_quadrant;
+    QRectF m_bounds;
+    int m_depth;
+};
+
+} // namespace whiteboard

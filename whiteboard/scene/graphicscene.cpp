@@ -1,0 +1,756 @@
+#include "scene/graphicscene.h"
+
+#include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicitem.h"
+#include "scene/graphicindexnode.h"
+#include "scene/scenerender.h"
+
+#include "proto/whiteboard.pb.h"
+
+#include <QCryptographicHash>
+#include <QDateTime>
+#include <QJSEngine>
+#include <QMetaObject>
+#include <QMutexLocker>
+#include <QPainter>
+#include <QQuickItem>
+
+#include <algorithm>
+
+namespace whiteboard {
+
+namespace {
+
+// Half away from zero, then truncated.
+int roundHalfAway(double value)
+{
+    return int(value >= 0.0 ? value + 0.5 : value - 0.5);
+}
+
+} // namespace
+
+GraphicScene::GraphicScene(QQuickItem* view)
+    : QObject(view)
+    , m_view(view)
+{
+    QJSEngine::setObjectOwnership(this, QJSEngine::CppOwnership);
+
+    if (view) {
+        connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
+        connect(view, SIGNAL(heightChanged()), this, SLOT(onViewHeightChanged()));
+        connect(this, SIGNAL(sendData(im::whiteboard::TransferData*)), view, SIGNAL(sendData(im::whiteboard::TransferData*)));
+    }
+
+    // The layer images are made on first use (layerImage): an empty board must
+    // not cost four 5000 x 5000 images.
+    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
+        m_layerImages.insert(SceneLayer(layer), QSharedPointer<QImage>());
+        m_layerIndexes.insert(SceneLayer(layer), new GraphicIndexNode(QRectF(0, 0, kIndexExtent, kIndexExtent)));
+    }
+
+    m_render = new SceneRender(this);
+    m_renderThread.setObjectName(QStringLiteral("graphic_render_thread"));
+    m_render->moveToThread(&m_renderThread);
+
+    connect(this, &GraphicScene::initScene, m_render, &SceneRender::onInitScene);
+    connect(this, &GraphicScene::startRender, m_render, &SceneRender::paint);
+    connect(this, &GraphicScene::viewportChanged, m_render, &SceneRender::updateBorderRegion);
+    connect(m_render, &SceneRender::ready, this, &GraphicScene::onReady);
+    connect(m_render, &SceneRender::finished, this, &GraphicScene::onRenderFinished);
+    connect(&m_renderThread, &QThread::finished, m_render, &SceneRender::quit);
+
+    m_renderThread.start(QThread::InheritPriority);
+
+    qRegisterMetaType<im::whiteboard::TransferData*>("im::whiteboard::TransferData*");
+}
+
+GraphicScene::~GraphicScene()
+{
+    m_view = nullptr;
+    m_render->requestQuit();
+    m_render = nullptr;
+    m_renderThread.quit();
+    if (!m_renderThread.wait(3000)) {
+        m_renderThread.terminate();
+        m_renderThread.wait();
+    }
+
+    qDeleteAll(m_imageCache);
+    m_imageCache.clear();
+    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
+        m_layerImages.remove(SceneLayer(layer));
+        delete m_layerIndexes.take(SceneLayer(layer));
+    }
+}
+
+QQuickItem* GraphicScene::view() const
+{
+    return m_view;
+}
+
+void GraphicScene::init()
+{
+    QMutexLocker locker(&m_itemsMutex);
+    emit initScene();
+}
+
+QImage* GraphicScene::layerImage(SceneLayer layer)
+{
+    QSharedPointer<QImage>& image = m_layerImages[layer];
+    if (!image)
+        image.reset(new QImage(int(kIndexExtent), int(kIndexExtent), QImage::Format_ARGB32));
+    return image.data();
+}
+
+QSizeF GraphicScene::viewSize() const
+{
+    return m_view ? m_view->size() : QSizeF();
+}
+
+QRectF GraphicScene::viewBoundingRect() const
+{
+    return m_view ? m_view->boundingRect() : QRectF();
+}
+
+// --- properties -------------------------------------------------------------
+
+void GraphicScene::setViewport(const QRectF& r)
+{
+    if (r == m_viewport)
+        return;
+    const bool insidePage = r.left() >= 0.0 && r.top() >= 0.0 && r.right() <= 1.0 && r.bottom() <= 1.0;
+    if (!insidePage) {
+        // The board may leave the window only as far as 100 view pixels stay in sight.
+        const QSizeF vs = viewSize();
+        const QRectF onScreen(-r.x() / m_viewport.width() * vs.width(), -r.y() / m_viewport.height() * vs.height(),
+                              roundHalfAway(m_sceneSize.width() * m_scale), roundHalfAway(m_sceneSize.height() * m_scale));
+        const QRectF visible = onScreen.intersected(viewBoundingRect());
+        if (visible.width() < 100 || visible.height() < 100)
+            return;
+    }
+    m_viewport = r;
+    emit viewportChanged();
+    update(viewportRect());
+}
+
+void GraphicScene::setBackgroundBrush(const QBrush& brush)
+{
+    if (m_backgroundBrush == brush)
+        return;
+    m_backgroundBrush = brush;
+    emit backgroundBrushChanged();
+}
+
+QSharedPointer<GraphicItem> GraphicScene::focusItem()
+{
+    QMutexLocker locker(&m_itemsMutex);
+    return m_focusItem;
+}
+
+GraphicItem* GraphicScene::focusItemPointer()
+{
+    return focusItem().data();
+}
+
+void GraphicScene::setFocusItem(const QSharedPointer<GraphicItem>& item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    const QString oldGid = m_focusItem ? m_focusItem->gid() : QString();
+    const QString newGid = item ? item->gid() : QString();
+    if (bool(m_focusItem) == bool(item) && oldGid == newGid)
+        return;
+    if (m_focusItem)
+        m_focusItem->setActiveFocus(false);
+    m_focusItem = item;
+    if (m_focusItem) {
+        m_focusItem->setActiveFocus(true);
+        qDebug() << "focus item:" << m_focusItem->gid();
+    }
+    emit focusItemChanged();
+}
+
+void GraphicScene::setItemsBoundingRect(const QRectF& rect)
+{
+    if (m_itemsBoundingRect == rect)
+        return;
+    m_itemsBoundingRect = rect;
+    emit itemsBoundingRectChanged();
+}
+
+void GraphicScene::setSceneSize(const QSize& size)
+{
+    const bool zero = size.width() == 0 && size.height() == 0;
+    if (zero)
+        qDebug() << "scene size cant be 0, please check.";
+    if (size == m_sceneSize || zero)
+        return;
+    m_sceneSize = size;
+    emit sceneSizeChanged();
+    if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
+        QMutexLocker locker(&m_renderMutex);
+        m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
+    }
+    updateViewport(viewBoundingRect().center());
+}
+
+void GraphicScene::setDevicePixelRatio(double ratio)
+{
+    if (qFuzzyCompare(m_devicePixelRatio, ratio))
+        return;
+    m_devicePixelRatio = ratio;
+    emit devicePixelRatioChanged();
+    if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
+        QMutexLocker locker(&m_renderMutex);
+        m_render->updateRenderSize(viewSize().toSize(), ratio);
+    }
+}
+
+void GraphicScene::setScale(double scale, const QPointF& center)
+{
+    if (scale <= 0.01 || qFuzzyCompare(m_scale, scale))
+        return;
+    m_scale = scale;
+    emit scaleChanged();
+    m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
+    m_sceneToViewTransform = QTransform::fromScale(scale, scale);
+    updateViewport(center);
+}
+
+void GraphicScene::setRotation(double rotation)
+{
+    if (qFuzzyCompare(m_rotation, rotation))
+        return;
+    m_rotation = rotation;
+    emit rotationChanged();
+    update(viewportRect());
+}
+
+void GraphicScene::setBackgroundColor(const QColor& color)
+{
+    if (m_backgroundColor == color)
+        return;
+    m_backgroundColor = color;
+    // Any visible entry triggers the same full frame.
+    update(QRectF(QRect(0, 0, 1, 1)));
+    emit backgroundColorChanged();
+}
+
+void GraphicScene::setFillShape(bool fillShape)
+{
+    if (m_fillShape == fillShape)
+        return;
+    m_fillShape = fillShape;
+    emit fillShapeChanged();
+}
+
+void GraphicScene::setImagePath(const QString& path)
+{
+    if (m_imagePath == path)
+        return;
+    m_imagePath = path;
+    emit imagePathChanged();
+}
+
+void GraphicScene::setDisableEdit(bool disableEdit)
+{
+    if (m_disableEdit == disableEdit)
+        return;
+    m_disableEdit = disableEdit;
+    emit disableEditChanged();
+}
+
+void GraphicScene::setDisableDrag(bool disableDrag)
+{
+    if (m_disableDrag == disableDrag)
+        return;
+    m_disableDrag = disableDrag;
+    emit disableDragChanged();
+}
+
+// --- viewport ---------------------------------------------------------------
+
+void GraphicScene::updateViewport(const QPointF& center)
+{
+    const QSizeF vs = viewSize();
+    if (vs.width() <= 0 || vs.height() <= 0)
+        return;
+    const double W = m_sceneSize.width();
+    const double H = m_sceneSize.height();
+    if (m_viewport.width() == 0 && m_viewport.height() == 0) {
+        // First real size: the board is centred.
+        const double w = vs.width() / W / m_scale;
+        const double h = vs.height() / H / m_scale;
+        m_viewport = QRectF(0.5 - w / 2, 0.5 - h / 2, w, h);
+    }
+    const QRectF viewRect = viewBoundingRect();
+    const QRectF visible = mapRectToScene(viewRect);
+    const QPointF c0 = visible.center();
+    const QPointF p = mapToScene(center);
+
+    QRectF next = m_viewToSceneTransform.mapRect(viewRect);
+    const QPointF q = m_viewToSceneTransform.map(center);
+    const QPointF c1 = next.center();
+    next.moveCenter(c0 - ((q - c1) - (p - c0)));
+    setViewport(QRectF(next.x() / W, next.y() / H, next.width() / W, next.height() / H));
+}
+
+void GraphicScene::move(const QPointF& d)
+{
+    if (d.isNull())
+        return;
+    QMutexLocker locker(&m_itemsMutex);
+    const QSizeF vs = viewSize();
+    QRectF next = m_viewport;
+    next.moveTopLeft(QPointF(m_viewport.x() + d.x() / vs.width() * m_viewport.width(),
+                             m_viewport.y() + d.y() / vs.height() * m_viewport.height()));
+    setViewport(next);
+}
+
+void GraphicScene::move(double dx, double dy)
+{
+    move(QPointF(dx, dy));
+}
+
+void GraphicScene::moveTo(const QPointF& point)
+{
+    // Computes the moved viewport and drops it; absolute moves go through the
+    // view's moveSceneTo.
+    QMutexLocker locker(&m_itemsMutex);
+    const QSizeF vs = viewSize();
+    QRectF next = m_viewport;
+    next.moveTopLeft(QPointF(m_viewport.x() + point.x() / vs.width() * m_viewport.width(),
+                             m_viewport.y() + point.y() / vs.height() * m_viewport.height()));
+    Q_UNUSED(next);
+}
+
+void GraphicScene::moveTo(double dx, double dy)
+{
+    moveTo(QPointF(dx, dy));
+}
+
+// --- coordinates ------------------------------------------------------------
+
+QPointF GraphicScene::mapToScene(const QPointF& p, double f) const
+{
+    const QSizeF vs = viewSize();
+    if (vs.width() <= 0 || vs.height() <= 0)
+        return QPointF();
+    double x = m_viewport.x(), y = m_viewport.y(), w = m_viewport.width(), h = m_viewport.height();
+    if (!qFuzzyCompare(f, 1.0)) {
+        x *= f;
+        y *= f;
+        w *= f;
+        h *= f;
+    }
+    return QPointF((p.x() / vs.width() * w + x) * m_sceneSize.width(), (p.y() / vs.height() * h + y) * m_sceneSize.height());
+}
+
+QPointF GraphicScene::mapFromScene(const QPointF& p) const
+{
+    if (m_sceneSize.width() < 1 || m_sceneSize.height() < 1)
+        return QPointF();
+    const QSizeF vs = viewSize();
+    return QPointF((p.x() / m_sceneSize.width() - m_viewport.x()) / m_viewport.width() * vs.width(),
+                   (p.y() / m_sceneSize.height() - m_viewport.y()) / m_viewport.height() * vs.height());
+}
+
+QRectF GraphicScene::mapRectToScene(const QRectF& r) const
+{
+    const QSizeF vs = viewSize();
+    if (vs.width() <= 0 || vs.height() <= 0)
+        return QRectF(0, 0, 0, 0);
+    return QRectF(mapToScene(r.topLeft()), mapToScene(r.bottomRight()));
+}
+
+QRectF GraphicScene::mapRectFromScene(const QRectF& r) const
+{
+    if (m_sceneSize.width() < 1 || m_sceneSize.height() < 1)
+        return QRectF(0, 0, 0, 0);
+    return QRectF(mapFromScene(r.topLeft()), mapFromScene(r.bottomRight()));
+}
+
+namespace {
+
+QPainterPath mapPathThrough(const QPainterPath& path, const QRectF& target)
+{
+    const QRectF b = path.boundingRect();
+    QTransform transform;
+    transform.translate(target.x() - b.x(), target.y() - b.y());
+    transform.scale(b.width() != 0 ? target.width() / b.width() : 1.0, b.height() != 0 ? target.height() / b.height() : 1.0);
+    return transform.map(path);
+}
+
+} // namespace
+
+QPainterPath GraphicScene::mapPathToScene(const QPainterPath& path) const
+{
+    const QSizeF vs = viewSize();
+    if (vs.width() <= 0 || vs.height() <= 0)
+        return QPainterPath();
+    return mapPathThrough(path, mapRectToScene(path.boundingRect()));
+}
+
+QPainterPath GraphicScene::mapPathFromScene(const QPainterPath& path) const
+{
+    if (m_sceneSize.width() < 1 || m_sceneSize.height() < 1)
+        return QPainterPath();
+    return mapPathThrough(path, mapRectFromScene(path.boundingRect()));
+}
+
+QRectF GraphicScene::viewportRect() const
+{
+    const double W = m_sceneSize.width();
+    const double H = m_sceneSize.height();
+    return QRectF(QPointF(m_viewport.x() * W, m_viewport.y() * H),
+                  QPointF((m_viewport.x() + m_viewport.width()) * W, (m_viewport.y() + m_viewport.height()) * H));
+}
+
+void GraphicScene::applySceneTransform(QPainter* painter) const
+{
+    painter->setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    painter->scale(m_scale, m_scale);
+    painter->translate(-m_viewport.x() * m_sceneSize.width(), -m_viewport.y() * m_sceneSize.height());
+    painter->rotate(m_rotation);
+}
+
+// --- items ------------------------------------------------------------------
+
+QSharedPointer<GraphicItem> GraphicScene::makeShared(GraphicItem* item)
+{
+    return QSharedPointer<GraphicItem>(item, &QObject::deleteLater);
+}
+
+QSharedPointer<GraphicItem> GraphicScene::addItem(SceneLayer layer, GraphicItem* item)
+{
+    QSharedPointer<GraphicItem> shared = makeShared(item);
+    addItem(layer, shared);
+    return shared;
+}
+
+void GraphicScene::addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
+        root->insert(item);
+}
+
+void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
+        for (const QSharedPointer<GraphicItem>& item : items)
+            root->insert(item);
+    }
+}
+
+void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
+        root->remove(item);
+}
+
+void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
+        for (const QSharedPointer<GraphicItem>& item : items)
+            root->remove(item);
+    }
+}
+
+void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
+        root->update(item);
+}
+
+int GraphicScene::itemCount(SceneLayer layer)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    return root ? root->count() : 0;
+}
+
+void GraphicScene::sortItems(GraphicItemList& items, int order)
+{
+    if (order == 1) {
+        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+            return a->timestamp() < b->timestamp();
+        });
+    } else {
+        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+            return a->timestamp() > b->timestamp();
+        });
+    }
+}
+
+GraphicItemList GraphicScene::items(SceneLayer layer, int order)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return {};
+    GraphicItemList result = root->query(QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()));
+    sortItems(result, order);
+    return result;
+}
+
+GraphicItemList GraphicScene::itemsInView(SceneLayer layer, const QRectF& viewRect, int order)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return {};
+    GraphicItemList result = root->query(mapRectToScene(viewRect));
+    sortItems(result, order);
+    return result;
+}
+
+GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& path, int mode, int order, const QTransform& transform)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return {};
+    const QPainterPath mapped = transform.map(path);
+    GraphicItemList result;
+    for (const QSharedPointer<GraphicItem>& item : root->query(mapped.boundingRect())) {
+        if (item->collidesWithPath(mapped, Qt::ItemSelectionMode(mode)))
+            result.append(item);
+    }
+    sortItems(result, order);
+    return result;
+}
+
+GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return {};
+    const QPointF mapped = transform.map(point);
+    GraphicItemList result;
+    for (const QSharedPointer<GraphicItem>& item : root->query(QRectF(mapped, QSizeF(1, 1)))) {
+        if (item->collidesWithPoint(mapped, Qt::ItemSelectionMode(mode)))
+            result.append(item);
+    }
+    sortItems(result, order);
+    return result;
+}
+
+GraphicItemList GraphicScene::itemsByRect(SceneLayer layer, const QRectF& rect, int mode, int order, const QTransform& transform)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return {};
+    const QRectF mapped = transform.mapRect(rect);
+    GraphicItemList result;
+    for (const QSharedPointer<GraphicItem>& item : root->query(mapped)) {
+        if (item->collidesWithRect(mapped, Qt::ItemSelectionMode(mode)))
+            result.append(item);
+    }
+    sortItems(result, order);
+    return result;
+}
+
+QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int order, int mode, const QTransform& transform)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    const QPointF p = transform.map(mapToScene(viewPos));
+    GraphicItemList candidates = m_layerIndexes.value(ItemLayer)->query(QRectF(p, QSizeF(1, 1)));
+    if (candidates.isEmpty())
+        return {};
+    sortItems(candidates, order);
+    for (const QSharedPointer<GraphicItem>& item : std::as_const(candidates)) {
+        if (item->collidesWithPoint(p, Qt::ItemSelectionMode(mode)))
+            return item;
+    }
+    return {};
+}
+
+QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
+{
+    const GraphicItemList all = items(ItemLayer, 1);
+    for (const QSharedPointer<GraphicItem>& item : all) {
+        if (item->gid() == gid)
+            return item;
+    }
+    return {};
+}
+
+void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    const QString gid = item->gid();
+    m_selectedItems.removeIf([&gid](const QSharedPointer<GraphicItem>& selected) { return selected->gid() == gid; });
+}
+
+void GraphicScene::clearSelection()
+{
+    QMutexLocker locker(&m_itemsMutex);
+    m_selectedItems.clear();
+}
+
+// --- image cache ------------------------------------------------------------
+
+QString GraphicScene::imageKeyFor(const QImage& image)
+{
+    // A quick fingerprint: size and the start of the first scan line. The
+    // values are cut to a byte each, not encoded.
+    QByteArray bytes;
+    bytes.append(char(image.width()));
+    bytes.append(char(image.height()));
+    bytes.append(char(image.bytesPerLine()));
+    bytes.append(reinterpret_cast<const char*>(image.constBits()), std::min<qsizetype>(image.bytesPerLine(), 100));
+    return QString(QCryptographicHash::hash(bytes, QCryptographicHash::Sha1));
+}
+
+QString GraphicScene::addImage(const QImage& image)
+{
+    const QString key = imageKeyFor(image);
+    QMutexLocker locker(&m_itemsMutex);
+    if (!m_imageCache.contains(key))
+        m_imageCache.insert(key, new QImage(image));
+    return key;
+}
+
+const QImage* GraphicScene::imageByKey(const QString& key) const
+{
+    return m_imageCache.value(key, nullptr);
+}
+
+// --- rendering --------------------------------------------------------------
+
+void GraphicScene::requestFrame()
+{
+    emit beforeRendering();
+    emit startRender();
+    emit afterRendering();
+}
+
+void GraphicScene::makeDirty(const QRectF& rect, SceneLayer layer)
+{
+    if (m_render)
+        m_render->makeDirty(rect, layer);
+}
+
+void GraphicScene::update(const QRectF& rect)
+{
+    makeDirty(rect, AllLayers);
+    requestFrame();
+}
+
+void GraphicScene::update()
+{
+    update(QRectF());
+}
+
+void GraphicScene::updateLayer(SceneLayer layer, const QRegion& region)
+{
+    if (m_render)
+        m_render->makeDirtyRegion(region, layer);
+    requestFrame();
+}
+
+void GraphicScene::updateLayer(SceneLayer layer, const QPainterPath& path)
+{
+    if (m_render)
+        m_render->makeDirtyPath(path, layer);
+    requestFrame();
+}
+
+void GraphicScene::updateFocusItem()
+{
+    const QSharedPointer<GraphicItem> item = focusItem();
+    if (!item)
+        return;
+    updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
+}
+
+QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
+{
+    // Waits for a frame in progress; the contents are read without a lock.
+    m_itemsMutex.lock();
+    m_itemsMutex.unlock();
+    return thumbnailImageData(smallThumbnail);
+}
+
+void GraphicScene::onReady()
+{
+    const QPointF topLeft(m_viewport.x() * m_sceneSize.width(), m_viewport.y() * m_sceneSize.height());
+    const QPointF bottomRight((m_viewport.x() + m_viewport.width()) * m_sceneSize.width(),
+                              (m_viewport.y() + m_viewport.height()) * m_sceneSize.height());
+    update(QRectF(topLeft, bottomRight));
+}
+
+void GraphicScene::onViewWidthChanged()
+{
+    if (!m_view)
+        return;
+    m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
+    updateViewport(viewBoundingRect().center());
+}
+
+void GraphicScene::onViewHeightChanged()
+{
+    onViewWidthChanged();
+}
+
+void GraphicScene::onRenderFinished(const QImage& result)
+{
+    QMutexLocker locker(&m_renderMutex);
+    emit beforeSynchronizing();
+    m_renderedImage = result;
+    if (m_view)
+        m_view->update();
+    emit afterSynchronizing();
+}
+
+void GraphicScene::paint(QPainter* painter, const QRectF&, const QRectF&, int)
+{
+    // Never itemsMutex here: a frame may hold it for tens of milliseconds.
+    QMutexLocker locker(&m_renderMutex);
+    if (m_renderedImage.isNull() || !m_view)
+        return;
+    const QSizeF vs = viewSize();
+    const QRectF source(0, 0, vs.width() * m_devicePixelRatio, vs.height() * m_devicePixelRatio);
+    painter->drawImage(viewBoundingRect(), m_renderedImage, source, Qt::AutoColor);
+}
+
+qulonglong GraphicScene::serverTimestamp() const
+{
+    return qulonglong(QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
+}
+
+// --- history ----------------------------------------------------------------
+
+void GraphicScene::reportUndoRedoStatus()
+{
+    if (!m_view)
+        return;
+    QMetaObject::invokeMethod(m_view, "updateUndoRedoStatus", Qt::DirectConnection, Q_ARG(bool, m_undoStack.canUndo()),
+                              Q_ARG(bool, m_undoStack.canRedo()));
+}
+
+void GraphicScene::pushCommand(QUndoCommand* command)
+{
+    m_undoStack.push(command);
+    reportUndoRedoStatus();
+}
+
+void GraphicScene::undo()
+{
+    m_undoStack.undo();
+    reportUndoRedoStatus();
+}
+
+void GraphicScene::redo()
+{
+    m_undoStack.redo();
+    reportUndoRedoStatus();
+}
+
+} // namespace whiteboard

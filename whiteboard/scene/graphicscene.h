@@ -1,0 +1,351 @@
+#pragma once
+
+#include "graphicdefine.h"
+#include "scene/dirtyarea.h"
+
+#include <QBrush>
+#include <QColor>
+#include <QCursor>
+#include <QImage>
+#include <QMap>
+#include <QMutex>
+#include <QObject>
+#include <QPainterPath>
+#include <QPointer>
+#include <QRecursiveMutex>
+#include <QRectF>
+#include <QRegion>
+#include <QSharedPointer>
+#include <QThread>
+#include <QTransform>
+#include <QUndoStack>
+
+class QFocusEvent;
+class QHoverEvent;
+class QInputMethodEvent;
+class QKeyEvent;
+class QMouseEvent;
+class QPainter;
+class QQuickItem;
+class QUndoCommand;
+class QWheelEvent;
+class QDragEnterEvent;
+class QDragMoveEvent;
+class QDragLeaveEvent;
+class QDropEvent;
+
+namespace im::whiteboard {
+class TransferData;
+}
+
+namespace whiteboard {
+
+class GraphicIndexNode;
+class GraphicItem;
+class SceneRender;
+
+using GraphicItemList = QList<QSharedPointer<GraphicItem>>;
+
+// The heart of a board: items in per-layer spatial indexes, the tool state,
+// the selection, the viewport, the undo stack and the render worker with its
+// thread. One scene per WhiteboardView.
+//
+// Locks, always taken in this order: renderMutex, then the worker's
+// dirtyMutex, then itemsMutex. The GUI thread may record dirty areas while
+// holding itemsMutex; that is safe because the render thread releases
+// dirtyMutex before it waits for itemsMutex.
+class GraphicScene : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QRectF viewport READ viewport WRITE setViewport NOTIFY viewportChanged)
+    Q_PROPERTY(QBrush backgroundBrush READ backgroundBrush WRITE setBackgroundBrush NOTIFY backgroundBrushChanged)
+    Q_PROPERTY(whiteboard::GraphicItem* focusItem READ focusItemPointer NOTIFY focusItemChanged)
+    Q_PROPERTY(QRectF itemsBoundingRect READ itemsBoundingRect WRITE setItemsBoundingRect NOTIFY itemsBoundingRectChanged)
+    Q_PROPERTY(QSize sceneSize READ sceneSize WRITE setSceneSize NOTIFY sceneSizeChanged)
+    Q_PROPERTY(double devicePixelRatio READ devicePixelRatio WRITE setDevicePixelRatio NOTIFY devicePixelRatioChanged)
+    Q_PROPERTY(double scale READ scale WRITE setScale NOTIFY scaleChanged)
+    Q_PROPERTY(double rotation READ rotation WRITE setRotation NOTIFY rotationChanged)
+    Q_PROPERTY(QColor backgroundColor READ backgroundColor WRITE setBackgroundColor NOTIFY backgroundColorChanged)
+    Q_PROPERTY(bool fillShape READ fillShape WRITE setFillShape NOTIFY fillShapeChanged)
+    Q_PROPERTY(QString imagePath READ imagePath WRITE setImagePath NOTIFY imagePathChanged)
+    Q_PROPERTY(bool disableEdit READ disableEdit WRITE setDisableEdit NOTIFY disableEditChanged)
+    Q_PROPERTY(GraphicDefine::ToolType toolType READ toolType WRITE setToolType NOTIFY toolTypeChanged)
+    Q_PROPERTY(bool disableDrag READ disableDrag WRITE setDisableDrag NOTIFY disableDragChanged)
+
+public:
+    // Painted in this order, so a later layer lies on top. AllLayers is a
+    // dirty target only and never a map key.
+    enum SceneLayer {
+        BackgroundLayer = 0,
+        ItemLayer = 1,
+        ActiveLayer = 2,
+        MarkLayer = 3,
+        AllLayers = 4
+    };
+
+    static constexpr int kLayerCount = 4;
+    static constexpr double kIndexExtent = 5000.0;
+
+    explicit GraphicScene(QQuickItem* view = nullptr);
+    ~GraphicScene() override;
+
+    QQuickItem* view() const;
+    SceneRender* renderer() const { return m_render; }
+    QRecursiveMutex& itemsMutex() { return m_itemsMutex; }
+    QUndoStack& undoStack() { return m_undoStack; }
+
+    // Properties.
+    QRectF viewport() const { return m_viewport; }
+    void setViewport(const QRectF& viewport);
+    QBrush backgroundBrush() const { return m_backgroundBrush; }
+    void setBackgroundBrush(const QBrush& brush);
+    QSharedPointer<GraphicItem> focusItem();
+    GraphicItem* focusItemPointer();
+    void setFocusItem(const QSharedPointer<GraphicItem>& item);
+    QRectF itemsBoundingRect() const { return m_itemsBoundingRect; }
+    void setItemsBoundingRect(const QRectF& rect);
+    QSize sceneSize() const { return m_sceneSize; }
+    void setSceneSize(const QSize& size);
+    double devicePixelRatio() const { return m_devicePixelRatio; }
+    void setDevicePixelRatio(double ratio);
+    double scale() const { return m_scale; }
+    void setScale(double scale, const QPointF& center = QPointF());
+    double rotation() const { return m_rotation; }
+    void setRotation(double rotation);
+    QColor backgroundColor() const { return m_backgroundColor; }
+    void setBackgroundColor(const QColor& color);
+    bool fillShape() const { return m_fillShape; }
+    void setFillShape(bool fillShape);
+    QString imagePath() const { return m_imagePath; }
+    void setImagePath(const QString& path);
+    bool disableEdit() const { return m_disableEdit; }
+    void setDisableEdit(bool disableEdit);
+    GraphicDefine::ToolType toolType() const { return m_toolType; }
+    void setToolType(GraphicDefine::ToolType tool);
+    bool disableDrag() const { return m_disableDrag; }
+    void setDisableDrag(bool disableDrag);
+
+    qint64 currentUserId() const { return m_currentUserId; }
+    void setCurrentUserId(qint64 userId) { m_currentUserId = userId; }
+    QString userName() const { return m_userName; }
+    void setUserName(const QString& name) { m_userName = name; }
+    QSize thumbnailSize() const { return m_thumbnailSize; }
+    QSize smallThumbnailSize() const { return m_smallThumbnailSize; }
+    // Kept for the view's property; the thumbnail sizes are fixed.
+    void updateThumbnailSize() { }
+
+    // Coordinates: view pixels, viewport units (fractions of the page) and
+    // scene units, related by the formulas below.
+    QPointF mapToScene(const QPointF& viewPos, double factor = 1.0) const;
+    QPointF mapFromScene(const QPointF& scenePos) const;
+    QRectF mapRectToScene(const QRectF& viewRect) const;
+    QRectF mapRectFromScene(const QRectF& sceneRect) const;
+    QPainterPath mapPathToScene(const QPainterPath& path) const;
+    QPainterPath mapPathFromScene(const QPainterPath& path) const;
+    QRectF viewportRect() const;
+    QRectF viewBoundingRect() const;
+    void applySceneTransform(QPainter* painter) const;
+
+    // Items and their indexes; each takes itemsMutex.
+    // Shares an item the way the scene does: the last owner may be the render
+    // thread, so the item is deleted on its own thread.
+    static QSharedPointer<GraphicItem> makeShared(GraphicItem* item);
+    GraphicIndexNode* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
+    QSharedPointer<GraphicItem> addItem(SceneLayer layer, GraphicItem* item);
+    void addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
+    void addItems(SceneLayer layer, const GraphicItemList& items);
+    void removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
+    void removeItems(SceneLayer layer, const GraphicItemList& items);
+    void updateItemIndex(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
+    int itemCount(SceneLayer layer);
+    // Order 1 sorts ascending by timestamp, anything else descending.
+    GraphicItemList items(SceneLayer layer, int order);
+    GraphicItemList itemsInView(SceneLayer layer, const QRectF& viewRect, int order);
+    GraphicItemList itemsByPath(SceneLayer layer, const QPainterPath& path, int mode, int order, const QTransform& transform = QTransform());
+    GraphicItemList itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform = QTransform());
+    GraphicItemList itemsByRect(SceneLayer layer, const QRectF& rect, int mode, int order, const QTransform& transform = QTransform());
+    QSharedPointer<GraphicItem> itemAt(const QPointF& viewPos, int order, int mode, const QTransform& transform = QTransform());
+    QSharedPointer<GraphicItem> itemByGid(const QString& gid);
+    static void sortItems(GraphicItemList& items, int order);
+
+    GraphicItemList selectedItems() const { return m_selectedItems; }
+    GraphicItemList clipboardItems() const { return m_clipboardItems; }
+    QSharedPointer<GraphicItem> activeItem() const { return m_activeItem; }
+    // Takes every entry with the item's gid out of the selection.
+    void deselectItem(const QSharedPointer<GraphicItem>& item);
+    void clearSelection();
+
+    // The scene's picture cache, shared by all image items.
+    static QString imageKeyFor(const QImage& image);
+    // Stores a copy of `image` unless its key is present; returns the key.
+    QString addImage(const QImage& image);
+    const QImage* imageByKey(const QString& key) const;
+
+    // The last thumbnails; their addresses never change.
+    QImage* thumbnailImageData(bool small) { return small ? &m_smallThumbnail : &m_thumbnail; }
+
+    // Only the owner of the board, or the author of the item, may touch it.
+    bool canOperate(const QSharedPointer<GraphicItem>& item) const;
+    // Styles a new item from the palette for the tool that made it.
+    void applyPalette(GraphicItem* item, GraphicDefine::ToolType tool) const;
+
+    // Records dirty areas without requesting a frame.
+    void makeDirty(const QRectF& rect, SceneLayer layer = AllLayers);
+
+    // Pushes a command, then reports the undo state to the view.
+    void pushCommand(QUndoCommand* command);
+    void reportUndoRedoStatus();
+
+    // Paints the last finished frame; called from the view's paint callback.
+    void paint(QPainter* painter, const QRectF& = QRectF(), const QRectF& = QRectF(), int = 0);
+
+    // Emits initScene under itemsMutex: the worker makes its images then.
+    void init();
+
+    qulonglong serverTimestamp() const;
+
+    virtual void focusInEvent(QFocusEvent* event);
+    virtual void focusOutEvent(QFocusEvent* event);
+    virtual void inputMethodEvent(QInputMethodEvent* event);
+    virtual QVariant inputMethodQuery(Qt::InputMethodQuery query) const;
+    virtual void mousePressEvent(QMouseEvent* event);
+    virtual void mouseMoveEvent(QMouseEvent* event);
+    virtual void mouseReleaseEvent(QMouseEvent* event);
+    virtual void mouseDoubleClickEvent(QMouseEvent* event);
+    virtual void hoverEnterEvent(QHoverEvent* event);
+    virtual void hoverMoveEvent(QHoverEvent* event);
+    virtual void hoverLeaveEvent(QHoverEvent* event);
+    virtual void wheelEvent(QWheelEvent* event);
+    virtual void keyPressEvent(QKeyEvent* event);
+    virtual void keyReleaseEvent(QKeyEvent* event);
+    virtual void dragEnterEvent(QDragEnterEvent* event);
+    virtual void dragMoveEvent(QDragMoveEvent* event);
+    virtual void dragLeaveEvent(QDragLeaveEvent* event);
+    virtual void dropEvent(QDropEvent* event);
+
+public slots:
+    void updateViewport(const QPointF& center);
+    void updateFocusItem();
+    void update(const QRectF& rect);
+    void update();
+    void updateLayer(whiteboard::GraphicScene::SceneLayer layer, const QRegion& region);
+    void updateLayer(whiteboard::GraphicScene::SceneLayer layer, const QPainterPath& path);
+    void move(double dx, double dy);
+    void move(const QPointF& point);
+    void moveTo(double dx, double dy);
+    void moveTo(const QPointF& point);
+    void undo();
+    void redo();
+    void clearAll(bool sync = true);
+    void clearByUid(qlonglong userId, bool sync = true);
+    QImage* thumbnailImage(bool smallThumbnail = false);
+
+signals:
+    void initScene();
+    void startRender();
+    void beforeRendering();
+    void afterRendering();
+    void beforeSynchronizing();
+    void afterSynchronizing();
+    void backgroundBrushChanged();
+    void viewportChanged();
+    void focusItemChanged();
+    void itemsBoundingRectChanged();
+    void sceneSizeChanged();
+    void devicePixelRatioChanged();
+    void scaleChanged();
+    void rotationChanged();
+    void backgroundColorChanged();
+    void fillShapeChanged();
+    void imagePathChanged();
+    void offlinePathChanged();
+    void sendData(im::whiteboard::TransferData* data);
+    void disableEditChanged();
+    void thumbnailChanged(QImage* imageData);
+    void smallThumbnailChanged(QImage* imageData);
+    void toolTypeChanged();
+    void disableDragChanged();
+
+protected slots:
+    void onReady();
+    void onViewWidthChanged();
+    void onViewHeightChanged();
+    void onRenderFinished(const QImage& result);
+
+private:
+    friend class SceneRender;
+
+    // Requesting a frame is always these three emissions.
+    void requestFrame();
+    QSizeF viewSize() const;
+    QImage* layerImage(SceneLayer layer);
+    void setViewCursor(const QCursor& cursor);
+    void setItemCursor(const QSharedPointer<GraphicItem>& item, Qt::CursorShape cursor);
+    QObject* textInputer() const;
+
+    // Pointer and keyboard helpers.
+    GraphicItem* createItem(GraphicDefine::ToolType tool);
+    GraphicItem* createImageItem();
+    void deselectAll();
+    void makeTextBox(QMouseEvent* event);
+    void finishSegment(bool closingByToolChange);
+    void beginTextEdit(const QSharedPointer<GraphicItem>& item);
+    void endTextEdit(QObject* inputer, const QSharedPointer<GraphicItem>& item);
+    void endNewTextBox(QObject* inputer);
+    void rubberBandMove(QMouseEvent* event);
+    void nudgeSelection(QKeyEvent* event);
+
+    QRecursiveMutex m_itemsMutex;
+    QMutex m_renderMutex;
+    QPointer<QQuickItem> m_view;
+    QThread m_renderThread;
+    SceneRender* m_render = nullptr;
+    QSharedPointer<GraphicItem> m_focusItem;
+    QSharedPointer<GraphicItem> m_activeItem;
+    QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;
+    QMap<SceneLayer, GraphicIndexNode*> m_layerIndexes;
+    GraphicItemList m_selectedItems;
+    GraphicItemList m_clipboardItems;
+    GraphicItemList m_erasedItems;
+    GraphicItemList m_inboundItems;
+    QPainterPath m_borderPath;
+    QTransform m_viewToSceneTransform;
+    QTransform m_sceneToViewTransform;
+    QImage m_renderedImage;
+    int m_pressedKey = Qt::Key_unknown;
+    qint64 m_currentUserId = 0;
+    qint64 m_serverTimeOffset = 0;
+    QBrush m_backgroundBrush = QBrush(QColor("#b2b2b2"), Qt::CrossPattern);
+    QSize m_sceneSize = QSize(1080, 720);
+    QRectF m_viewport = QRectF(0, 0, 0, 0);
+    QRectF m_itemsBoundingRect;
+    QPoint m_pressPoint;
+    QSize m_thumbnailSize = QSize(1080, 720);
+    QSize m_smallThumbnailSize = QSize(120, 90);
+    QPointF m_moveStartPosition;
+    QPainterPath m_resizeStartPath;
+    bool m_mousePressed = false;
+    bool m_mouseMoved = false;
+    bool m_panning = false;
+    bool m_controlPointPressed = false;
+    double m_devicePixelRatio = 1.0;
+    double m_scale = 1.0;
+    double m_rotation = 0.0;
+    QUndoStack m_undoStack;
+    QList<int> m_arrowKeys = { Qt::Key_Right, Qt::Key_Up, Qt::Key_Down, Qt::Key_Left };
+    QMap<QString, QImage*> m_imageCache;
+    QColor m_backgroundColor;
+    bool m_fillShape = false;
+    QString m_imagePath;
+    QString m_userName;
+    bool m_disableEdit = false;
+    QImage m_thumbnail;
+    QImage m_smallThumbnail;
+    bool m_finishingSegment = false;
+    GraphicDefine::ToolType m_toolType = GraphicDefine::Selector;
+    bool m_disableDrag = false;
+};
+
+} // namespace whiteboard
+
+Q_DECLARE_METATYPE(whiteboard::GraphicScene::SceneLayer)

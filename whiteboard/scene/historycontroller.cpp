@@ -1,0 +1,6 @@
+#include "scene/historycontroller.h"
+
+HistoryController::HistoryController(QObject* parent)
+    : QObject(parent)
+{
+}
