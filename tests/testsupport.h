@@ -1,0 +1,68 @@
+#pragma once
+
+// Shared fixtures: a real WhiteboardView in an offscreen QQuickWindow, driven
+// by QTest events, with frames awaited through signals.
+#include "scene/graphicscene.h"
+#include "whiteboardview.h"
+
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+struct ViewFixture
+{
+    // A view of the page's size at scale 1 maps view pixels 1:1 to scene units.
+    explicit ViewFixture(const QSize& size = QSize(1080, 720), qlonglong accountId = 1)
+        : window(new QQuickWindow)
+    {
+        window->resize(size);
+        view = new WhiteboardView(window->contentItem());
+        view->setSize(QSizeF(size));
+        view->setCurrentAccountId(accountId);
+        scene = view->scene();
+        window->show();
+        view->forceActiveFocus();
+        QTest::qWaitForWindowExposed(window.get());
+    }
+
+    // Waits for the next frame to reach the scene; true if it came.
+    bool waitForFrame(int timeout = 2000)
+    {
+        QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
+        return spy.wait(timeout);
+    }
+
+    // Requests a frame and returns it once it arrived.
+    QImage frame()
+    {
+        QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
+        scene->update(QRectF(0, 0, 1, 1));
+        if (!spy.wait(2000))
+            return QImage();
+        return scene->renderedImage();
+    }
+
+    void press(QPoint p, Qt::KeyboardModifiers modifiers = Qt::NoModifier, Qt::MouseButton button = Qt::LeftButton)
+    {
+        QTest::mousePress(window.get(), button, modifiers, p);
+    }
+    void move(QPoint p) { QTest::mouseMove(window.get(), p); }
+    void release(QPoint p, Qt::KeyboardModifiers modifiers = Qt::NoModifier, Qt::MouseButton button = Qt::LeftButton)
+    {
+        QTest::mouseRelease(window.get(), button, modifiers, p);
+    }
+    // A press, moves in `steps` straight steps, and a release.
+    void drag(QPoint from, QPoint to, int steps = 4, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        press(from, modifiers);
+        for (int i = 1; i <= steps; ++i)
+            move(from + (to - from) * i / steps);
+        release(to, modifiers);
+    }
+
+    std::unique_ptr<QQuickWindow> window;
+    WhiteboardView* view = nullptr;
+    whiteboard::GraphicScene* scene = nullptr;
+};

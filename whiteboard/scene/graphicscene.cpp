@@ -709,6 +709,12 @@ void GraphicScene::onRenderFinished(const QImage& result)
     emit afterSynchronizing();
 }
 
+QImage GraphicScene::renderedImage()
+{
+    QMutexLocker locker(&m_renderMutex);
+    return m_renderedImage;
+}
+
 void GraphicScene::paint(QPainter* painter, const QRectF&, const QRectF&, int)
 {
     // Never itemsMutex here: a frame may hold it for tens of milliseconds.

@@ -196,6 +196,8 @@ public:
     void pushCommand(QUndoCommand* command);
     void reportUndoRedoStatus();
 
+    // The last finished frame, as the view will draw it.
+    QImage renderedImage();
     // Paints the last finished frame; called from the view's paint callback.
     void paint(QPainter* painter, const QRectF& = QRectF(), const QRectF& = QRectF(), int = 0);
 
