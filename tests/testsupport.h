@@ -24,7 +24,8 @@ struct ViewFixture
         scene = view->scene();
         window->show();
         view->forceActiveFocus();
-        QTest::qWaitForWindowExposed(window.get());
+        if (!QTest::qWaitForWindowExposed(window.get()))
+            qWarning("window not exposed");
     }
 
     // Waits for the next frame to reach the scene; true if it came.
@@ -34,14 +35,24 @@ struct ViewFixture
         return spy.wait(timeout);
     }
 
-    // Requests a frame and returns it once it arrived.
+    // Requests a frame and waits until frames stop coming: the trailing
+    // request is never lost, so the last frame shows every earlier change.
     QImage frame()
     {
         QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
         scene->update(QRectF(0, 0, 1, 1));
         if (!spy.wait(2000))
             return QImage();
+        settle();
         return scene->renderedImage();
+    }
+
+    // Waits until no frame has arrived for a while.
+    void settle()
+    {
+        QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
+        while (spy.wait(150))
+            spy.clear();
     }
 
     void press(QPoint p, Qt::KeyboardModifiers modifiers = Qt::NoModifier, Qt::MouseButton button = Qt::LeftButton)

@@ -45,7 +45,9 @@ void GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& item)
         const QRectF boundary = item->boundary();
         for (int quadrant = 1; quadrant <= 4; ++quadrant) {
             const QRectF bounds = childBounds(quadrant);
-            if (!bounds.contains(boundary))
+            // Corner by corner, so that an empty boundary sinks too; touching
+            // a child's edge counts as inside.
+            if (!bounds.contains(boundary.topLeft()) || !bounds.contains(boundary.bottomRight()))
                 continue;
             GraphicIndexNode*& child = m_children[quadrant - 1];
             if (!child)

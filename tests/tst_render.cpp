@@ -1,0 +1,243 @@
+// The render worker: paced frames, their contents by pixels, and teardown.
+#include "testsupport.h"
+
+#include "graphics/abstractgraphicshapeitem.h"
+#include "scene/scenerender.h"
+
+#include <QPointer>
+#include <QSemaphore>
+
+#include <atomic>
+
+using namespace whiteboard;
+
+namespace {
+
+QSharedPointer<GraphicItem> filledRect(const QRectF& rect, const QColor& color, qlonglong timestamp)
+{
+    auto* item = new AbstractGraphicShapeItem;
+    QPainterPath path;
+    path.addRect(rect);
+    item->setOutlinePath(path);
+    item->rebuildHitPath();
+    item->setBoundary(rect);
+    item->setPen(QPen(Qt::NoPen));
+    item->setBrush(QBrush(color));
+    item->setTimestamp(timestamp);
+    return GraphicScene::makeShared(item);
+}
+
+// Holds the render thread inside a frame until the worker is told to quit.
+class BlockingItem : public AbstractGraphicShapeItem
+{
+public:
+    BlockingItem(SceneRender* render, QSemaphore* entered)
+        : m_render(render)
+        , m_entered(entered)
+    {
+        setBoundary(QRectF(10, 10, 10, 10));
+    }
+
+    void paint(QPainter*, const QRectF*) override
+    {
+        m_entered->release();
+        while (!m_render->quitRequested())
+            QThread::yieldCurrentThread();
+    }
+
+private:
+    SceneRender* m_render;
+    QSemaphore* m_entered;
+};
+
+bool near(const QColor& a, const QColor& b)
+{
+    return qAbs(a.red() - b.red()) <= 1 && qAbs(a.green() - b.green()) <= 1 && qAbs(a.blue() - b.blue()) <= 1
+        && qAbs(a.alpha() - b.alpha()) <= 1;
+}
+
+} // namespace
+
+class tst_Render : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void burstGivesAtMostTwoFramesShowingTheLast();
+    void cleanUpdateGivesNoFrame();
+    void dirtyListsPerLayer();
+    void backgroundAndSurround();
+    void laterLayerOnTop();
+    void thumbnailsShowFinishedItemsOnly();
+    void exportWritesThePage();
+    void renderSizeFollowsTheView();
+    void teardownDuringAFrame();
+};
+
+void tst_Render::burstGivesAtMostTwoFramesShowingTheLast()
+{
+    ViewFixture f;
+    f.frame();
+    QSignalSpy frames(f.scene, &GraphicScene::afterSynchronizing);
+    for (int i = 0; i < 100; ++i)
+        f.scene->setBackgroundColor(QColor(i, 0, 0));
+    QTRY_VERIFY(frames.count() >= 1);
+    // The trailing request is never lost, and no third frame follows.
+    if (f.scene->renderedImage().pixelColor(540, 360) != QColor(99, 0, 0))
+        QVERIFY(frames.wait(1000));
+    QVERIFY(!frames.wait(300));
+    QVERIFY(frames.count() <= 2);
+    QCOMPARE(f.scene->renderedImage().pixelColor(540, 360), QColor(99, 0, 0));
+}
+
+void tst_Render::cleanUpdateGivesNoFrame()
+{
+    ViewFixture f;
+    f.frame();
+    QSignalSpy frames(f.scene, &GraphicScene::afterSynchronizing);
+    f.scene->update();
+    // A horizontal line recorded as a path has no extent: nothing is due.
+    QPainterPath line(QPointF(0, 5));
+    line.lineTo(100, 5);
+    f.scene->updateLayer(GraphicScene::ItemLayer, line);
+    QVERIFY(!frames.wait(300));
+}
+
+void tst_Render::dirtyListsPerLayer()
+{
+    // No view: nothing is painted, so the lists stay as recorded.
+    GraphicScene scene;
+    SceneRender* render = scene.renderer();
+    render->makeDirty(QRectF(0, 0, 10, 10), GraphicScene::AllLayers);
+    render->makeDirtyRegion(QRegion(0, 0, 5, 5), GraphicScene::ActiveLayer);
+    render->makeDirty(QRectF(0, 0, 0, 10), GraphicScene::ItemLayer);
+    for (int layer = 0; layer < GraphicScene::kLayerCount; ++layer)
+        QCOMPARE(render->dirtyAreas(GraphicScene::SceneLayer(layer)).size(), layer == GraphicScene::ActiveLayer ? 2 : 1);
+    QVERIFY(render->dirtyAreas(GraphicScene::AllLayers).isEmpty());
+}
+
+void tst_Render::backgroundAndSurround()
+{
+    ViewFixture f;
+    f.scene->setBackgroundColor(QColor(10, 200, 30));
+    QImage frame = f.frame();
+    QCOMPARE(frame.size(), QSize(1080, 720));
+    QCOMPARE(frame.pixelColor(5, 5), QColor(10, 200, 30));
+
+    // Zoomed out: the page is smaller than the view and the rest is darkened
+    // by black at alpha 0x90.
+    f.view->scaleSceneToCenter(0.5);
+    frame = f.frame();
+    const QColor darkened(10 * 111 / 255, 200 * 111 / 255, 30 * 111 / 255);
+    for (const QPoint& outside : { QPoint(5, 5), QPoint(265, 175), QPoint(1075, 715) })
+        QVERIFY2(near(frame.pixelColor(outside), darkened), qPrintable(frame.pixelColor(outside).name(QColor::HexArgb)));
+    QCOMPARE(frame.pixelColor(540, 360), QColor(10, 200, 30));
+    QCOMPARE(frame.pixelColor(275, 185), QColor(10, 200, 30));
+
+    // An invalid background leaves the page transparent and the surround the overlay alone.
+    f.scene->setBackgroundColor(QColor());
+    frame = f.frame();
+    QCOMPARE(frame.pixelColor(540, 360), QColor(Qt::transparent));
+    QCOMPARE(frame.pixelColor(5, 5), QColor(0, 0, 0, 0x90));
+}
+
+void tst_Render::laterLayerOnTop()
+{
+    ViewFixture f;
+    f.scene->setBackgroundColor(Qt::white);
+    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(100, 100, 100, 100), Qt::red, 200));
+    f.scene->addItem(GraphicScene::ActiveLayer, filledRect(QRectF(150, 150, 100, 100), Qt::blue, 100));
+    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(120, 120, 20, 20), Qt::green, 300));
+    const QImage frame = f.frame();
+    QCOMPARE(frame.pixelColor(175, 175), QColor(Qt::blue));
+    QCOMPARE(frame.pixelColor(130, 130), QColor(Qt::green));
+    QCOMPARE(frame.pixelColor(110, 110), QColor(Qt::red));
+    QCOMPARE(frame.pixelColor(50, 50), QColor(Qt::white));
+}
+
+void tst_Render::thumbnailsShowFinishedItemsOnly()
+{
+    ViewFixture f;
+    QSignalSpy large(f.scene, &GraphicScene::thumbnailChanged);
+    QSignalSpy small(f.scene, &GraphicScene::smallThumbnailChanged);
+    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(0, 0, 540, 360), Qt::red, 1));
+    f.scene->addItem(GraphicScene::ActiveLayer, filledRect(QRectF(540, 360, 540, 360), Qt::blue, 2));
+    f.view->scaleSceneToCenter(3.0);
+    f.frame();
+    QVERIFY(large.count() >= 1 && small.count() >= 1);
+    const QImage* thumbnail = f.scene->thumbnailImage(false);
+    QCOMPARE(large.last().at(0).value<QImage*>(), thumbnail);
+    QCOMPARE(thumbnail->size(), QSize(1080, 720));
+    QCOMPARE(thumbnail->pixelColor(100, 100), QColor(Qt::red));
+    QCOMPARE(thumbnail->pixelColor(800, 600), QColor(Qt::transparent));
+    const QImage* smallImage = f.scene->thumbnailImage(true);
+    QCOMPARE(smallImage->size(), QSize(120, 90));
+    QCOMPARE(smallImage->pixelColor(20, 20), QColor(Qt::red));
+}
+
+void tst_Render::exportWritesThePage()
+{
+    {
+        // No frame yet, no thumbnail to export.
+        WhiteboardView view;
+        QVERIFY(!view.exportScene(QDir::temp().filePath(QStringLiteral("never.png"))));
+    }
+    ViewFixture f;
+    const QString path = QDir::temp().filePath(QStringLiteral("whiteboard-export-%1.png").arg(QCoreApplication::applicationPid()));
+    QFile::remove(path);
+    f.scene->setBackgroundColor(Qt::white);
+    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(0, 0, 100, 100), Qt::blue, 1));
+    f.view->scaleSceneToCenter(2.0);
+    f.frame();
+    QVERIFY(f.view->exportScene(QUrl::fromLocalFile(path).toString()));
+    const QImage exported(path);
+    QCOMPARE(exported.size(), QSize(1080, 720));
+    QCOMPARE(exported.pixelColor(50, 50), QColor(Qt::blue));
+    QCOMPARE(exported.pixelColor(500, 500), QColor(Qt::white));
+    QFile::remove(path);
+    QVERIFY(!f.view->exportScene(QStringLiteral("/nonexistent/dir/x.png")));
+}
+
+void tst_Render::renderSizeFollowsTheView()
+{
+    ViewFixture f(QSize(400, 300));
+    f.frame();
+    SceneRender* render = f.scene->renderer();
+    QCOMPARE(render->frameImage().size(), QSize(400, 300));
+
+    // The same size and ratio change nothing and log nothing.
+    const QImage before = render->baseImage();
+    render->updateRenderSize(QSize(400, 300), 1.0);
+    QCOMPARE(render->baseImage().constBits(), before.constBits());
+
+    QTest::ignoreMessage(QtDebugMsg, "update render size QSize(800, 300)");
+    f.view->setWidth(800);
+    QCOMPARE(render->frameImage().size(), QSize(800, 300));
+    f.scene->setBackgroundColor(Qt::red);
+    QCOMPARE(f.frame().size(), QSize(800, 300));
+
+    QTest::ignoreMessage(QtDebugMsg, "update render size QSize(800, 300)");
+    f.scene->setDevicePixelRatio(2.0);
+    QCOMPARE(render->baseImage().size(), QSize(1600, 600));
+    QCOMPARE(render->baseImage().devicePixelRatio(), 2.0);
+}
+
+void tst_Render::teardownDuringAFrame()
+{
+    auto f = std::make_unique<ViewFixture>();
+    f->frame();
+    QPointer<SceneRender> render = f->scene->renderer();
+    QSemaphore entered;
+    f->scene->addItem(GraphicScene::ItemLayer, GraphicScene::makeShared(new BlockingItem(render, &entered)));
+    QSignalSpy finished(render.data(), &SceneRender::finished);
+    f->scene->update(QRectF(0, 0, 50, 50));
+    QVERIFY(entered.tryAcquire(1, 5000));
+
+    f.reset();
+    // The frame was abandoned, and the worker went with its thread.
+    QCOMPARE(finished.count(), 0);
+    QVERIFY(render.isNull());
+}
+
+QTEST_MAIN(tst_Render)
+#include "tst_render.moc"

@@ -1,0 +1,142 @@
+// Default painting and hit tests shared by every shape item.
+#include "graphics/abstractgraphicshapeitem.h"
+
+#include <QPainter>
+#include <QPicture>
+#include <QSignalSpy>
+#include <QTest>
+
+using whiteboard::AbstractGraphicShapeItem;
+
+namespace {
+
+QImage paintItem(AbstractGraphicShapeItem& item)
+{
+    QImage image(60, 60, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    item.paint(&painter);
+    return image;
+}
+
+void makeSquare(AbstractGraphicShapeItem& item, const QRectF& rect)
+{
+    QPainterPath path;
+    path.addRect(rect);
+    item.setOutlinePath(path);
+    item.rebuildHitPath();
+    item.setBoundary(rect);
+}
+
+} // namespace
+
+class tst_ShapeBase : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void opacityThreshold_data();
+    void opacityThreshold();
+    void selectionLook();
+    void styleProperties();
+    void pointAndRectTests();
+};
+
+void tst_ShapeBase::opacityThreshold_data()
+{
+    QTest::addColumn<double>("opacity");
+    QTest::addColumn<bool>("painted");
+    QTest::newRow("0.0005") << 0.0005 << false;
+    QTest::newRow("0.001") << 0.001 << true;
+    QTest::newRow("1") << 1.0 << true;
+}
+
+void tst_ShapeBase::opacityThreshold()
+{
+    QFETCH(double, opacity);
+    QFETCH(bool, painted);
+    AbstractGraphicShapeItem item;
+    makeSquare(item, QRectF(10, 10, 40, 40));
+    item.setPen(QPen(Qt::NoPen));
+    item.setBrush(QBrush(Qt::black));
+    item.setOpacity(opacity);
+    // A faint fill rounds to no visible pixel, so record the calls instead.
+    QPicture blank;
+    QPainter(&blank).end();
+    QPicture picture;
+    QPainter painter(&picture);
+    item.paint(&painter);
+    painter.end();
+    QCOMPARE(picture.size() > blank.size(), painted);
+}
+
+void tst_ShapeBase::selectionLook()
+{
+    AbstractGraphicShapeItem outline;
+    makeSquare(outline, QRectF(10, 10, 40, 40));
+    outline.setPen(QPen(QColor(200, 100, 50), 4));
+    const QRgb normal = paintItem(outline).pixel(10, 30);
+    outline.setSelected(true);
+    const QImage selected = paintItem(outline);
+    // Outline only: darker by ten per cent, no veil inside.
+    QCOMPARE(selected.pixel(10, 30), QColor(200, 100, 50).darker(110).rgb());
+    QVERIFY(normal != selected.pixel(10, 30));
+    QCOMPARE(selected.pixel(30, 30), qRgb(255, 255, 255));
+
+    AbstractGraphicShapeItem filled;
+    makeSquare(filled, QRectF(10, 10, 40, 40));
+    filled.setPen(QPen(Qt::NoPen));
+    filled.setBrush(QBrush(QColor(200, 200, 200)));
+    filled.setSelected(true);
+    // Filled: darker, then a translucent black veil on top.
+    const QColor darker = QColor(200, 200, 200).darker(110);
+    const QColor inside = paintItem(filled).pixelColor(30, 30);
+    QVERIFY(inside.red() < darker.red());
+
+    filled.setSelected(false);
+    filled.setHovered(true);
+    QCOMPARE(paintItem(filled).pixelColor(30, 30), QColor(200, 200, 200));
+}
+
+void tst_ShapeBase::styleProperties()
+{
+    AbstractGraphicShapeItem item;
+    item.setPen(QPen(Qt::NoPen));
+    QSignalSpy widthSpy(&item, &AbstractGraphicShapeItem::strokeWidthChanged);
+    QCOMPARE(item.strokeWidth(), 1.0);
+    item.setStrokeWidth(5);
+    QCOMPARE(widthSpy.count(), 0);
+    QCOMPARE(item.pen(), QPen(Qt::NoPen));
+
+    // With a brush, colour means the fill; the pen stays as it is.
+    item.setPen(QPen(Qt::blue));
+    item.setBrush(QBrush(Qt::green));
+    QCOMPARE(item.color(), QColor(Qt::green));
+    QSignalSpy colorSpy(&item, &AbstractGraphicShapeItem::colorChanged);
+    item.setColor(Qt::red);
+    item.setColor(Qt::red);
+    QCOMPARE(colorSpy.count(), 1);
+    QCOMPARE(item.brush().color(), QColor(Qt::red));
+    QCOMPARE(item.pen().color(), QColor(Qt::blue));
+}
+
+void tst_ShapeBase::pointAndRectTests()
+{
+    AbstractGraphicShapeItem line;
+    QPainterPath path(QPointF(10, 50));
+    path.lineTo(90, 50);
+    line.setOutlinePath(path);
+    line.setBoundary(path.boundingRect());
+
+    // No hit band yet: a horizontal line still has a height of one unit.
+    QVERIFY(line.collidesWithRect(QRectF(40, 50.5, 5, 5), Qt::IntersectsItemShape));
+    QVERIFY(!line.collidesWithRect(QRectF(40, 51.5, 5, 5), Qt::IntersectsItemShape));
+
+    line.rebuildHitPath();
+    QVERIFY(line.collidesWithPoint(QPointF(50, 52.5), Qt::IntersectsItemShape));
+    QVERIFY(!line.collidesWithPoint(QPointF(50, 54), Qt::IntersectsItemShape));
+    QVERIFY(!line.collidesWithPoint(QPointF(50, 52.5), Qt::ItemSelectionMode(7)));
+}
+
+QTEST_MAIN(tst_ShapeBase)
+#include "tst_shapebase.moc"

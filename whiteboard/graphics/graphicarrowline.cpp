@@ -1,0 +1,184 @@
+#include "graphics/graphicarrowline.h"
+
+#include "graphics/graphicarrowlinecontroller.h"
+#include "graphics/graphicdistance.h"
+#include "scene/graphicscene.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QRegion>
+#include <QTransform>
+
+#include <cmath>
+
+namespace whiteboard {
+
+GraphicArrowLineItem::GraphicArrowLineItem(GraphicScene* scene, GraphicItem* parent)
+    : AbstractGraphicShapeItem(scene, parent)
+{
+    setType(ArrowLine);
+    setDrawingStyleDefaults();
+    setController(new GraphicArrowLineController(scene, this));
+}
+
+GraphicArrowLineItem::GraphicArrowLineItem(const GraphicArrowLineItem& other)
+    : AbstractGraphicShapeItem(other)
+    , m_startPoint(other.m_startPoint)
+    , m_headPath(other.m_headPath)
+    , m_pressed(other.m_pressed)
+    , m_capSize(other.m_capSize)
+    , m_capStyle(other.m_capStyle)
+{
+    setController(new GraphicArrowLineController(other.scene(), this));
+}
+
+GraphicItem* GraphicArrowLineItem::copy()
+{
+    return new GraphicArrowLineItem(*this);
+}
+
+void GraphicArrowLineItem::setCapSize(int capSize)
+{
+    if (m_capSize == capSize)
+        return;
+    m_capSize = capSize;
+    emit capSizeChanged();
+}
+
+void GraphicArrowLineItem::setCapStyle(GraphicDefine::LineCapStyle capStyle)
+{
+    if (m_capStyle == capStyle)
+        return;
+    m_capStyle = capStyle;
+    emit capStyleChanged();
+}
+
+QPainterPath GraphicArrowLineItem::buildHead(const QPointF& start, const QPointF& end, int style)
+{
+    const double c = m_capSize;
+    // The shape is made once; a later capSize moves the head but keeps its size.
+    if (m_headPath.isEmpty()) {
+        if (style == GraphicDefine::LineCapStyleArrow) {
+            m_headPath.moveTo(0, 0);
+            m_headPath.lineTo(-c, c * 0.5);
+            m_headPath.lineTo(-c, -c * 0.5);
+            m_headPath.closeSubpath();
+        } else if (style == GraphicDefine::LineCapStyleCircle) {
+            m_headPath.addEllipse(QRectF(-c * 0.5, -c * 0.5, c, c));
+        }
+    }
+    double dy = end.y() - start.y();
+    const double dx = end.x() - start.x();
+    // A horizontal shaft is taken as tilted by one unit; this also keeps a
+    // zero-length shaft free of a division by zero.
+    if (dy == 0.0)
+        dy = 1.0;
+    const double k = c * dy / std::sqrt(dx * dx + dy * dy);
+    QTransform transform;
+    transform.translate(k * dx / dy + end.x(), k + end.y());
+    if (style == GraphicDefine::LineCapStyleArrow)
+        transform.rotate(std::atan2(dy, dx) / 3.141592653589793 * 180.0, Qt::ZAxis);
+    return transform.map(m_headPath);
+}
+
+bool GraphicArrowLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
+{
+    switch (mode) {
+    case Qt::ContainsItemShape:
+    case Qt::IntersectsItemShape:
+        if (m_outlinePath.elementCount() >= 2) {
+            // Only the shaft counts: the head is not a hit target.
+            const double t = hitTolerance();
+            const double d = sdSegment(point, m_outlinePath.elementAt(0), m_outlinePath.elementAt(1));
+            if (d > t)
+                return false;
+            if (-t > d)
+                return false;
+            return true;
+        }
+        Q_FALLTHROUGH();
+    case Qt::ContainsItemBoundingRect:
+    case Qt::IntersectsItemBoundingRect: {
+        // The point is mapped once more although it is in scene units already;
+        // the arrow has always answered this way.
+        const QPointF q = scene() ? scene()->mapToScene(point, 1.0) : point;
+        return m_outlinePath.boundingRect().contains(q);
+    }
+    }
+    return false;
+}
+
+void GraphicArrowLineItem::mousePressEvent(QMouseEvent* event)
+{
+    const QPointF p = eventScenePos(event);
+    event->setAccepted(false);
+    if (!m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)) {
+        event->setAccepted(true);
+        m_pressed = true;
+        if (focusable())
+            setActiveFocus(true);
+    }
+    if (isEditMode()) {
+        m_pressed = true;
+        event->setAccepted(true);
+        m_startPoint = p;
+    }
+}
+
+void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
+{
+    const QPointF p = eventScenePos(event);
+    event->setAccepted(false);
+    if (!m_pressed) {
+        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
+            event->setAccepted(true);
+            setHovered(true);
+        }
+        return;
+    }
+    if (!isEditMode())
+        return;
+    event->setAccepted(true);
+    QRectF old = m_outlinePath.boundingRect();
+    const int w = pen().width();
+    if (!(old.width() == 0.0 && old.height() == 0.0))
+        old.adjust(-w, -w, w, w);
+    m_outlinePath.clear();
+    m_outlinePath.moveTo(m_startPoint);
+    m_outlinePath.lineTo(p);
+    m_outlinePath.addPath(buildHead(m_startPoint, p, GraphicDefine::LineCapStyleArrow));
+    const QRectF r = m_outlinePath.boundingRect();
+    setBoundary(r);
+    scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
+}
+
+void GraphicArrowLineItem::mouseReleaseEvent(QMouseEvent* event)
+{
+    event->setAccepted(false);
+    if (m_pressed) {
+        event->setAccepted(true);
+        // Built once here rather than at every move of the drawing.
+        if (!m_outlinePath.isEmpty())
+            rebuildHitPath();
+        if (isEditMode())
+            setIsEditMode(false);
+    }
+    m_pressed = false;
+}
+
+void GraphicArrowLineItem::paint(QPainter* painter, const QRectF*)
+{
+    if (!visible() || opacity() < 0.001)
+        return;
+    QPen pen = this->pen();
+    const QColor color = paintColor(pen.color());
+    pen.setColor(color);
+    // Shaft and head are filled with the stroke colour whatever the brush is.
+    painter->setBrush(QBrush(color, Qt::SolidPattern));
+    pen.setJoinStyle(Qt::MiterJoin);
+    painter->setPen(pen);
+    painter->drawPath(m_outlinePath);
+    paintSelectionVeil(painter);
+}
+
+} // namespace whiteboard

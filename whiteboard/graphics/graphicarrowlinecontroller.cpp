@@ -1,0 +1,76 @@
+#include "graphics/graphicarrowlinecontroller.h"
+
+#include "graphics/graphicarrowline.h"
+#include "scene/graphicscene.h"
+
+#include <QRegion>
+
+namespace whiteboard {
+
+GraphicArrowLineController::GraphicArrowLineController(GraphicScene* scene, GraphicItem* item)
+    : GraphicController(scene, item)
+{
+    GraphicControlPoint tail(TailPoint);
+    tail.style = GraphicDefine::GCP_Diamond;
+    GraphicControlPoint head(HeadPoint);
+    head.style = GraphicDefine::GCP_Circle;
+    for (GraphicControlPoint* point : { &tail, &head }) {
+        point->size = 8;
+        point->cursorShape = Qt::SizeAllCursor;
+    }
+    setControlPoints({ tail, head });
+}
+
+QPointF GraphicArrowLineController::controlPointPosition(int type)
+{
+    if (type == TailPoint) {
+        const QPainterPath path = m_item->shape();
+        return path.elementCount() >= 2 ? QPointF(path.elementAt(0)) : QPointF();
+    }
+    if (type == HeadPoint) {
+        // Element 2 is where the head begins.
+        auto* arrow = qobject_cast<GraphicArrowLineItem*>(m_item);
+        if (arrow && arrow->outlinePath().elementCount() >= 3)
+            return arrow->outlinePath().elementAt(2);
+    }
+    return QPointF();
+}
+
+void GraphicArrowLineController::onControlPointPress(int, QMouseEvent*)
+{
+    auto* arrow = qobject_cast<GraphicArrowLineItem*>(m_item);
+    if (!arrow)
+        return;
+    const QPainterPath path = arrow->outlinePath();
+    if (path.elementCount() >= 2) {
+        m_lineStart = path.elementAt(0);
+        m_lineEnd = path.elementAt(1);
+    }
+}
+
+void GraphicArrowLineController::onControlPointMove(int type, QMouseEvent* event)
+{
+    auto* arrow = qobject_cast<GraphicArrowLineItem*>(m_item);
+    if (!arrow || arrow->outlinePath().elementCount() < 2)
+        return;
+    const QPointF p = eventPos(event);
+    const int w = arrow->pen().width();
+    QRectF old = arrow->outlinePath().boundingRect();
+    if (!(old.width() == 0.0 && old.height() == 0.0))
+        old.adjust(-w, -w, w, w);
+
+    // The end that is not dragged stays where it was at the press.
+    const QPointF from = type == TailPoint ? p : m_lineStart;
+    const QPointF to = type == TailPoint ? m_lineEnd : p;
+    QPainterPath path;
+    path.moveTo(from);
+    path.lineTo(to);
+    path.addPath(arrow->buildHead(from, to, GraphicDefine::LineCapStyleArrow));
+    arrow->setOutlinePath(path);
+    arrow->rebuildHitPath();
+    arrow->setBoundary(path.boundingRect());
+    const QRectF now = arrow->boundary().adjusted(-w, -w, w, w);
+    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(now.united(old).toRect()));
+}
+
+} // namespace whiteboard

@@ -1,0 +1,64 @@
+#include "graphics/graphicellipsecontroller.h"
+
+#include "graphics/graphicellipseitem.h"
+#include "scene/graphicscene.h"
+
+namespace whiteboard {
+
+GraphicEllipseController::GraphicEllipseController(GraphicScene* scene, GraphicItem* item)
+    : GraphicController(scene, item)
+{
+    setControlPoints({ GraphicControlPoint(GraphicDefine::GCP_SizeTopCenter),
+                       GraphicControlPoint(GraphicDefine::GCP_SizeBottomCenter),
+                       GraphicControlPoint(GraphicDefine::GCP_SizeLeftCenter),
+                       GraphicControlPoint(GraphicDefine::GCP_SizeRightCenter) });
+}
+
+void GraphicEllipseController::onControlPointPress(int, QMouseEvent*)
+{
+    auto* ellipse = qobject_cast<GraphicEllipseItem*>(m_item);
+    if (!ellipse)
+        return;
+    m_pressRect = ellipse->outlinePath().boundingRect();
+}
+
+void GraphicEllipseController::onControlPointMove(int type, QMouseEvent* event)
+{
+    auto* ellipse = qobject_cast<GraphicEllipseItem*>(m_item);
+    if (!ellipse)
+        return;
+    const QPointF p = eventPos(event);
+    QRectF r = m_pressRect;
+    // A handle may pass the opposite edge: the size goes negative and
+    // normalized() flips the frame below.
+    switch (type) {
+    case GraphicDefine::GCP_SizeTopCenter: {
+        const double d = p.y() - r.y();
+        r = QRectF(r.x(), r.y() + d, r.width(), r.height() - d);
+        break;
+    }
+    case GraphicDefine::GCP_SizeBottomCenter:
+        r.setHeight(p.y() - r.y());
+        break;
+    case GraphicDefine::GCP_SizeLeftCenter: {
+        const double d = p.x() - r.x();
+        r = QRectF(r.x() + d, r.y(), r.width() - d, r.height());
+        break;
+    }
+    case GraphicDefine::GCP_SizeRightCenter:
+        r.setWidth(p.x() - r.x());
+        break;
+    default:
+        break;
+    }
+    QPainterPath dirty = ellipse->outlinePath();
+    QPainterPath outline;
+    outline.addEllipse(r.normalized());
+    dirty.addPath(outline);
+    ellipse->setOutlinePath(outline);
+    ellipse->setBoundary(outline.boundingRect());
+    ellipse->rebuildHitPath();
+    m_scene->updateLayer(GraphicScene::ItemLayer, AbstractGraphicShapeItem::strokeOf(dirty));
+}
+
+} // namespace whiteboard

@@ -1,0 +1,122 @@
+#include "graphics/graphiclineitem.h"
+
+#include "graphics/graphicdistance.h"
+#include "graphics/graphiclinecontroller.h"
+#include "scene/graphicscene.h"
+
+#include <QMouseEvent>
+#include <QRegion>
+
+namespace whiteboard {
+
+GraphicLineItem::GraphicLineItem(GraphicScene* scene, GraphicItem* parent)
+    : AbstractGraphicShapeItem(scene, parent)
+{
+    setType(Line);
+    setDrawingStyleDefaults();
+    m_stroker.setWidth(6);
+    setController(new GraphicLineController(scene, this));
+}
+
+GraphicLineItem::GraphicLineItem(const GraphicLineItem& other)
+    : AbstractGraphicShapeItem(other)
+    , m_startPoint(other.m_startPoint)
+    , m_lastPoint(other.m_lastPoint)
+    , m_pressed(other.m_pressed)
+{
+    m_stroker.setWidth(6);
+    setController(new GraphicLineController(other.scene(), this));
+}
+
+GraphicItem* GraphicLineItem::copy()
+{
+    return new GraphicLineItem(*this);
+}
+
+bool GraphicLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
+{
+    switch (mode) {
+    case Qt::ContainsItemShape:
+    case Qt::IntersectsItemShape: {
+        if (m_outlinePath.elementCount() != 2)
+            return m_outlinePath.boundingRect().contains(point);
+        const double t = hitTolerance();
+        // With both ends at one point d is NaN and neither test rejects it.
+        const double d = sdSegment(point, m_outlinePath.elementAt(0), m_outlinePath.elementAt(1));
+        if (d > t)
+            return false;
+        if (-t > d)
+            return false;
+        return true;
+    }
+    case Qt::ContainsItemBoundingRect:
+    case Qt::IntersectsItemBoundingRect:
+        return m_outlinePath.boundingRect().contains(point);
+    }
+    return false;
+}
+
+void GraphicLineItem::mousePressEvent(QMouseEvent* event)
+{
+    const QPointF p = eventScenePos(event);
+    m_lastPoint = p;
+    event->setAccepted(false);
+    if (!m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)) {
+        event->setAccepted(true);
+        m_pressed = true;
+        if (focusable())
+            setActiveFocus(true);
+    }
+    if (isEditMode()) {
+        m_pressed = true;
+        event->setAccepted(true);
+        m_startPoint = p;
+    }
+}
+
+void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
+{
+    const QPointF p = eventScenePos(event);
+    event->setAccepted(false);
+    if (!m_pressed) {
+        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
+            event->setAccepted(true);
+            setHovered(true);
+        }
+    } else if (isEditMode()) {
+        event->setAccepted(true);
+        QRectF old = m_outlinePath.boundingRect();
+        const int w = pen().width();
+        if (!(old.width() == 0.0 && old.height() == 0.0))
+            old.adjust(-w, -w, w, w);
+
+        QPainterPath path;
+        path.moveTo(m_startPoint);
+        path.lineTo(p);
+        m_outlinePath = path;
+
+        // A horizontal or vertical line gets a boundary as thick as its pen.
+        QRectF r = m_outlinePath.boundingRect();
+        if (r.height() == 0.0)
+            r.setHeight(w);
+        if (r.width() == 0.0)
+            r.setWidth(w);
+        m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+        setBoundary(r);
+        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
+    }
+    m_lastPoint = p;
+}
+
+void GraphicLineItem::mouseReleaseEvent(QMouseEvent* event)
+{
+    event->setAccepted(false);
+    if (m_pressed) {
+        event->setAccepted(true);
+        if (isEditMode())
+            setIsEditMode(false);
+    }
+    m_pressed = false;
+}
+
+} // namespace whiteboard

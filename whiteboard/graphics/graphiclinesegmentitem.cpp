@@ -1,0 +1,150 @@
+#include "graphics/graphiclinesegmentitem.h"
+
+#include "graphics/graphiclinesegmentcontroller.h"
+#include "scene/graphicscene.h"
+
+#include <QHoverEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QRegion>
+
+namespace whiteboard {
+
+namespace {
+
+QRectF grownUnlessEmpty(QRectF rect, int w)
+{
+    if (!(rect.width() == 0.0 && rect.height() == 0.0))
+        rect.adjust(-w, -w, w, w);
+    return rect;
+}
+
+} // namespace
+
+GraphicLineSegmentItem::GraphicLineSegmentItem(GraphicScene* scene, GraphicItem* parent)
+    : AbstractGraphicShapeItem(scene, parent)
+{
+    setType(Segment);
+    setDrawingStyleDefaults();
+    m_stroker.setWidth(6);
+    setController(new GraphicLineSegmentController(scene, this));
+}
+
+GraphicLineSegmentItem::GraphicLineSegmentItem(const GraphicLineSegmentItem& other)
+    : AbstractGraphicShapeItem(other)
+    , m_currentSegment(other.m_currentSegment)
+    , m_lastPoint(other.m_lastPoint)
+    , m_segmentDragged(other.m_segmentDragged)
+{
+    m_stroker.setWidth(6);
+    setController(new GraphicLineSegmentController(other.scene(), this));
+}
+
+GraphicItem* GraphicLineSegmentItem::copy()
+{
+    return new GraphicLineSegmentItem(*this);
+}
+
+void GraphicLineSegmentItem::mousePressEvent(QMouseEvent* event)
+{
+    event->setAccepted(false);
+    if (event->button() == Qt::LeftButton) {
+        const QPointF p = eventScenePos(event);
+        if (isEditMode()) {
+            // Commit the rubber band; the next one starts here.
+            event->setAccepted(true);
+            m_lastPoint = p;
+            if (!m_currentSegment.isEmpty())
+                m_outlinePath.addPath(m_currentSegment);
+        } else if (!m_outlinePath.isEmpty() && m_hitPath.contains(p)) {
+            event->setAccepted(true);
+            if (focusable())
+                setActiveFocus(true);
+        }
+        return;
+    }
+
+    // Any other button finishes the polyline and drops the rubber band.
+    if (!isEditMode())
+        return;
+    event->setAccepted(true);
+    setIsEditMode(false);
+    if (!m_currentSegment.isEmpty()) {
+        const int w = pen().width();
+        const QRectF dirty = m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(m_outlinePath.boundingRect());
+        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(dirty.toRect()));
+        m_currentSegment.clear();
+    }
+    if (m_outlinePath.isEmpty())
+        return;
+    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    setBoundary(m_outlinePath.boundingRect());
+}
+
+void GraphicLineSegmentItem::mouseMoveEvent(QMouseEvent* event)
+{
+    event->setAccepted(false);
+    const QPointF p = eventScenePos(event);
+    if (!isEditMode()) {
+        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
+            event->setAccepted(true);
+            setHovered(true);
+        }
+        return;
+    }
+    event->setAccepted(true);
+    if (p == m_lastPoint)
+        return;
+    const int w = pen().width();
+    const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
+    m_currentSegment.clear();
+    m_currentSegment.moveTo(m_lastPoint);
+    m_currentSegment.lineTo(p);
+    if (m_outlinePath.isEmpty())
+        m_hitPath = m_stroker.createStroke(m_currentSegment).simplified();
+    scene()->updateLayer(GraphicScene::ActiveLayer,
+                         QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
+    m_segmentDragged = true;
+}
+
+void GraphicLineSegmentItem::hoverMoveEvent(QHoverEvent* event)
+{
+    event->setAccepted(false);
+    if (!isEditMode())
+        return;
+    event->setAccepted(true);
+    const QPointF p = mapToScene(scene()->mapToScene(event->position()));
+    const int w = pen().width();
+    const QRectF old = grownUnlessEmpty(m_currentSegment.boundingRect(), w);
+    m_currentSegment.clear();
+    m_currentSegment.moveTo(m_lastPoint);
+    m_currentSegment.lineTo(p);
+    m_hitPath = m_stroker.createStroke(m_currentSegment).simplified();
+    scene()->updateLayer(GraphicScene::ActiveLayer,
+                         QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
+}
+
+void GraphicLineSegmentItem::mouseReleaseEvent(QMouseEvent*) { }
+
+void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
+{
+    if (!visible() || opacity() < 0.001)
+        return;
+    const QPen pen = this->pen();
+    if (!selected()) {
+        QPen copy = pen;
+        QColor color = copy.color();
+        color.setAlphaF(float(opacity()));
+        copy.setColor(color);
+        painter->setPen(copy);
+    } else {
+        // The selected stroke is opaque and solid.
+        painter->setPen(QPen(QBrush(pen.color().darker(110), Qt::SolidPattern), pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
+    }
+    painter->setBrush(brush());
+    painter->drawPath(m_outlinePath);
+    painter->drawPath(m_currentSegment);
+    paintSelectionVeil(painter);
+}
+
+} // namespace whiteboard

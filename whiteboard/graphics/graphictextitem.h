@@ -1,0 +1,57 @@
+#pragma once
+
+#include "graphics/abstractgraphicshapeitem.h"
+
+#include <QFont>
+#include <QPainterPathStroker>
+#include <QString>
+
+namespace whiteboard {
+
+// A block of text in a rectangular frame. Editing happens in the host's input
+// field; the item only keeps the text, the font and the frame.
+class GraphicTextItem : public AbstractGraphicShapeItem
+{
+    Q_OBJECT
+    Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
+    Q_PROPERTY(QFont font READ font WRITE setFont NOTIFY fontChanged)
+
+public:
+    GraphicTextItem(const QString& text, const QFont& font, GraphicScene* scene = nullptr,
+                    GraphicItem* parent = nullptr);
+    GraphicTextItem(const GraphicTextItem& other);
+
+    QString text() const { return m_text; }
+    void setText(const QString& text);
+    QFont font() const { return m_font; }
+    void setFont(const QFont& font);
+    int alignment() const { return m_alignment; }
+    void setAlignment(int alignment) { m_alignment = alignment; }
+
+    // Gives a received item a one-line frame at `position` sized by its font.
+    void layoutAt(const QPointF& position);
+
+    void paint(QPainter* painter, const QRectF* rect = nullptr) override;
+    GraphicItem* copy() override;
+    bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+    QPointF startPoint() const { return m_startPoint; }
+    bool pressed() const { return m_pressed; }
+
+signals:
+    void textChanged();
+    void fontChanged();
+
+private:
+    QPainterPathStroker m_stroker;
+    QPointF m_startPoint;
+    bool m_pressed = false;
+    QString m_text;
+    QFont m_font;
+    int m_alignment = 1;
+};
+
+} // namespace whiteboard
