@@ -103,7 +103,6 @@ void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicIte
         QMutexLocker locker(m_mutex);
         if (rect.intersects(m_bounds)) {
             if (rect.contains(m_bounds)) {
-                result.reserve(result.size() + m_items.size());
                 for (const QSharedPointer<GraphicItem>& item : m_items)
                     result.append(item);
             } else {
@@ -114,10 +113,13 @@ void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicIte
             }
         }
     }
-    // Not cut off by a miss here: items outside a node's square may sit in it.
+    // A child holds only items inside its own square, so a child whose square
+    // misses the rectangle cannot contribute: skipping it changes no result
+    // and keeps a query proportional to what it finds. Only the root holds
+    // items outside its square, and the root is always visited.
     if (m_depth < kMaxDepth) {
         for (const GraphicIndexNode* child : m_children) {
-            if (child)
+            if (child && child->m_bounds.intersects(rect))
                 child->query(rect, result);
         }
     }

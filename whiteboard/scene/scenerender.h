@@ -41,6 +41,9 @@ public:
     QRegion borderRegion() const { return m_borderRegion; }
     double devicePixelRatio() const { return m_devicePixelRatio; }
 
+    // Composes one whole frame now, thumbnails included; the caller holds
+    // the scene's itemsMutex.
+    void composeFrame();
     // Paints the items of one list in order, skipping direct repeats.
     void paintItems(QPainter* painter, const GraphicItemList& items);
     void paintVisibleItems(QPainter* painter, const QRectF& viewRect);
@@ -69,7 +72,6 @@ public slots:
 
 private:
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer);
-    void composeFrame();
     // Paints one thumbnail; false when the frame was abandoned.
     bool paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items);
 
