@@ -1,0 +1,320 @@
+// Pointer gestures on a real offscreen view: drawing, selecting, dragging,
+// erasing and panning, with the undo steps they leave.
+#include "testsupport.h"
+
+#include "graphics/graphicpalette.h"
+#include "graphics/graphicrectitem.h"
+
+#include <QGuiApplication>
+#include <QStyleHints>
+
+using namespace whiteboard;
+
+namespace {
+
+bool isRed(const QColor& c)
+{
+    return c.red() > 150 && c.green() < 110 && c.blue() < 110;
+}
+
+// A finished rectangle in the item layer, as a received one would stand.
+QSharedPointer<GraphicItem> addRect(GraphicScene* scene, const QRectF& frame, qlonglong userId, bool filled = false)
+{
+    auto* item = new GraphicRectItem(scene);
+    QPainterPath path;
+    path.addRect(frame);
+    item->setOutlinePath(path);
+    item->rebuildHitPath();
+    item->setBoundary(frame);
+    item->setUserId(userId);
+    item->setTimestamp(scene->items(GraphicScene::ItemLayer, 1).size() + 1);
+    if (filled) {
+        item->setPen(QPen(Qt::NoPen));
+        item->setBrush(QBrush(Qt::blue));
+    }
+    return scene->addItem(GraphicScene::ItemLayer, item);
+}
+
+} // namespace
+
+class tst_Interaction : public QObject
+{
+    Q_OBJECT
+
+private:
+    // Draws a rectangle with the tool; it starts at the first forwarded move.
+    void drawRect(QPoint firstMove, QPoint end)
+    {
+        f->view->setToolType(GraphicDefine::Rectangle);
+        f->press(firstMove - QPoint(20, 20));
+        f->move(firstMove);
+        f->move(end);
+        f->release(end);
+    }
+
+    std::unique_ptr<ViewFixture> f;
+
+private slots:
+    void init()
+    {
+        GraphicPalette* palette = GraphicPalette::instance();
+        palette->setStrokeColor(Qt::red);
+        palette->setStrokeWidth(3);
+        palette->setFillStyleByColor(Qt::blue);
+        f = std::make_unique<ViewFixture>();
+    }
+    void cleanup() { f.reset(); }
+
+    void rectangleDragCommitsOnRelease()
+    {
+        f->view->setToolType(GraphicDefine::Rectangle);
+        f->press(QPoint(100, 100));
+        f->move(QPoint(140, 130));
+        f->move(QPoint(300, 250));
+
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        const GraphicItemList drafts = f->scene->items(GraphicScene::ActiveLayer, 1);
+        QCOMPARE(drafts.size(), 1);
+        QCOMPARE(drafts.first()->boundary(), QRectF(140, 130, 160, 120));
+        QCOMPARE(drafts.first()->userId(), qlonglong(1));
+        QTRY_VERIFY(isRed(f->frame().pixelColor(140, 190)));
+        QVERIFY(!isRed(f->frame().pixelColor(220, 190)));
+
+        f->release(QPoint(300, 250));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+        const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
+        QCOMPARE(items.size(), 1);
+        QCOMPARE(items.first(), drafts.first());
+        QCOMPARE(f->scene->focusItem(), drafts.first());
+        QCOMPARE(f->scene->undoStack().count(), 1);
+        QVERIFY(f->view->canUndo());
+        QTRY_VERIFY(isRed(f->frame().pixelColor(300, 190)));
+
+        f->scene->undo();
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        QTRY_VERIFY(!isRed(f->frame().pixelColor(300, 190)));
+    }
+
+    void clickBelowDragDistanceDrawsNothing()
+    {
+        const int below = QGuiApplication::styleHints()->startDragDistance() - 1;
+        f->view->setToolType(GraphicDefine::Rectangle);
+        f->press(QPoint(100, 100));
+        f->move(QPoint(100 + below / 2, 100 + below - below / 2));
+        f->release(QPoint(100 + below / 2, 100 + below - below / 2));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        QCOMPARE(f->scene->undoStack().count(), 0);
+    }
+
+    void clickSelectsByShape_data()
+    {
+        QTest::addColumn<bool>("filled");
+        QTest::addColumn<QPoint>("click");
+        QTest::addColumn<bool>("selected");
+        // Frame (140,130)-(300,250), pen width 3: the band reaches 4.5 either side.
+        QTest::newRow("outline, on the edge") << false << QPoint(142, 190) << true;
+        QTest::newRow("outline, in the middle") << false << QPoint(220, 190) << false;
+        QTest::newRow("outline, just off the band") << false << QPoint(135, 190) << false;
+        QTest::newRow("filled, in the middle") << true << QPoint(220, 190) << true;
+        QTest::newRow("filled, outside") << true << QPoint(120, 190) << false;
+    }
+
+    void clickSelectsByShape()
+    {
+        QFETCH(bool, filled);
+        QFETCH(QPoint, click);
+        QFETCH(bool, selected);
+        f->scene->setFillShape(filled);
+        drawRect(QPoint(140, 130), QPoint(300, 250));
+        const QSharedPointer<GraphicItem> rect = f->scene->focusItem();
+        QVERIFY(rect);
+
+        f->view->setToolType(GraphicDefine::Selector);
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, click);
+        QCOMPARE(f->scene->selectedItems().size(), selected ? 1 : 0);
+        QCOMPARE(rect->selected(), selected);
+        // A miss also takes the focus away, since neither controller nor item took the press.
+        QCOMPARE(f->scene->focusItem() == rect, selected);
+    }
+
+    void othersItemsNeedOwnership_data()
+    {
+        QTest::addColumn<bool>("owner");
+        QTest::newRow("participant") << false;
+        QTest::newRow("owner of the board") << true;
+    }
+
+    void othersItemsNeedOwnership()
+    {
+        QFETCH(bool, owner);
+        f->view->setIsOwner(owner);
+        const QSharedPointer<GraphicItem> mine = addRect(f->scene, QRectF(100, 100, 100, 100), 1);
+        const QSharedPointer<GraphicItem> theirs = addRect(f->scene, QRectF(400, 100, 100, 100), 2);
+
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 150));
+        QCOMPARE(f->scene->selectedItems(), GraphicItemList { mine });
+        QCOMPARE(f->scene->focusItem(), mine);
+
+        if (!owner)
+            QTest::ignoreMessage(QtDebugMsg, "this item cant be operate by you.");
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(400, 150));
+        if (owner) {
+            QCOMPARE(f->scene->selectedItems(), GraphicItemList { theirs });
+            QCOMPARE(f->scene->focusItem(), theirs);
+        } else {
+            // The old selection is dropped all the same, and the focus stays.
+            QVERIFY(f->scene->selectedItems().isEmpty());
+            QVERIFY(!mine->selected());
+            QVERIFY(!theirs->selected());
+            QCOMPARE(f->scene->focusItem(), mine);
+        }
+    }
+
+    void ctrlAddsToSelection_data()
+    {
+        QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
+        QTest::addColumn<int>("selected");
+        QTest::newRow("plain click replaces") << Qt::KeyboardModifiers(Qt::NoModifier) << 1;
+        QTest::newRow("ctrl adds") << Qt::KeyboardModifiers(Qt::ControlModifier) << 2;
+        // Only Ctrl alone adds: with Shift as well the selection is replaced.
+        QTest::newRow("ctrl and shift replace") << (Qt::ControlModifier | Qt::ShiftModifier) << 1;
+    }
+
+    void ctrlAddsToSelection()
+    {
+        QFETCH(Qt::KeyboardModifiers, modifiers);
+        QFETCH(int, selected);
+        addRect(f->scene, QRectF(100, 100, 100, 100), 1);
+        const QSharedPointer<GraphicItem> second = addRect(f->scene, QRectF(400, 100, 100, 100), 1);
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 150));
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, modifiers, QPoint(400, 150));
+        QCOMPARE(f->scene->selectedItems().size(), selected);
+        QVERIFY(f->scene->selectedItems().contains(second));
+    }
+
+    void cornerDragReshapes_data()
+    {
+        QTest::addColumn<GraphicDefine::ToolType>("tool");
+        QTest::newRow("selector") << GraphicDefine::Selector;
+        QTest::newRow("drawing tool on a handle") << GraphicDefine::Rectangle;
+    }
+
+    void cornerDragReshapes()
+    {
+        QFETCH(GraphicDefine::ToolType, tool);
+        drawRect(QPoint(140, 130), QPoint(300, 250));
+        const QSharedPointer<GraphicItem> rect = f->scene->focusItem();
+        QVERIFY(rect);
+        const int steps = f->scene->undoStack().count();
+
+        f->view->setToolType(tool);
+        f->drag(QPoint(140, 130), QPoint(100, 90));
+        QCOMPARE(rect->boundary(), QRectF(100, 90, 200, 160));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+        QCOMPARE(f->scene->undoStack().count(), steps + 1);
+
+        f->scene->undo();
+        QCOMPARE(rect->boundary(), QRectF(140, 130, 160, 120));
+        QCOMPARE(static_cast<GraphicRectItem*>(rect.data())->outlinePath().boundingRect(), QRectF(140, 130, 160, 120));
+    }
+
+    void wholeItemDragIsOneMove()
+    {
+        const QSharedPointer<GraphicItem> rect = addRect(f->scene, QRectF(100, 100, 200, 100), 1);
+        f->drag(QPoint(200, 100), QPoint(250, 140), 5);
+        QCOMPARE(rect->boundary(), QRectF(150, 140, 200, 100));
+        QCOMPARE(f->scene->undoStack().count(), 1);
+        QCOMPARE(f->scene->items(GraphicScene::ItemLayer, 1), GraphicItemList { rect });
+
+        f->scene->undo();
+        QCOMPARE(rect->boundary(), QRectF(100, 100, 200, 100));
+        f->scene->redo();
+        QCOMPARE(rect->boundary(), QRectF(150, 140, 200, 100));
+    }
+
+    void rubberBandSelectsOwnItemsOnly()
+    {
+        const QSharedPointer<GraphicItem> a = addRect(f->scene, QRectF(100, 100, 50, 50), 1);
+        const QSharedPointer<GraphicItem> b = addRect(f->scene, QRectF(200, 100, 50, 50), 1);
+        const QSharedPointer<GraphicItem> theirs = addRect(f->scene, QRectF(300, 100, 50, 50), 2);
+        const QSharedPointer<GraphicItem> away = addRect(f->scene, QRectF(600, 500, 50, 50), 1);
+
+        f->drag(QPoint(50, 50), QPoint(400, 300), 10);
+        const GraphicItemList selected = f->scene->selectedItems();
+        QCOMPARE(selected.size(), 2);
+        QVERIFY(selected.contains(a) && selected.contains(b));
+        QVERIFY(a->selected() && b->selected() && !theirs->selected() && !away->selected());
+        // The band leaves no trace in the layers or the history.
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+        QCOMPARE(f->scene->undoStack().count(), 0);
+        QVERIFY(!f->scene->focusItem());
+    }
+
+    void eraserGestureIsOneStep()
+    {
+        // The eraser asks no ownership.
+        const GraphicItemList struck {
+            addRect(f->scene, QRectF(100, 100, 60, 60), 2, true),
+            addRect(f->scene, QRectF(200, 100, 60, 60), 1, true),
+            addRect(f->scene, QRectF(300, 100, 60, 60), 3, true),
+        };
+        for (const QSharedPointer<GraphicItem>& item : struck)
+            item->setOpacity(0.8);
+        f->view->setToolType(GraphicDefine::Eraser);
+
+        f->press(QPoint(50, 130));
+        for (int x : { 130, 140, 230, 330 })
+            f->move(QPoint(x, 130));
+        for (const QSharedPointer<GraphicItem>& item : struck)
+            QCOMPARE(item->opacity(), 0.4);
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 3);
+
+        f->release(QPoint(330, 130));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        QCOMPARE(f->scene->undoStack().count(), 1);
+
+        f->scene->undo();
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 3);
+        for (const QSharedPointer<GraphicItem>& item : struck)
+            QCOMPARE(item->opacity(), 0.8);
+    }
+
+    void spaceBarPansViewport()
+    {
+        const QPointF before = f->scene->mapToScene(QPointF(0, 0));
+        QTest::keyPress(f->window.get(), Qt::Key_Space);
+        f->drag(QPoint(500, 400), QPoint(400, 350));
+        QTest::keyRelease(f->window.get(), Qt::Key_Space);
+
+        // The content follows the hand: what was under (500,400) is now under (400,350).
+        const QPointF after = f->scene->mapToScene(QPointF(0, 0));
+        QCOMPARE(after - before, QPointF(100, 50));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+        QCOMPARE(f->scene->undoStack().count(), 0);
+    }
+
+    void polylineClosedByToolChange()
+    {
+        f->view->setToolType(GraphicDefine::Segment);
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 100));
+        QTest::mouseMove(f->window.get(), QPoint(200, 100));
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(200, 100));
+        QTest::mouseMove(f->window.get(), QPoint(200, 200));
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(200, 200));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 1);
+        QCOMPARE(f->scene->undoStack().count(), 0);
+
+        f->view->setToolType(GraphicDefine::Selector);
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+        const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
+        QCOMPARE(items.size(), 1);
+        QCOMPARE(items.first()->type(), int(GraphicItem::Segment));
+        QCOMPARE(items.first()->boundary(), QRectF(100, 100, 100, 100));
+        QCOMPARE(f->scene->undoStack().count(), 1);
+        QVERIFY(!f->scene->activeItem());
+    }
+};
+
+QTEST_MAIN(tst_Interaction)
+#include "tst_interaction.moc"
