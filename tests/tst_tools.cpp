@@ -1,0 +1,180 @@
+// Every drawing tool through a real view: the item it leaves, its undo step,
+// and the shared picture cache.
+#include "testsupport.h"
+
+#include "graphics/graphicimage.h"
+#include "graphics/graphicpalette.h"
+#include "graphics/graphicpenitem.h"
+
+#include <QTemporaryDir>
+
+using namespace whiteboard;
+
+class tst_Tools : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup() { f.reset(); }
+    void dragDrawsItem_data();
+    void dragDrawsItem();
+    void polylineClickByClick();
+    void imagePlacedTwiceIsDecodedOnce();
+    void strokeCornerDragUndoesAsAMove();
+
+private:
+    // A drag that reaches the scene: the first move starts the item.
+    void drag(QPoint from, QPoint to)
+    {
+        f->press(from);
+        for (int i = 1; i <= 8; ++i)
+            f->move(from + (to - from) * i / 8);
+        f->release(to);
+    }
+
+    std::unique_ptr<ViewFixture> f;
+};
+
+void tst_Tools::init()
+{
+    GraphicPalette::instance()->setStrokeColor(QColor(10, 120, 200));
+    GraphicPalette::instance()->setStrokeWidth(4);
+    f = std::make_unique<ViewFixture>(QSize(1080, 720), 77);
+}
+
+void tst_Tools::dragDrawsItem_data()
+{
+    QTest::addColumn<GraphicDefine::ToolType>("tool");
+    QTest::addColumn<int>("type");
+    QTest::newRow("pen") << GraphicDefine::Pen << int(GraphicItem::Pen);
+    QTest::newRow("line") << GraphicDefine::Line << int(GraphicItem::Line);
+    QTest::newRow("arrow") << GraphicDefine::ArrowLine << int(GraphicItem::ArrowLine);
+    QTest::newRow("rectangle") << GraphicDefine::Rectangle << int(GraphicItem::Rectangle);
+    QTest::newRow("ellipse") << GraphicDefine::Ellipse << int(GraphicItem::Ellipse);
+}
+
+void tst_Tools::dragDrawsItem()
+{
+    QFETCH(GraphicDefine::ToolType, tool);
+    QFETCH(int, type);
+    f->view->setToolType(tool);
+    drag(QPoint(100, 100), QPoint(400, 300));
+
+    const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
+    QCOMPARE(items.size(), 1);
+    const auto* item = qobject_cast<AbstractGraphicShapeItem*>(items.first().data());
+    QVERIFY(item);
+    QCOMPARE(item->type(), type);
+    QCOMPARE(item->userId(), 77);
+    QCOMPARE(item->pen().color(), QColor(10, 120, 200));
+    QCOMPARE(item->pen().width(), 4);
+    QVERIFY(!item->isEditMode());
+    QVERIFY(item->boundary().width() > 200);
+    QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+    QCOMPARE(f->scene->focusItem(), items.first());
+    QVERIFY(f->view->canUndo());
+
+    // Painted where the pointer went, in the palette's colour.
+    const QPointF on = item->outlinePath().pointAtPercent(0.1);
+    const QColor painted = f->frame().pixelColor(on.toPoint());
+    QVERIFY2(painted.blue() > 150 && painted.red() < 80, qPrintable(painted.name()));
+
+    f->scene->undo();
+    QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+    QVERIFY(!f->view->canUndo());
+    QVERIFY(f->view->canRedo());
+}
+
+void tst_Tools::polylineClickByClick()
+{
+    f->view->setToolType(GraphicDefine::Segment);
+    for (const QPoint& vertex : { QPoint(100, 100), QPoint(300, 100), QPoint(300, 300) }) {
+        f->press(vertex);
+        f->release(vertex);
+        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 1);
+    }
+    // The rubber band follows the hovering pointer, then a right click ends it.
+    f->move(QPoint(350, 420));
+    f->press(QPoint(350, 420), Qt::NoModifier, Qt::RightButton);
+    f->release(QPoint(350, 420), Qt::NoModifier, Qt::RightButton);
+
+    QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
+    const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
+    QCOMPARE(items.size(), 1);
+    const auto* polyline = qobject_cast<AbstractGraphicShapeItem*>(items.first().data());
+    QCOMPARE(polyline->type(), int(GraphicItem::Segment));
+    // Each committed piece is its own moveTo/lineTo pair: the middle vertex twice.
+    const QPainterPath path = polyline->outlinePath();
+    QCOMPARE(path.elementCount(), 4);
+    QCOMPARE(QPointF(path.elementAt(1)), QPointF(300, 100));
+    QCOMPARE(QPointF(path.elementAt(2)), QPointF(300, 100));
+    QCOMPARE(polyline->boundary(), QRectF(100, 100, 200, 200));
+    QVERIFY(polyline->collidesWithPoint(QPointF(200, 101), Qt::IntersectsItemShape));
+}
+
+void tst_Tools::imagePlacedTwiceIsDecodedOnce()
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("picture.png"));
+    QImage picture(40, 20, QImage::Format_ARGB32);
+    picture.fill(QColor(250, 20, 20));
+    QVERIFY(picture.save(file));
+
+    f->scene->setImagePath(QUrl::fromLocalFile(file).toString());
+    f->view->setToolType(GraphicDefine::Image);
+    drag(QPoint(100, 100), QPoint(300, 200));
+    drag(QPoint(500, 300), QPoint(540, 320));
+
+    const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
+    QCOMPARE(items.size(), 2);
+    const auto* first = qobject_cast<GraphicImage*>(items.at(0).data());
+    const auto* second = qobject_cast<GraphicImage*>(items.at(1).data());
+    QVERIFY(first && second);
+    QVERIFY(!first->imageKey().isEmpty());
+    QCOMPARE(first->imageKey(), second->imageKey());
+    QCOMPARE(f->scene->imageByKey(first->imageKey()), f->scene->imageByKey(second->imageKey()));
+
+    // The picture is stretched into each frame.
+    const QImage frame = f->frame();
+    QCOMPARE(frame.pixelColor(200, 150), QColor(250, 20, 20));
+    QCOMPARE(frame.pixelColor(520, 310), QColor(250, 20, 20));
+}
+
+void tst_Tools::strokeCornerDragUndoesAsAMove()
+{
+    f->view->setToolType(GraphicDefine::Pen);
+    drag(QPoint(200, 200), QPoint(300, 260));
+    const QSharedPointer<GraphicItem> stroke = f->scene->focusItem();
+    auto* pen = qobject_cast<GraphicPenItem*>(stroke.data());
+    QVERIFY(pen);
+    const QRectF before = pen->outlinePath().boundingRect();
+
+    // Drag the bottom right handle out to twice the width.
+    f->view->setToolType(GraphicDefine::Selector);
+    const QPoint corner = before.bottomRight().toPoint();
+    const QPoint target(int(before.left() + 2 * before.width()), corner.y());
+    f->press(corner);
+    f->move(corner + QPoint(20, 0));
+    f->move(target);
+    f->release(target);
+
+    const QRectF scaled = pen->outlinePath().boundingRect();
+    QCOMPARE(scaled.topLeft(), before.topLeft());
+    QVERIFY(qAbs(scaled.width() - 2 * before.width()) < 0.01);
+    QVERIFY(qAbs(scaled.height() - 2 * before.height()) < 0.01);
+
+    // Handle drags of strokes record the raw pointer position, so the scene
+    // takes the drag for a move: from the first move's position (the stroke
+    // had no drag position before it) to the last. Undo shifts the scaled
+    // stroke by their difference and keeps its size.
+    f->scene->undo();
+    const QRectF undone = pen->outlinePath().boundingRect();
+    QVERIFY(qAbs(undone.width() - scaled.width()) < 0.01);
+    QCOMPARE(undone.topLeft(), scaled.topLeft() + QPointF(corner + QPoint(20, 0) - target));
+    f->scene->redo();
+    QCOMPARE(pen->outlinePath().boundingRect().topLeft(), scaled.topLeft());
+}
+
+QTEST_MAIN(tst_Tools)
+#include "tst_tools.moc"
