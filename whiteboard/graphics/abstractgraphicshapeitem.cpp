@@ -1,5 +1,6 @@
 #include "graphics/abstractgraphicshapeitem.h"
 
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPathStroker>
 
@@ -112,9 +113,69 @@ void AbstractGraphicShapeItem::rebuildHitPath()
     m_hitPath = strokeOf(m_outlinePath);
 }
 
+QRectF AbstractGraphicShapeItem::grownUnlessEmpty(QRectF rect, int width)
+{
+    if (!(rect.width() == 0.0 && rect.height() == 0.0))
+        rect.adjust(-width, -width, width, width);
+    return rect;
+}
+
 double AbstractGraphicShapeItem::hitTolerance() const
 {
     return double(float(m_pen.width() + 6) * 0.5f);
+}
+
+bool AbstractGraphicShapeItem::closedShapeHit(const QPointF& point, Qt::ItemSelectionMode mode,
+                                              OutlineDistance distance) const
+{
+    const QRectF b = m_outlinePath.boundingRect();
+    switch (mode) {
+    case Qt::ContainsItemBoundingRect:
+    case Qt::IntersectsItemBoundingRect:
+        return b.contains(point);
+    case Qt::ContainsItemShape:
+    case Qt::IntersectsItemShape: {
+        const double d = distance(point - b.center(), b);
+        const double t = hitTolerance();
+        if (d < -t)
+            return m_brush != QBrush(Qt::NoBrush);
+        return d <= t;
+    }
+    }
+    return false;
+}
+
+bool AbstractGraphicShapeItem::takePress(QMouseEvent* event, bool onItem)
+{
+    event->setAccepted(false);
+    if (onItem) {
+        event->accept();
+        if (focusable())
+            setActiveFocus(true);
+    }
+    if (isEditMode())
+        event->accept();
+    return event->isAccepted();
+}
+
+void AbstractGraphicShapeItem::hoverAt(const QPointF& point, QMouseEvent* event)
+{
+    if (collidesWithPoint(point, Qt::IntersectsItemShape) && hoverEnabled()) {
+        event->accept();
+        setHovered(true);
+    }
+}
+
+void AbstractGraphicShapeItem::endPress(QMouseEvent* event, bool pressed, bool rebuildHit)
+{
+    event->setAccepted(false);
+    if (!pressed)
+        return;
+    event->accept();
+    if (rebuildHit && !m_outlinePath.isEmpty())
+        rebuildHitPath();
+    if (isEditMode())
+        setIsEditMode(false);
 }
 
 QColor AbstractGraphicShapeItem::paintColor(QColor color) const

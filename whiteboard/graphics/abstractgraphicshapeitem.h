@@ -51,6 +51,9 @@ public:
 
     // The width-6 band along `path` that hit tests and dirty paths use.
     static QPainterPath strokeOf(const QPainterPath& path);
+    // `rect` grown by `width` on each side, unless it has no extent at all:
+    // the dirty area of a shape before a change.
+    static QRectF grownUnlessEmpty(QRectF rect, int width);
     // Recomputes `hitPath` from `outlinePath`.
     void rebuildHitPath();
 
@@ -79,6 +82,23 @@ protected:
     void paintSelectionVeil(QPainter* painter) const;
     // The colour to paint `color` with: darker when selected, at the item's opacity.
     QColor paintColor(QColor color) const;
+    // Signed distance from `q`, relative to the centre of `bounds`, to the
+    // outline of a closed shape that fills `bounds`.
+    using OutlineDistance = double (*)(const QPointF& q, const QRectF& bounds);
+    // Point test of the closed shapes: the bounding-rectangle modes test the
+    // bounds; in the shape modes a band around the outline always hits and
+    // the inside only when filled.
+    bool closedShapeHit(const QPointF& point, Qt::ItemSelectionMode mode, OutlineDistance distance) const;
+
+    // The pointer steps shared by the items drawn by a drag. A press on the
+    // item (`onItem`) takes the focus, and in edit mode every press starts
+    // the drawing; returns whether the press is the item's.
+    bool takePress(QMouseEvent* event, bool onItem);
+    // Hover of an item that is not pressed.
+    void hoverAt(const QPointF& point, QMouseEvent* event);
+    // Ends a press and the drawing; with `rebuildHit` the hit path is made
+    // again from the finished outline.
+    void endPress(QMouseEvent* event, bool pressed, bool rebuildHit = true);
 
     QPainterPath m_outlinePath;
     QPainterPath m_hitPath;

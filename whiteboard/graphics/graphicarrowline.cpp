@@ -111,18 +111,10 @@ bool GraphicArrowLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelec
 void GraphicArrowLineItem::mousePressEvent(QMouseEvent* event)
 {
     const QPointF p = eventScenePos(event);
-    event->setAccepted(false);
-    if (!m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)) {
-        event->setAccepted(true);
+    if (takePress(event, !m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)))
         m_pressed = true;
-        if (focusable())
-            setActiveFocus(true);
-    }
-    if (isEditMode()) {
-        m_pressed = true;
-        event->setAccepted(true);
+    if (isEditMode())
         m_startPoint = p;
-    }
 }
 
 void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
@@ -130,19 +122,14 @@ void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
     const QPointF p = eventScenePos(event);
     event->setAccepted(false);
     if (!m_pressed) {
-        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
-            event->setAccepted(true);
-            setHovered(true);
-        }
+        hoverAt(p, event);
         return;
     }
     if (!isEditMode())
         return;
     event->setAccepted(true);
-    QRectF old = m_outlinePath.boundingRect();
     const int w = pen().width();
-    if (!(old.width() == 0.0 && old.height() == 0.0))
-        old.adjust(-w, -w, w, w);
+    const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
     m_outlinePath.clear();
     m_outlinePath.moveTo(m_startPoint);
     m_outlinePath.lineTo(p);
@@ -154,15 +141,8 @@ void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
 
 void GraphicArrowLineItem::mouseReleaseEvent(QMouseEvent* event)
 {
-    event->setAccepted(false);
-    if (m_pressed) {
-        event->setAccepted(true);
-        // Built once here rather than at every move of the drawing.
-        if (!m_outlinePath.isEmpty())
-            rebuildHitPath();
-        if (isEditMode())
-            setIsEditMode(false);
-    }
+    // The hit path is built once here rather than at every move of the drawing.
+    endPress(event, m_pressed);
     m_pressed = false;
 }
 

@@ -1,9 +1,6 @@
 #include "graphics/graphicarrowlinecontroller.h"
 
 #include "graphics/graphicarrowline.h"
-#include "scene/graphicscene.h"
-
-#include <QRegion>
 
 namespace whiteboard {
 
@@ -54,11 +51,7 @@ void GraphicArrowLineController::onControlPointMove(int type, QMouseEvent* event
     if (!arrow || arrow->outlinePath().elementCount() < 2)
         return;
     const QPointF p = eventPos(event);
-    const int w = arrow->pen().width();
-    QRectF old = arrow->outlinePath().boundingRect();
-    if (!(old.width() == 0.0 && old.height() == 0.0))
-        old.adjust(-w, -w, w, w);
-
+    const QRectF old = AbstractGraphicShapeItem::grownUnlessEmpty(arrow->outlinePath().boundingRect(), arrow->pen().width());
     // The end that is not dragged stays where it was at the press.
     const QPointF from = type == TailPoint ? p : m_lineStart;
     const QPointF to = type == TailPoint ? m_lineEnd : p;
@@ -69,8 +62,7 @@ void GraphicArrowLineController::onControlPointMove(int type, QMouseEvent* event
     arrow->setOutlinePath(path);
     arrow->rebuildHitPath();
     arrow->setBoundary(path.boundingRect());
-    const QRectF now = arrow->boundary().adjusted(-w, -w, w, w);
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(now.united(old).toRect()));
+    repaintReshaped(arrow, old);
 }
 
 } // namespace whiteboard

@@ -31,6 +31,32 @@ void GraphicController::setControlPoints(const QList<GraphicControlPoint>& point
     m_controlPoints = map;
 }
 
+QList<GraphicControlPoint> GraphicController::cornerPoints()
+{
+    return { GraphicControlPoint(GraphicDefine::GCP_SizeTopLeft), GraphicControlPoint(GraphicDefine::GCP_SizeTopRight),
+             GraphicControlPoint(GraphicDefine::GCP_SizeBottomRight), GraphicControlPoint(GraphicDefine::GCP_SizeBottomLeft) };
+}
+
+bool GraphicController::moveCorner(QRectF& rect, int type, const QPointF& pos)
+{
+    switch (type) {
+    case GraphicDefine::GCP_SizeTopLeft:
+        rect.setTopLeft(pos);
+        return true;
+    case GraphicDefine::GCP_SizeTopRight:
+        rect.setTopRight(pos);
+        return true;
+    case GraphicDefine::GCP_SizeBottomLeft:
+        rect.setBottomLeft(pos);
+        return true;
+    case GraphicDefine::GCP_SizeBottomRight:
+        rect.setBottomRight(pos);
+        return true;
+    default:
+        return false;
+    }
+}
+
 double GraphicController::sceneScale() const
 {
     return m_scene ? m_scene->scale() : 1.0;
@@ -197,6 +223,12 @@ void GraphicController::translateItem(const QPointF& target, const QPointF& from
     m_pressPos = target;
 }
 
+void GraphicController::repaintReshaped(const AbstractGraphicShapeItem* shape, const QRectF& before)
+{
+    const int w = shape->pen().width();
+    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(shape->boundary().adjusted(-w, -w, w, w).united(before).toRect()));
+}
+
 void GraphicController::mouseMoveEvent(QMouseEvent* event)
 {
     if (m_activePoint >= 0) {
@@ -218,15 +250,11 @@ void GraphicController::mouseReleaseEvent(QMouseEvent* event)
         if (shape->cache()) {
             shape->setCacheOffset(QPointF());
             const QPointF p = eventPos(event);
-            const int w = shape->pen().width();
-            QRectF old = shape->outlinePath().boundingRect();
-            if (!(old.width() == 0.0 && old.height() == 0.0))
-                old.adjust(-w, -w, w, w);
+            const QRectF old = AbstractGraphicShapeItem::grownUnlessEmpty(shape->outlinePath().boundingRect(), shape->pen().width());
             shape->setOutlinePath(shape->outlinePath().translated(p - m_dragStartPos));
             shape->rebuildHitPath();
             shape->setBoundary(shape->outlinePath().boundingRect());
-            const QRectF now = shape->boundary().adjusted(-w, -w, w, w);
-            m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(old.united(now).toRect()));
+            repaintReshaped(shape, old);
         }
     }
     if (m_activePoint >= 0) {

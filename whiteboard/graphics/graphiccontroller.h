@@ -12,6 +12,7 @@ class QPainter;
 
 namespace whiteboard {
 
+class AbstractGraphicShapeItem;
 class GraphicItem;
 class GraphicScene;
 
@@ -68,11 +69,19 @@ protected:
     QPointF eventPos(const QMouseEvent* event) const;
     // Installs the records of `types` with the default size, style and cursor.
     void setControlPoints(const QList<GraphicControlPoint>& points);
+    // The four corner handles with their defaults.
+    static QList<GraphicControlPoint> cornerPoints();
+    // Moves the corner of `rect` that the handle `type` stands for to `pos`;
+    // false, and `rect` unchanged, if `type` is not a corner.
+    static bool moveCorner(QRectF& rect, int type, const QPointF& pos);
     // The shared dashed frame of controllers that outline their item.
     void paintFrame(QPainter* painter, const QRectF& rect) const;
     double sceneScale() const;
     // Moves the item's path by `delta` and repaints it; `pressPos` follows.
     void translateItem(const QPointF& target, const QPointF& from);
+    // Repaints the item layer over `before` and over the shape's new
+    // boundary grown by its pen width.
+    void repaintReshaped(const AbstractGraphicShapeItem* shape, const QRectF& before);
 
     GraphicScene* m_scene = nullptr;
     GraphicItem* m_item = nullptr;

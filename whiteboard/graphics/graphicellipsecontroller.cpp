@@ -6,25 +6,17 @@
 namespace whiteboard {
 
 GraphicEllipseController::GraphicEllipseController(GraphicScene* scene, GraphicItem* item)
-    : GraphicController(scene, item)
+    : GraphicFrameController(scene, item, GraphicEllipseItem::staticMetaObject,
+                             { GraphicControlPoint(GraphicDefine::GCP_SizeTopCenter),
+                               GraphicControlPoint(GraphicDefine::GCP_SizeBottomCenter),
+                               GraphicControlPoint(GraphicDefine::GCP_SizeLeftCenter),
+                               GraphicControlPoint(GraphicDefine::GCP_SizeRightCenter) })
 {
-    setControlPoints({ GraphicControlPoint(GraphicDefine::GCP_SizeTopCenter),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeBottomCenter),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeLeftCenter),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeRightCenter) });
-}
-
-void GraphicEllipseController::onControlPointPress(int, QMouseEvent*)
-{
-    auto* ellipse = qobject_cast<GraphicEllipseItem*>(m_item);
-    if (!ellipse)
-        return;
-    m_pressRect = ellipse->outlinePath().boundingRect();
 }
 
 void GraphicEllipseController::onControlPointMove(int type, QMouseEvent* event)
 {
-    auto* ellipse = qobject_cast<GraphicEllipseItem*>(m_item);
+    auto* ellipse = frameItem();
     if (!ellipse)
         return;
     const QPointF p = eventPos(event);

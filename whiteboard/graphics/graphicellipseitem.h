@@ -1,14 +1,12 @@
 #pragma once
 
-#include "graphics/abstractgraphicshapeitem.h"
-
-#include <QPainterPathStroker>
+#include "graphics/graphicframeitem.h"
 
 namespace whiteboard {
 
 // An ellipse drawn by dragging a frame; Shift draws a circle, Alt grows the
 // frame around the drag's top-left corner.
-class GraphicEllipseItem : public AbstractGraphicShapeItem
+class GraphicEllipseItem : public GraphicFrameItem
 {
     Q_OBJECT
 
@@ -18,17 +16,10 @@ public:
 
     GraphicItem* copy() override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
 
-    QPointF startPoint() const { return m_startPoint; }
-    bool pressed() const { return m_pressed; }
-
-private:
-    QPainterPathStroker m_stroker;
-    QPointF m_startPoint;
-    bool m_pressed = false;
+protected:
+    bool pressHits(const QPointF& point) const override;
+    QPainterPath framePath(const QRectF& frame, Qt::KeyboardModifiers modifiers) const override;
 };
 
 } // namespace whiteboard

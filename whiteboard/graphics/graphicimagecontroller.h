@@ -1,13 +1,11 @@
 #pragma once
 
-#include "graphics/graphiccontroller.h"
-
-#include <QRectF>
+#include "graphics/graphicframecontroller.h"
 
 namespace whiteboard {
 
 // Handles on a picture frame's four corners, drawn over a dashed frame; no aspect ratio is kept.
-class GraphicImageController : public GraphicController
+class GraphicImageController : public GraphicFrameController
 {
     Q_OBJECT
 
@@ -15,12 +13,6 @@ public:
     GraphicImageController(GraphicScene* scene, GraphicItem* item);
 
     void paint(QPainter* painter) override;
-    void onControlPointPress(int type, QMouseEvent* event) override;
-    void onControlPointMove(int type, QMouseEvent* event) override;
-
-private:
-    // The frame at the press: every move recomputes from it, so no error accumulates.
-    QRectF m_pressRect;
 };
 
 } // namespace whiteboard

@@ -1,9 +1,6 @@
 #include "graphics/graphiclinecontroller.h"
 
 #include "graphics/graphiclineitem.h"
-#include "scene/graphicscene.h"
-
-#include <QRegion>
 
 namespace whiteboard {
 
@@ -37,10 +34,7 @@ void GraphicLineController::onControlPointMove(int type, QMouseEvent* event)
     if (!line)
         return;
     const QPointF p = eventPos(event);
-    const int w = line->pen().width();
-    QRectF old = line->outlinePath().boundingRect();
-    if (!(old.width() == 0.0 && old.height() == 0.0))
-        old.adjust(-w, -w, w, w);
+    const QRectF old = AbstractGraphicShapeItem::grownUnlessEmpty(line->outlinePath().boundingRect(), line->pen().width());
     QPainterPath path = line->outlinePath();
     if (path.elementCount() == 2) {
         path.setElementPositionAt(type == StartPoint ? 0 : 1, p.x(), p.y());
@@ -48,8 +42,7 @@ void GraphicLineController::onControlPointMove(int type, QMouseEvent* event)
     }
     line->setBoundary(path.boundingRect());
     line->rebuildHitPath();
-    const QRectF now = line->boundary().adjusted(-w, -w, w, w);
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(now.united(old).toRect()));
+    repaintReshaped(line, old);
 }
 
 } // namespace whiteboard

@@ -60,18 +60,10 @@ void GraphicLineItem::mousePressEvent(QMouseEvent* event)
 {
     const QPointF p = eventScenePos(event);
     m_lastPoint = p;
-    event->setAccepted(false);
-    if (!m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)) {
-        event->setAccepted(true);
+    if (takePress(event, !m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)))
         m_pressed = true;
-        if (focusable())
-            setActiveFocus(true);
-    }
-    if (isEditMode()) {
-        m_pressed = true;
-        event->setAccepted(true);
+    if (isEditMode())
         m_startPoint = p;
-    }
 }
 
 void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
@@ -79,16 +71,11 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
     const QPointF p = eventScenePos(event);
     event->setAccepted(false);
     if (!m_pressed) {
-        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
-            event->setAccepted(true);
-            setHovered(true);
-        }
+        hoverAt(p, event);
     } else if (isEditMode()) {
         event->setAccepted(true);
-        QRectF old = m_outlinePath.boundingRect();
         const int w = pen().width();
-        if (!(old.width() == 0.0 && old.height() == 0.0))
-            old.adjust(-w, -w, w, w);
+        const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
 
         QPainterPath path;
         path.moveTo(m_startPoint);
@@ -110,12 +97,8 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
 
 void GraphicLineItem::mouseReleaseEvent(QMouseEvent* event)
 {
-    event->setAccepted(false);
-    if (m_pressed) {
-        event->setAccepted(true);
-        if (isEditMode())
-            setIsEditMode(false);
-    }
+    // The hit path already follows every move of the drawing.
+    endPress(event, m_pressed, false);
     m_pressed = false;
 }
 

@@ -1,10 +1,8 @@
 #include "graphics/graphiclinesegmentcontroller.h"
 
 #include "graphics/graphiclinesegmentitem.h"
-#include "scene/graphicscene.h"
 
 #include <QMouseEvent>
-#include <QRegion>
 #include <QTransform>
 
 #include <algorithm>
@@ -46,30 +44,15 @@ int oppositeCorner(int type)
 GraphicLineSegmentController::GraphicLineSegmentController(GraphicScene* scene, GraphicItem* item)
     : GraphicController(scene, item)
 {
-    setControlPoints({ GraphicControlPoint(GraphicDefine::GCP_SizeTopLeft), GraphicControlPoint(GraphicDefine::GCP_SizeTopRight),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeBottomRight), GraphicControlPoint(GraphicDefine::GCP_SizeBottomLeft) });
+    setControlPoints(cornerPoints());
 }
 
 bool GraphicLineSegmentController::scaleFromCorner(QPainterPath& path, int type, const QPointF& pos)
 {
     const QRectF old = path.boundingRect();
     QRectF r = old;
-    switch (type) {
-    case GraphicDefine::GCP_SizeTopLeft:
-        r.setTopLeft(pos);
-        break;
-    case GraphicDefine::GCP_SizeTopRight:
-        r.setTopRight(pos);
-        break;
-    case GraphicDefine::GCP_SizeBottomLeft:
-        r.setBottomLeft(pos);
-        break;
-    case GraphicDefine::GCP_SizeBottomRight:
-        r.setBottomRight(pos);
-        break;
-    default:
+    if (!moveCorner(r, type, pos))
         return false;
-    }
     const int anchorType = oppositeCorner(type);
     const QPointF anchor = corner(r, anchorType);
     // The width alone gives the scale, so the stroke keeps its aspect ratio;
@@ -105,16 +88,11 @@ void GraphicLineSegmentController::onControlPointMove(int type, QMouseEvent* eve
     if (!scaleFromCorner(path, type, eventPos(event)))
         return;
     segment->setOutlinePath(path);
-    const int w = segment->pen().width();
-    QRectF grownOld = old;
-    if (!(old.width() == 0.0 && old.height() == 0.0))
-        grownOld.adjust(-w, -w, w, w);
     segment->rebuildHitPath();
     // Raw view position: the scene then records this drag as a move.
     m_pressPos = QPointF(event->pos());
     segment->setBoundary(path.boundingRect());
-    const QRectF now = segment->boundary().adjusted(-w, -w, w, w);
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(now.united(grownOld).toRect()));
+    repaintReshaped(segment, AbstractGraphicShapeItem::grownUnlessEmpty(old, segment->pen().width()));
 }
 
 } // namespace whiteboard

@@ -10,17 +10,6 @@
 
 namespace whiteboard {
 
-namespace {
-
-QRectF grownUnlessEmpty(QRectF rect, int w)
-{
-    if (!(rect.width() == 0.0 && rect.height() == 0.0))
-        rect.adjust(-w, -w, w, w);
-    return rect;
-}
-
-} // namespace
-
 GraphicLineSegmentItem::GraphicLineSegmentItem(GraphicScene* scene, GraphicItem* parent)
     : AbstractGraphicShapeItem(scene, parent)
 {
@@ -86,10 +75,7 @@ void GraphicLineSegmentItem::mouseMoveEvent(QMouseEvent* event)
     event->setAccepted(false);
     const QPointF p = eventScenePos(event);
     if (!isEditMode()) {
-        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
-            event->setAccepted(true);
-            setHovered(true);
-        }
+        hoverAt(p, event);
         return;
     }
     event->setAccepted(true);

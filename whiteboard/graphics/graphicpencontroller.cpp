@@ -13,8 +13,7 @@ namespace whiteboard {
 GraphicPenController::GraphicPenController(GraphicScene* scene, GraphicItem* item)
     : GraphicController(scene, item)
 {
-    setControlPoints({ GraphicControlPoint(GraphicDefine::GCP_SizeTopLeft), GraphicControlPoint(GraphicDefine::GCP_SizeTopRight),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeBottomRight), GraphicControlPoint(GraphicDefine::GCP_SizeBottomLeft) });
+    setControlPoints(cornerPoints());
 }
 
 void GraphicPenController::paint(QPainter* painter)

@@ -102,18 +102,9 @@ bool GraphicPenItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMo
 
 void GraphicPenItem::mousePressEvent(QMouseEvent* event)
 {
-    event->setAccepted(false);
     const QPointF p = eventScenePos(event);
-    if (!m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)) {
-        event->setAccepted(true);
+    if (takePress(event, !m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)))
         m_pressed = true;
-        if (focusable())
-            setActiveFocus(true);
-    }
-    if (isEditMode()) {
-        event->setAccepted(true);
-        m_pressed = true;
-    }
     m_startPoint = p;
     m_lastPoint = p;
     m_strokeStarted = false;
@@ -141,23 +132,15 @@ void GraphicPenItem::mouseMoveEvent(QMouseEvent* event)
             scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(piece.adjusted(-w, -w, w, w).toRect()));
         }
         m_lastPoint = p;
-    } else if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
-        event->setAccepted(true);
-        setHovered(true);
+    } else {
+        hoverAt(p, event);
     }
 }
 
 void GraphicPenItem::mouseReleaseEvent(QMouseEvent* event)
 {
-    event->setAccepted(false);
-    if (m_pressed) {
-        event->setAccepted(true);
-        // The outline of a long stroke is expensive: built once, here.
-        if (!m_outlinePath.isEmpty())
-            rebuildHitPath();
-        if (isEditMode())
-            setIsEditMode(false);
-    }
+    // The outline of a long stroke is expensive: built once, here.
+    endPress(event, m_pressed);
     m_pressed = false;
 }
 

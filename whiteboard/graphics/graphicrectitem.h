@@ -1,14 +1,12 @@
 #pragma once
 
-#include "graphics/abstractgraphicshapeitem.h"
-
-#include <QPainterPathStroker>
+#include "graphics/graphicframeitem.h"
 
 namespace whiteboard {
 
 // A rectangle drawn by dragging a frame. Hit tests use the signed distance to
 // the outline, so an unfilled rectangle can be clicked through.
-class GraphicRectItem : public AbstractGraphicShapeItem
+class GraphicRectItem : public GraphicFrameItem
 {
     Q_OBJECT
 
@@ -18,17 +16,9 @@ public:
 
     GraphicItem* copy() override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
 
-    QPointF startPoint() const { return m_startPoint; }
-    bool pressed() const { return m_pressed; }
-
-private:
-    QPainterPathStroker m_stroker;
-    QPointF m_startPoint;
-    bool m_pressed = false;
+protected:
+    void drawingStarted(const QPointF& point, QMouseEvent* event) override;
 };
 
 } // namespace whiteboard

@@ -1,19 +1,12 @@
 #include "graphics/graphictextcontroller.h"
 
 #include "graphics/graphictextitem.h"
-#include "scene/graphicscene.h"
-
-#include <QPainter>
 
 namespace whiteboard {
 
 GraphicTextController::GraphicTextController(GraphicScene* scene, GraphicItem* item)
-    : GraphicController(scene, item)
+    : GraphicFrameController(scene, item, GraphicTextItem::staticMetaObject)
 {
-    setControlPoints({ GraphicControlPoint(GraphicDefine::GCP_SizeTopLeft),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeTopRight),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeBottomRight),
-                       GraphicControlPoint(GraphicDefine::GCP_SizeBottomLeft) });
 }
 
 void GraphicTextController::paint(QPainter* painter)
@@ -24,50 +17,14 @@ void GraphicTextController::paint(QPainter* painter)
     GraphicController::paint(painter);
 }
 
-void GraphicTextController::onControlPointPress(int, QMouseEvent*)
+void GraphicTextController::frameResized(AbstractGraphicShapeItem* item)
 {
-    auto* text = qobject_cast<GraphicTextItem*>(m_item);
-    if (!text)
-        return;
-    m_pressRect = text->outlinePath().boundingRect();
-}
-
-void GraphicTextController::onControlPointMove(int type, QMouseEvent* event)
-{
-    auto* text = qobject_cast<GraphicTextItem*>(m_item);
-    if (!text)
-        return;
-    const QPointF p = eventPos(event);
-    QRectF r = m_pressRect;
-    switch (type) {
-    case GraphicDefine::GCP_SizeTopLeft:
-        r.setTopLeft(p);
-        break;
-    case GraphicDefine::GCP_SizeTopRight:
-        r.setTopRight(p);
-        break;
-    case GraphicDefine::GCP_SizeBottomLeft:
-        r.setBottomLeft(p);
-        break;
-    case GraphicDefine::GCP_SizeBottomRight:
-        r.setBottomRight(p);
-        break;
-    default:
-        break;
-    }
-    // Normalising lets a corner pass the opposite one without a special case.
-    QPainterPath outline;
-    outline.addRect(r.normalized());
-    text->setOutlinePath(outline);
-    text->setBoundary(outline.boundingRect());
-    QPainterPath dirty = text->hitPath();
-    text->rebuildHitPath();
-    dirty.addPath(text->hitPath());
+    // Only text items get here: the base serves no other class.
+    auto* text = static_cast<GraphicTextItem*>(item);
     // The type size follows the frame's height; its width has no say.
     QFont font = text->font();
     font.setPixelSize(int(text->height() * 0.8));
     text->setFont(font);
-    m_scene->updateLayer(GraphicScene::ItemLayer, dirty);
 }
 
 } // namespace whiteboard

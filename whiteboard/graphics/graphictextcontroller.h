@@ -1,13 +1,11 @@
 #pragma once
 
-#include "graphics/graphiccontroller.h"
-
-#include <QRectF>
+#include "graphics/graphicframecontroller.h"
 
 namespace whiteboard {
 
 // Handles on a text frame's four corners over a dashed frame; the frame height sets the type size.
-class GraphicTextController : public GraphicController
+class GraphicTextController : public GraphicFrameController
 {
     Q_OBJECT
 
@@ -15,12 +13,9 @@ public:
     GraphicTextController(GraphicScene* scene, GraphicItem* item);
 
     void paint(QPainter* painter) override;
-    void onControlPointPress(int type, QMouseEvent* event) override;
-    void onControlPointMove(int type, QMouseEvent* event) override;
 
-private:
-    // The frame at the press: every move recomputes from it, so no error accumulates.
-    QRectF m_pressRect;
+protected:
+    void frameResized(AbstractGraphicShapeItem* item) override;
 };
 
 } // namespace whiteboard

@@ -1,21 +1,17 @@
 #include "graphics/graphictextitem.h"
 
 #include "graphics/graphictextcontroller.h"
-#include "scene/graphicscene.h"
 
 #include <QFontMetricsF>
-#include <QMouseEvent>
 #include <QPainter>
-#include <QRegion>
 
 namespace whiteboard {
 
 GraphicTextItem::GraphicTextItem(const QString& text, const QFont& font, GraphicScene* scene, GraphicItem* parent)
-    : AbstractGraphicShapeItem(scene, parent)
+    : GraphicFrameItem(scene, parent)
     , m_text(text)
     , m_font(font)
 {
-    m_stroker.setWidth(6);
     setType(Text);
     setCursorShape(Qt::PointingHandCursor);
     setController(new GraphicTextController(scene, this));
@@ -23,13 +19,10 @@ GraphicTextItem::GraphicTextItem(const QString& text, const QFont& font, Graphic
 
 // The alignment is not copied: a copy starts at the default again.
 GraphicTextItem::GraphicTextItem(const GraphicTextItem& other)
-    : AbstractGraphicShapeItem(other)
-    , m_startPoint(other.m_startPoint)
-    , m_pressed(other.m_pressed)
+    : GraphicFrameItem(other)
     , m_text(other.m_text)
     , m_font(other.m_font)
 {
-    m_stroker.setWidth(6);
     setController(new GraphicTextController(other.scene(), this));
 }
 
@@ -82,66 +75,6 @@ void GraphicTextItem::paint(QPainter* painter, const QRectF*)
 bool GraphicTextItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode) const
 {
     return boundary().contains(point);
-}
-
-void GraphicTextItem::mousePressEvent(QMouseEvent* event)
-{
-    event->setAccepted(false);
-    const QPointF p = eventScenePos(event);
-    if (!m_outlinePath.isEmpty() && m_hitPath.contains(p)) {
-        event->accept();
-        m_pressed = true;
-        if (focusable())
-            setActiveFocus(true);
-    }
-    if (isEditMode()) {
-        m_pressed = true;
-        event->accept();
-        m_startPoint = p;
-    }
-}
-
-void GraphicTextItem::mouseMoveEvent(QMouseEvent* event)
-{
-    event->setAccepted(false);
-    const QPointF p = eventScenePos(event);
-    if (!m_pressed) {
-        if (collidesWithPoint(p, Qt::IntersectsItemShape) && hoverEnabled()) {
-            event->accept();
-            setHovered(true);
-        }
-        return;
-    }
-    event->accept();
-    QPainterPath old = m_outlinePath;
-    m_outlinePath = QPainterPath();
-    const QRectF r(QPointF(qMin(m_startPoint.x(), p.x()), qMin(m_startPoint.y(), p.y())),
-                   QPointF(qMax(m_startPoint.x(), p.x()), qMax(m_startPoint.y(), p.y())));
-    m_outlinePath.addRect(r);
-    setBoundary(m_outlinePath.boundingRect());
-    // While dragging, the hit path also covers the previous frame: it is the
-    // area to repaint.
-    old.addPath(m_outlinePath);
-    m_hitPath = m_stroker.createStroke(old).simplified();
-    if (brush() == QBrush(Qt::NoBrush)) {
-        scene()->updateLayer(GraphicScene::ActiveLayer, m_hitPath);
-    } else {
-        const int w = pen().width();
-        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(old.boundingRect().adjusted(-w, -w, w, w).toRect()));
-    }
-}
-
-void GraphicTextItem::mouseReleaseEvent(QMouseEvent* event)
-{
-    event->setAccepted(false);
-    if (m_pressed) {
-        event->accept();
-        if (!m_outlinePath.isEmpty())
-            m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
-        if (isEditMode())
-            setIsEditMode(false);
-    }
-    m_pressed = false;
 }
 
 } // namespace whiteboard

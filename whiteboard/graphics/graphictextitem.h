@@ -1,16 +1,15 @@
 #pragma once
 
-#include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicframeitem.h"
 
 #include <QFont>
-#include <QPainterPathStroker>
 #include <QString>
 
 namespace whiteboard {
 
 // A block of text in a rectangular frame. Editing happens in the host's input
 // field; the item only keeps the text, the font and the frame.
-class GraphicTextItem : public AbstractGraphicShapeItem
+class GraphicTextItem : public GraphicFrameItem
 {
     Q_OBJECT
     Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
@@ -34,21 +33,12 @@ public:
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
-
-    QPointF startPoint() const { return m_startPoint; }
-    bool pressed() const { return m_pressed; }
 
 signals:
     void textChanged();
     void fontChanged();
 
 private:
-    QPainterPathStroker m_stroker;
-    QPointF m_startPoint;
-    bool m_pressed = false;
     QString m_text;
     QFont m_font;
     int m_alignment = 1;

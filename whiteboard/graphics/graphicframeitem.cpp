@@ -1,0 +1,81 @@
+#include "graphics/graphicframeitem.h"
+
+#include "scene/graphicscene.h"
+
+#include <QMouseEvent>
+#include <QRegion>
+
+namespace whiteboard {
+
+GraphicFrameItem::GraphicFrameItem(GraphicScene* scene, GraphicItem* parent)
+    : AbstractGraphicShapeItem(scene, parent)
+{
+    m_stroker.setWidth(6);
+}
+
+GraphicFrameItem::GraphicFrameItem(const GraphicFrameItem& other)
+    : AbstractGraphicShapeItem(other)
+    , m_startPoint(other.m_startPoint)
+    , m_pressed(other.m_pressed)
+{
+    m_stroker.setWidth(6);
+}
+
+bool GraphicFrameItem::pressHits(const QPointF& point) const
+{
+    return m_hitPath.contains(point);
+}
+
+QPainterPath GraphicFrameItem::framePath(const QRectF& frame, Qt::KeyboardModifiers) const
+{
+    QPainterPath path;
+    path.addRect(frame);
+    return path;
+}
+
+void GraphicFrameItem::drawingStarted(const QPointF&, QMouseEvent*) { }
+
+void GraphicFrameItem::mousePressEvent(QMouseEvent* event)
+{
+    const QPointF p = eventScenePos(event);
+    if (takePress(event, !m_outlinePath.isEmpty() && pressHits(p)))
+        m_pressed = true;
+    if (isEditMode()) {
+        m_startPoint = p;
+        drawingStarted(p, event);
+    }
+}
+
+void GraphicFrameItem::mouseMoveEvent(QMouseEvent* event)
+{
+    event->setAccepted(false);
+    const QPointF p = eventScenePos(event);
+    if (!m_pressed) {
+        hoverAt(p, event);
+        return;
+    }
+    event->accept();
+    QPainterPath old = m_outlinePath;
+    const QRectF r(QPointF(qMin(m_startPoint.x(), p.x()), qMin(m_startPoint.y(), p.y())),
+                   QPointF(qMax(m_startPoint.x(), p.x()), qMax(m_startPoint.y(), p.y())));
+    m_outlinePath = framePath(r, event->modifiers());
+    setBoundary(m_outlinePath.boundingRect());
+    // While dragging, the hit path also covers the previous frame: it is the
+    // area to repaint.
+    old.addPath(m_outlinePath);
+    m_hitPath = m_stroker.createStroke(old).simplified();
+    if (brush() == QBrush(Qt::NoBrush)) {
+        scene()->updateLayer(GraphicScene::ActiveLayer, m_hitPath);
+    } else {
+        const int w = pen().width();
+        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(old.boundingRect().adjusted(-w, -w, w, w).toRect()));
+    }
+}
+
+void GraphicFrameItem::mouseReleaseEvent(QMouseEvent* event)
+{
+    endPress(event, m_pressed);
+    m_pressed = false;
+}
+
+} // namespace whiteboard
