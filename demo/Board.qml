@@ -1,0 +1,289 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Dialogs
+import QtQuick.Layouts
+import com.im.whiteboard 1.0
+import WhiteboardDemo 1.0
+
+// One participant's board: who the user is, the tools, the board itself with
+// its text input and overview, and the board's actions.
+Rectangle {
+    id: board
+
+    required property Relay relay
+    required property int accountId
+    required property string userName
+    required property bool isOwner
+    required property string boardId
+    required property string exportFolder
+    property color accent: "#1f6feb"
+    readonly property alias view: view
+
+    signal notify(string message)
+
+    radius: 10
+    color: "#ffffff"
+    border.color: "#d0d7de"
+
+    readonly property var tools: [
+        { label: "Select", tool: GraphicDefine.Selector, tip: "Select, move and resize items (space + drag pans)" },
+        { label: "Pen", tool: GraphicDefine.Pen, tip: "Freehand stroke" },
+        { label: "Line", tool: GraphicDefine.Line, tip: "Straight line" },
+        { label: "Arrow", tool: GraphicDefine.ArrowLine, tip: "Line with an arrow head" },
+        { label: "Polyline", tool: GraphicDefine.Segment, tip: "Click point after point, double click to finish" },
+        { label: "Rect", tool: GraphicDefine.Rectangle, tip: "Rectangle" },
+        { label: "Ellipse", tool: GraphicDefine.Ellipse, tip: "Ellipse" },
+        { label: "Text", tool: GraphicDefine.Text, tip: "Click to type a text" },
+        { label: "Image…", tool: GraphicDefine.Image, tip: "Choose a picture, then click where it goes" },
+        { label: "Eraser", tool: GraphicDefine.Eraser, tip: "Drag across items to erase them" }
+    ]
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 12
+        spacing: 10
+
+        // Who is drawing here.
+        RowLayout {
+            Layout.fillWidth: true
+            spacing: 10
+
+            Rectangle {
+                width: 34
+                height: 34
+                radius: 17
+                color: board.accent
+                Text {
+                    anchors.centerIn: parent
+                    text: board.userName.charAt(0)
+                    color: "#ffffff"
+                    font.pixelSize: 17
+                    font.bold: true
+                }
+            }
+            ColumnLayout {
+                spacing: 0
+                Text {
+                    text: board.userName
+                    font.pixelSize: 16
+                    font.bold: true
+                    color: "#1f2328"
+                }
+                Text {
+                    text: "account " + board.accountId + (board.isOwner ? " · owner" : " · participant")
+                          + " · board “" + board.boardId + "”"
+                    font.pixelSize: 12
+                    color: "#656d76"
+                }
+            }
+            Item { Layout.fillWidth: true }
+
+            // Overview of the whole page, kept up to date by the scene.
+            Column {
+                spacing: 2
+                Text {
+                    text: "overview"
+                    font.pixelSize: 10
+                    color: "#656d76"
+                }
+                Rectangle {
+                    width: thumbnail.width + 2
+                    height: thumbnail.height + 2
+                    color: "#ffffff"
+                    border.color: "#d0d7de"
+                    ThumbnailImage {
+                        id: thumbnail
+                        x: 1
+                        y: 1
+                        // The page is 3:2; the small thumbnail is stretched to it.
+                        width: 96
+                        height: 64
+                    }
+                }
+            }
+        }
+
+        // Tools.
+        Flow {
+            Layout.fillWidth: true
+            spacing: 4
+
+            Repeater {
+                model: board.tools
+                DemoButton {
+                    required property var modelData
+                    text: modelData.label
+                    tip: modelData.tip
+                    accent: board.accent
+                    checkable: true
+                    checked: view.toolType === modelData.tool
+                    onClicked: {
+                        if (modelData.tool === GraphicDefine.Image)
+                            imageDialog.open()
+                        else
+                            view.toolType = modelData.tool
+                        // A click must not untoggle the current tool.
+                        checked = Qt.binding(function() { return view.toolType === modelData.tool })
+                    }
+                }
+            }
+        }
+
+        // The board.
+        Rectangle {
+            id: frame
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            color: "#dfe4ea"
+            border.color: view.activeFocus ? board.accent : "#d0d7de"
+            border.width: view.activeFocus ? 2 : 1
+            clip: true
+
+            WhiteboardView {
+                id: view
+                anchors.fill: parent
+                anchors.margins: 2
+                currentAccountId: board.accountId
+                userName: board.userName
+                isOwner: board.isOwner
+                textInputer: inputer
+
+                // The text input the board edits texts in: hidden until the
+                // board places it over a text and shows it.
+                TextEdit {
+                    id: inputer
+                    visible: false
+                    textFormat: TextEdit.PlainText
+                    wrapMode: TextEdit.NoWrap
+                    font.pixelSize: 20
+                    color: GraphicPalette.strokeColor
+                    selectByMouse: true
+                    selectionColor: Qt.lighter(board.accent, 1.6)
+
+                    Rectangle {
+                        anchors.fill: parent
+                        anchors.margins: -3
+                        z: -1
+                        color: "#ccffffff"
+                        border.color: board.accent
+                        border.width: 1
+                        radius: 3
+                    }
+                }
+            }
+
+            // The board's id is a property named "id", which QML syntax keeps
+            // for object ids: set it by name.
+            Binding {
+                target: view
+                property: "id"
+                value: board.boardId
+            }
+
+            // The page is transparent until it is given a colour; exports get
+            // it too.
+            Binding {
+                target: view.scene
+                property: "backgroundColor"
+                value: "#ffffff"
+            }
+        }
+
+        // Actions of this board.
+        RowLayout {
+            Layout.fillWidth: true
+            spacing: 4
+
+            DemoButton {
+                text: "Fill"
+                tip: "Fill new rectangles and ellipses"
+                accent: board.accent
+                checkable: true
+                checked: view.scene.fillShape
+                onToggled: view.scene.fillShape = checked
+            }
+            Item { width: 8 }
+            DemoButton {
+                text: "Undo"
+                enabled: view.canUndo
+                onClicked: view.scene.undo()
+            }
+            DemoButton {
+                text: "Redo"
+                enabled: view.canRedo
+                onClicked: view.scene.redo()
+            }
+            Item { width: 8 }
+            DemoButton {
+                text: "−"
+                tip: "Zoom out"
+                onClicked: view.scaleSceneToCenter(view.scene.scale / 1.25)
+            }
+            DemoButton {
+                implicitWidth: 58
+                text: Math.round(view.scene.scale * 100) + " %"
+                tip: "Back to 100 %"
+                onClicked: view.scaleSceneToCenter(1.0)
+            }
+            DemoButton {
+                text: "Fit"
+                tip: "Show the whole page"
+                onClicked: board.fitPage()
+            }
+            DemoButton {
+                text: "+"
+                tip: "Zoom in"
+                onClicked: view.scaleSceneToCenter(view.scene.scale * 1.25)
+            }
+            Item { Layout.fillWidth: true }
+            DemoButton {
+                text: "Export"
+                tip: "Save the page as a PNG in " + board.exportFolder
+                onClicked: {
+                    const file = board.exportFolder + "/whiteboard-" + board.userName.toLowerCase() + "-"
+                               + Qt.formatDateTime(new Date(), "yyyyMMdd-hhmmss") + ".png"
+                    if (view.exportScene(file))
+                        board.notify(board.userName + ": page exported to " + file)
+                    else
+                        board.notify(board.userName + ": export failed (no frame yet, or " + file + " not writable)")
+                }
+            }
+            DemoButton {
+                text: "Clear"
+                tip: "Remove every item of the board"
+                onClicked: view.scene.clearAll()
+            }
+        }
+    }
+
+    FileDialog {
+        id: imageDialog
+        title: board.userName + ": choose a picture"
+        nameFilters: ["Images (*.png *.jpg *.jpeg *.bmp *.gif *.svg)", "All files (*)"]
+        onAccepted: {
+            view.scene.imagePath = selectedFile
+            view.toolType = GraphicDefine.Image
+            view.forceActiveFocus()
+        }
+    }
+
+    // The scene renders its thumbnails on its own thread; the handler runs on
+    // the GUI thread and hands the image to the overview.
+    Connections {
+        target: view.scene
+        function onSmallThumbnailChanged(image) { thumbnail.updateImage(image) }
+    }
+
+    // Shows the whole page: the scale at which it fits the board.
+    function fitPage() {
+        const page = view.scene.sceneSize
+        if (view.width > 0 && view.height > 0 && page.width > 0 && page.height > 0)
+            view.scaleSceneToCenter(Math.min(view.width / page.width, view.height / page.height) * 0.96)
+    }
+
+    Component.onCompleted: {
+        Qt.callLater(fitPage)
+        relay.addBoard(view)
+        view.sendUserJoinData(relay.serverTime(), board.boardId)
+    }
+}

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Configures the project on first use and builds it into ./build, incrementally.
+# Arguments name build targets; without any, everything is built.
+# WHITEBOARD_BUILD_DIR chooses another build directory.
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+build_dir="${WHITEBOARD_BUILD_DIR:-$root/build}"
+
+if [[ ! -f "$build_dir/CMakeCache.txt" ]]; then
+    cmake -S "$root" -B "$build_dir"
+fi
+
+targets=()
+for target in "$@"; do
+    targets+=(--target "$target")
+done
+cmake --build "$build_dir" -j "$(nproc)" "${targets[@]}"
