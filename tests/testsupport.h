@@ -2,6 +2,7 @@
 
 // Shared fixtures: a real WhiteboardView in an offscreen QQuickWindow, driven
 // by QTest events, with frames awaited through signals.
+#include "graphics/graphicrectitem.h"
 #include "scene/graphicscene.h"
 #include "whiteboardview.h"
 
@@ -10,6 +11,29 @@
 #include <QTest>
 
 #include <memory>
+
+// A finished rectangle in `layer`, as a drawn or received one stands: with a
+// valid `fill` it is filled and has no outline, else it keeps the outline of a
+// new rectangle. Without a timestamp it is newer than every item on the board.
+inline QSharedPointer<whiteboard::GraphicItem> addRect(whiteboard::GraphicScene* scene, const QRectF& frame,
+                                                       qlonglong userId = 1, const QColor& fill = QColor(),
+                                                       whiteboard::GraphicScene::SceneLayer layer = whiteboard::GraphicScene::ItemLayer,
+                                                       qlonglong timestamp = -1)
+{
+    auto* item = new whiteboard::GraphicRectItem(scene);
+    QPainterPath path;
+    path.addRect(frame);
+    item->setOutlinePath(path);
+    item->rebuildHitPath();
+    item->setBoundary(frame);
+    item->setUserId(userId);
+    if (fill.isValid()) {
+        item->setPen(QPen(Qt::NoPen));
+        item->setBrush(QBrush(fill));
+    }
+    item->setTimestamp(timestamp >= 0 ? timestamp : scene->itemCount(layer) + 1);
+    return scene->addItem(layer, item);
+}
 
 struct ViewFixture
 {

@@ -20,20 +20,6 @@ QSharedPointer<GraphicItem> itemAt(const QRectF& boundary, qlonglong timestamp =
     return QSharedPointer<GraphicItem>(item);
 }
 
-// A filled square shape whose whole inside is a hit target.
-QSharedPointer<GraphicItem> filledSquare(const QRectF& rect, qlonglong timestamp)
-{
-    auto* item = new AbstractGraphicShapeItem;
-    QPainterPath path;
-    path.addRect(rect);
-    item->setOutlinePath(path);
-    item->rebuildHitPath();
-    item->setHitPath(path.united(item->hitPath()));
-    item->setBoundary(rect);
-    item->setTimestamp(timestamp);
-    return QSharedPointer<GraphicItem>(item);
-}
-
 // The node at which the item is stored, or null.
 const GraphicIndexNode* nodeOf(const GraphicIndexNode* node, const QSharedPointer<GraphicItem>& item)
 {
@@ -145,10 +131,8 @@ void tst_Index::sceneQueriesSortByTimestamp()
 void tst_Index::itemAtPrefersNewestOrOldest()
 {
     ViewFixture f;
-    const auto older = filledSquare(QRectF(100, 100, 100, 100), 1);
-    const auto newer = filledSquare(QRectF(150, 150, 100, 100), 2);
-    f.scene->addItem(GraphicScene::ItemLayer, older);
-    f.scene->addItem(GraphicScene::ItemLayer, newer);
+    const auto older = addRect(f.scene, QRectF(100, 100, 100, 100), 1, Qt::blue);
+    const auto newer = addRect(f.scene, QRectF(150, 150, 100, 100), 1, Qt::blue);
     QCOMPARE(f.scene->itemAt(QPointF(175, 175), 0, Qt::IntersectsItemShape), newer);
     QCOMPARE(f.scene->itemAt(QPointF(175, 175), 1, Qt::IntersectsItemShape), older);
     QCOMPARE(f.scene->itemAt(QPointF(120, 120), 0, Qt::IntersectsItemShape), older);

@@ -17,24 +17,6 @@ bool isRed(const QColor& c)
     return c.red() > 150 && c.green() < 110 && c.blue() < 110;
 }
 
-// A finished rectangle in the item layer, as a received one would stand.
-QSharedPointer<GraphicItem> addRect(GraphicScene* scene, const QRectF& frame, qlonglong userId, bool filled = false)
-{
-    auto* item = new GraphicRectItem(scene);
-    QPainterPath path;
-    path.addRect(frame);
-    item->setOutlinePath(path);
-    item->rebuildHitPath();
-    item->setBoundary(frame);
-    item->setUserId(userId);
-    item->setTimestamp(scene->items(GraphicScene::ItemLayer, 1).size() + 1);
-    if (filled) {
-        item->setPen(QPen(Qt::NoPen));
-        item->setBrush(QBrush(Qt::blue));
-    }
-    return scene->addItem(GraphicScene::ItemLayer, item);
-}
-
 } // namespace
 
 class tst_Interaction : public QObject
@@ -255,9 +237,9 @@ private slots:
     {
         // The eraser asks no ownership.
         const GraphicItemList struck {
-            addRect(f->scene, QRectF(100, 100, 60, 60), 2, true),
-            addRect(f->scene, QRectF(200, 100, 60, 60), 1, true),
-            addRect(f->scene, QRectF(300, 100, 60, 60), 3, true),
+            addRect(f->scene, QRectF(100, 100, 60, 60), 2, Qt::blue),
+            addRect(f->scene, QRectF(200, 100, 60, 60), 1, Qt::blue),
+            addRect(f->scene, QRectF(300, 100, 60, 60), 3, Qt::blue),
         };
         for (const QSharedPointer<GraphicItem>& item : struck)
             item->setOpacity(0.8);

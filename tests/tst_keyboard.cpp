@@ -13,19 +13,6 @@ using namespace whiteboard;
 
 namespace {
 
-QSharedPointer<GraphicItem> addRect(GraphicScene* scene, const QRectF& frame)
-{
-    auto* item = new GraphicRectItem(scene);
-    QPainterPath path;
-    path.addRect(frame);
-    item->setOutlinePath(path);
-    item->rebuildHitPath();
-    item->setBoundary(frame);
-    item->setUserId(1);
-    item->setTimestamp(1);
-    return scene->addItem(GraphicScene::ItemLayer, item);
-}
-
 } // namespace
 
 class tst_Keyboard : public QObject

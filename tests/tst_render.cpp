@@ -13,20 +13,6 @@ using namespace whiteboard;
 
 namespace {
 
-QSharedPointer<GraphicItem> filledRect(const QRectF& rect, const QColor& color, qlonglong timestamp)
-{
-    auto* item = new AbstractGraphicShapeItem;
-    QPainterPath path;
-    path.addRect(rect);
-    item->setOutlinePath(path);
-    item->rebuildHitPath();
-    item->setBoundary(rect);
-    item->setPen(QPen(Qt::NoPen));
-    item->setBrush(QBrush(color));
-    item->setTimestamp(timestamp);
-    return GraphicScene::makeShared(item);
-}
-
 // Holds the render thread inside a frame until the worker is told to quit.
 class BlockingItem : public AbstractGraphicShapeItem
 {
@@ -159,9 +145,9 @@ void tst_Render::laterLayerOnTop()
 {
     ViewFixture f;
     f.scene->setBackgroundColor(Qt::white);
-    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(100, 100, 100, 100), Qt::red, 200));
-    f.scene->addItem(GraphicScene::ActiveLayer, filledRect(QRectF(150, 150, 100, 100), Qt::blue, 100));
-    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(120, 120, 20, 20), Qt::green, 300));
+    addRect(f.scene, QRectF(100, 100, 100, 100), 1, Qt::red, GraphicScene::ItemLayer, 200);
+    addRect(f.scene, QRectF(150, 150, 100, 100), 1, Qt::blue, GraphicScene::ActiveLayer, 100);
+    addRect(f.scene, QRectF(120, 120, 20, 20), 1, Qt::green, GraphicScene::ItemLayer, 300);
     const QImage frame = f.frame();
     QCOMPARE(frame.pixelColor(175, 175), QColor(Qt::blue));
     QCOMPARE(frame.pixelColor(130, 130), QColor(Qt::green));
@@ -174,8 +160,8 @@ void tst_Render::thumbnailsShowFinishedItemsOnly()
     ViewFixture f;
     QSignalSpy large(f.scene, &GraphicScene::thumbnailChanged);
     QSignalSpy small(f.scene, &GraphicScene::smallThumbnailChanged);
-    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(0, 0, 540, 360), Qt::red, 1));
-    f.scene->addItem(GraphicScene::ActiveLayer, filledRect(QRectF(540, 360, 540, 360), Qt::blue, 2));
+    addRect(f.scene, QRectF(0, 0, 540, 360), 1, Qt::red, GraphicScene::ItemLayer, 1);
+    addRect(f.scene, QRectF(540, 360, 540, 360), 1, Qt::blue, GraphicScene::ActiveLayer, 2);
     f.view->scaleSceneToCenter(3.0);
     f.frame();
     QVERIFY(large.count() >= 1 && small.count() >= 1);
@@ -200,7 +186,7 @@ void tst_Render::exportWritesThePage()
     const QString path = QDir::temp().filePath(QStringLiteral("whiteboard-export-%1.png").arg(QCoreApplication::applicationPid()));
     QFile::remove(path);
     f.scene->setBackgroundColor(Qt::white);
-    f.scene->addItem(GraphicScene::ItemLayer, filledRect(QRectF(0, 0, 100, 100), Qt::blue, 1));
+    addRect(f.scene, QRectF(0, 0, 100, 100), 1, Qt::blue, GraphicScene::ItemLayer, 1);
     f.view->scaleSceneToCenter(2.0);
     f.frame();
     QVERIFY(f.view->exportScene(QUrl::fromLocalFile(path).toString()));

@@ -16,6 +16,7 @@
 #include <QQuickItem>
 
 #include <algorithm>
+#include <functional>
 
 namespace whiteboard {
 
@@ -488,72 +489,50 @@ void GraphicScene::sortItems(GraphicItemList& items, int order)
 
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    GraphicIndexNode* root = m_layerIndexes.value(layer);
-    if (!root)
-        return {};
-    GraphicItemList result = root->query(QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()));
-    sortItems(result, order);
-    return result;
+    return itemsWhere(layer, QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()), order, nullptr);
 }
 
 GraphicItemList GraphicScene::itemsInView(SceneLayer layer, const QRectF& viewRect, int order)
+{
+    return itemsWhere(layer, mapRectToScene(viewRect), order, nullptr);
+}
+
+GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, int order,
+                                         const std::function<bool(const GraphicItem&)>& keep)
 {
     QMutexLocker locker(&m_itemsMutex);
     GraphicIndexNode* root = m_layerIndexes.value(layer);
     if (!root)
         return {};
-    GraphicItemList result = root->query(mapRectToScene(viewRect));
+    GraphicItemList result = root->query(area);
+    if (keep)
+        result.removeIf([&keep](const QSharedPointer<GraphicItem>& item) { return !keep(*item); });
     sortItems(result, order);
     return result;
 }
 
 GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& path, int mode, int order, const QTransform& transform)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    GraphicIndexNode* root = m_layerIndexes.value(layer);
-    if (!root)
-        return {};
     const QPainterPath mapped = transform.map(path);
-    GraphicItemList result;
-    for (const QSharedPointer<GraphicItem>& item : root->query(mapped.boundingRect())) {
-        if (item->collidesWithPath(mapped, Qt::ItemSelectionMode(mode)))
-            result.append(item);
-    }
-    sortItems(result, order);
-    return result;
+    return itemsWhere(layer, mapped.boundingRect(), order, [&](const GraphicItem& item) {
+        return item.collidesWithPath(mapped, Qt::ItemSelectionMode(mode));
+    });
 }
 
 GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    GraphicIndexNode* root = m_layerIndexes.value(layer);
-    if (!root)
-        return {};
     const QPointF mapped = transform.map(point);
-    GraphicItemList result;
-    for (const QSharedPointer<GraphicItem>& item : root->query(QRectF(mapped, QSizeF(1, 1)))) {
-        if (item->collidesWithPoint(mapped, Qt::ItemSelectionMode(mode)))
-            result.append(item);
-    }
-    sortItems(result, order);
-    return result;
+    return itemsWhere(layer, QRectF(mapped, QSizeF(1, 1)), order, [&](const GraphicItem& item) {
+        return item.collidesWithPoint(mapped, Qt::ItemSelectionMode(mode));
+    });
 }
 
 GraphicItemList GraphicScene::itemsByRect(SceneLayer layer, const QRectF& rect, int mode, int order, const QTransform& transform)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    GraphicIndexNode* root = m_layerIndexes.value(layer);
-    if (!root)
-        return {};
     const QRectF mapped = transform.mapRect(rect);
-    GraphicItemList result;
-    for (const QSharedPointer<GraphicItem>& item : root->query(mapped)) {
-        if (item->collidesWithRect(mapped, Qt::ItemSelectionMode(mode)))
-            result.append(item);
-    }
-    sortItems(result, order);
-    return result;
+    return itemsWhere(layer, mapped, order, [&](const GraphicItem& item) {
+        return item.collidesWithRect(mapped, Qt::ItemSelectionMode(mode));
+    });
 }
 
 QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int order, int mode, const QTransform& transform)

@@ -20,6 +20,8 @@
 #include <QTransform>
 #include <QUndoStack>
 
+#include <functional>
+
 class QFocusEvent;
 class QHoverEvent;
 class QInputMethodEvent;
@@ -277,6 +279,10 @@ protected slots:
 private:
     friend class SceneRender;
 
+    // The items of `layer` met by `area`, those that `keep` accepts (all
+    // without it), sorted by `order`; under itemsMutex.
+    GraphicItemList itemsWhere(SceneLayer layer, const QRectF& area, int order,
+                               const std::function<bool(const GraphicItem&)>& keep);
     // Requesting a frame is always these three emissions.
     void requestFrame();
     QSizeF viewSize() const;
