@@ -153,6 +153,9 @@ public:
     // thread, so the item is deleted on its own thread.
     static QSharedPointer<GraphicItem> makeShared(GraphicItem* item);
     GraphicIndexNode* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
+    // The 5000 x 5000 image of a layer, made on first use: no frame paints
+    // into it, it is there to feed a LayerViewer while debugging.
+    QImage* layerImage(SceneLayer layer);
     QSharedPointer<GraphicItem> addItem(SceneLayer layer, GraphicItem* item);
     void addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
     void addItems(SceneLayer layer, const GraphicItemList& items);
@@ -286,7 +289,6 @@ private:
     // Requesting a frame is always these three emissions.
     void requestFrame();
     QSizeF viewSize() const;
-    QImage* layerImage(SceneLayer layer);
     void setViewCursor(const QCursor& cursor);
     void setItemCursor(const QSharedPointer<GraphicItem>& item, Qt::CursorShape cursor);
     QObject* textInputer() const;
