@@ -67,7 +67,7 @@ signals:
 protected:
     // Pointer position in scene coordinates.
     QPointF eventPos(const QMouseEvent* event) const;
-    // Installs the records of `types` with the default size, style and cursor.
+    // Installs the records all at once, keyed by their type.
     void setControlPoints(const QList<GraphicControlPoint>& points);
     // The four corner handles with their defaults.
     static QList<GraphicControlPoint> cornerPoints();
@@ -77,7 +77,8 @@ protected:
     // The shared dashed frame of controllers that outline their item.
     void paintFrame(QPainter* painter, const QRectF& rect) const;
     double sceneScale() const;
-    // Moves the item's path by `delta` and repaints it; `pressPos` follows.
+    // Moves the item by `target - from` (or, with `cache`, only its raster
+    // offset) and repaints it; the geometry branch moves `pressPos` along.
     void translateItem(const QPointF& target, const QPointF& from);
     // Repaints the item layer over `before` and over the shape's new
     // boundary grown by its pen width.
