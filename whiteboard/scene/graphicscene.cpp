@@ -720,21 +720,32 @@ void GraphicScene::reportUndoRedoStatus()
                               Q_ARG(bool, m_undoStack.canRedo()));
 }
 
+// Commands rewrite item geometry, which the render thread reads under
+// itemsMutex: they run inside it.
 void GraphicScene::pushCommand(QUndoCommand* command)
 {
-    m_undoStack.push(command);
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_undoStack.push(command);
+    }
     reportUndoRedoStatus();
 }
 
 void GraphicScene::undo()
 {
-    m_undoStack.undo();
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_undoStack.undo();
+    }
     reportUndoRedoStatus();
 }
 
 void GraphicScene::redo()
 {
-    m_undoStack.redo();
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_undoStack.redo();
+    }
     reportUndoRedoStatus();
 }
 

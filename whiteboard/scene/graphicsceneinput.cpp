@@ -173,6 +173,7 @@ void GraphicScene::finishSegment(bool closingByToolChange)
     QMouseEvent event(QEvent::MouseButtonRelease, position, position, Qt::RightButton, Qt::RightButton, Qt::NoModifier,
                       QPointingDevice::primaryPointingDevice());
     event.setAccepted(true);
+    QMutexLocker locker(&m_itemsMutex);
     m_activeItem->mousePressEvent(&event);
     m_activeItem->setIsEditMode(false);
     m_finishingSegment = closingByToolChange;
@@ -296,8 +297,9 @@ void GraphicScene::mousePressEvent(QMouseEvent* event)
         return;
     }
 
-    // Input stays on the GUI thread; the indexes guard themselves against the
-    // render thread, so these paths run without itemsMutex.
+    // From here on items may change shape, and the render thread paints them
+    // under itemsMutex.
+    QMutexLocker locker(&m_itemsMutex);
     if (m_activeItem) {
         m_activeItem->mousePressEvent(event);
         return;
@@ -316,7 +318,6 @@ void GraphicScene::mousePressEvent(QMouseEvent* event)
         return;
     }
 
-    QMutexLocker locker(&m_itemsMutex);
     const QSharedPointer<GraphicItem> hit = itemAt(event->pos(), 0, Qt::IntersectsItemShape);
 
     if (m_toolType == GraphicDefine::Eraser) {
@@ -686,6 +687,7 @@ void GraphicScene::endTextEdit(QObject* inputer, const QSharedPointer<GraphicIte
 
     QPainterPath path;
     path.addRect(QRectF(item->boundary().topLeft(), QSizeF(quickInputer->width(), quickInputer->height())));
+    QMutexLocker locker(&m_itemsMutex);
     m_undoStack.beginMacro(QStringLiteral("change text"));
     m_undoStack.push(new ResizeGraphicCommand(shape->outlinePath(), path, item, this));
     reportUndoRedoStatus();
@@ -725,6 +727,7 @@ void GraphicScene::hoverMoveEvent(QHoverEvent* event)
 {
     if (m_toolType == GraphicDefine::Segment && m_activeItem) {
         // The rubber line of an open polyline follows the pointer.
+        QMutexLocker locker(&m_itemsMutex);
         m_activeItem->hoverMoveEvent(event);
         return;
     }
