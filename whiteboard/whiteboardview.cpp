@@ -29,8 +29,13 @@ WhiteboardView::WhiteboardView(QQuickItem* parent)
     connect(m_scene, &whiteboard::GraphicScene::viewportChanged, this, &WhiteboardView::onSceneViewportChanged);
 }
 
-// The scene is a QObject child: it stops the render thread in its destructor.
-WhiteboardView::~WhiteboardView() = default;
+// The scene would go with the QObject children, after this item is half
+// destroyed; delete it first, so the render thread, which reads the view's
+// size, stops while the view is whole.
+WhiteboardView::~WhiteboardView()
+{
+    delete m_scene;
+}
 
 void WhiteboardView::setToolType(GraphicDefine::ToolType tool)
 {

@@ -67,8 +67,13 @@ GraphicScene::GraphicScene(QQuickItem* view)
 
 GraphicScene::~GraphicScene()
 {
-    m_view = nullptr;
+    // Stop first: a running frame ends at its next test and releases
+    // itemsMutex, under which frames read the view.
     m_render->requestQuit();
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_view = nullptr;
+    }
     m_render = nullptr;
     m_renderThread.quit();
     if (!m_renderThread.wait(3000)) {
