@@ -1,10 +1,26 @@
 #include "graphics/abstractgraphicshapeitem.h"
 
+#include "proto/whiteboard.pb.h"
+
+#include <QDebug>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPathStroker>
 
 namespace whiteboard {
+
+im::whiteboard::Point* makePoint(const QPointF& point)
+{
+    auto* result = new im::whiteboard::Point;
+    result->set_x(float(point.x()));
+    result->set_y(float(point.y()));
+    return result;
+}
+
+QPointF toPointF(const im::whiteboard::Point& point)
+{
+    return QPointF(point.x(), point.y());
+}
 
 AbstractGraphicShapeItem::AbstractGraphicShapeItem(GraphicScene* scene, GraphicItem* parent)
     : GraphicItem(scene, parent)
@@ -266,6 +282,77 @@ bool AbstractGraphicShapeItem::collidesWithRect(const QRectF& rect, Qt::ItemSele
 const QPainterPath& AbstractGraphicShapeItem::shape() const
 {
     return m_outlinePath;
+}
+
+// --- wire messages ---------------------------------------------------------
+
+void AbstractGraphicShapeItem::reportParseFailure()
+{
+    qDebug() << "parse from data failed.";
+}
+
+im::whiteboard::GraphicBaseInfo* AbstractGraphicShapeItem::makeBaseInfo() const
+{
+    auto* info = new im::whiteboard::GraphicBaseInfo;
+    info->set_gid(gid().toStdString());
+    info->set_timestamp(timestamp());
+    info->set_userid(userId());
+    info->set_type(type());
+    return info;
+}
+
+im::whiteboard::FillStyle* AbstractGraphicShapeItem::makeFillStyle() const
+{
+    if (m_brush == QBrush(Qt::NoBrush))
+        return nullptr;
+    // Only the plain colour travels: no gradient, texture or alpha.
+    auto* style = new im::whiteboard::FillStyle;
+    style->set_color(m_brush.color().name().toStdString());
+    return style;
+}
+
+im::whiteboard::StrokeStyle* AbstractGraphicShapeItem::makeStrokeStyle() const
+{
+    if (m_pen == QPen(Qt::NoPen))
+        return nullptr;
+    auto* style = new im::whiteboard::StrokeStyle;
+    style->set_width(m_pen.width());
+    style->set_color(m_pen.color().name().toStdString());
+    // The wire enumerations carry the toolkit's own numbers.
+    style->set_linecap(im::whiteboard::StrokeStyle_LineCapStyle(m_pen.capStyle()));
+    style->set_linejoin(im::whiteboard::StrokeStyle_LineJoinStyle(m_pen.joinStyle()));
+    QStringList dashes;
+    const QList<qreal> pattern = m_pen.dashPattern();
+    for (qreal value : pattern)
+        dashes << QString::number(value, 'g', 6);
+    style->set_dashpattern(dashes.join(QLatin1Char(',')).toStdString());
+    return style;
+}
+
+void AbstractGraphicShapeItem::applyBaseInfo(const im::whiteboard::GraphicBaseInfo& info)
+{
+    setTimestamp(info.timestamp());
+    // Read as a C string: a gid stops at its first zero byte.
+    setGid(QString::fromUtf8(info.gid().c_str()));
+    setUserId(info.userid());
+}
+
+void AbstractGraphicShapeItem::applyFillStyle(const im::whiteboard::FillStyle& style)
+{
+    setBrush(QBrush(QColor(QString::fromStdString(style.color())), Qt::SolidPattern));
+}
+
+void AbstractGraphicShapeItem::applyStrokeStyle(const im::whiteboard::StrokeStyle& style)
+{
+    // The dash pattern is not applied: a received stroke is always solid.
+    // The colour goes where `color` points: to the brush while there is one.
+    setColor(QColor(QString::fromStdString(style.color())));
+    QPen pen = m_pen;
+    pen.setWidth(style.width());
+    pen.setCapStyle(Qt::PenCapStyle(style.linecap()));
+    pen.setJoinStyle(Qt::PenJoinStyle(style.linejoin()));
+    pen.setColor(m_brush == QBrush(Qt::NoBrush) ? m_pen.color() : m_brush.color());
+    setPen(pen);
 }
 
 } // namespace whiteboard

@@ -7,7 +7,19 @@
 #include <QPainterPath>
 #include <QPen>
 
+namespace im::whiteboard {
+class FillStyle;
+class GraphicBaseInfo;
+class Point;
+class StrokeStyle;
+class Transforms;
+}
+
 namespace whiteboard {
+
+// A wire point: the coordinates are cut to float.
+im::whiteboard::Point* makePoint(const QPointF& point);
+QPointF toPointF(const im::whiteboard::Point& point);
 
 // Common base of the concrete items: the two styles, the geometry in
 // `outlinePath`, its width-6 hit band in `hitPath`, default painting and hit
@@ -100,10 +112,62 @@ protected:
     // again from the finished outline.
     void endPress(QMouseEvent* event, bool pressed, bool rebuildHit = true);
 
+    // Sending side of the wire messages. The results are heap messages for
+    // the set_allocated_ accessors; null leaves the field absent.
+    im::whiteboard::GraphicBaseInfo* makeBaseInfo() const;
+    im::whiteboard::FillStyle* makeFillStyle() const;
+    im::whiteboard::StrokeStyle* makeStrokeStyle() const;
+    // Transforms are never sent.
+    static im::whiteboard::Transforms* makeTransforms() { return nullptr; }
+
+    // Receiving side.
+    void applyBaseInfo(const im::whiteboard::GraphicBaseInfo& info);
+    void applyFillStyle(const im::whiteboard::FillStyle& style);
+    void applyStrokeStyle(const im::whiteboard::StrokeStyle& style);
+
+    template <class Message>
+    static QByteArray encode(const Message& message)
+    {
+        QByteArray bytes(qsizetype(message.ByteSizeLong()), Qt::Uninitialized);
+        message.SerializeToArray(bytes.data(), int(bytes.size()));
+        return bytes;
+    }
+
+    // Parses `data` into `message`; a failure is logged and the caller must
+    // then leave the item as it is.
+    template <class Message>
+    static bool decode(Message& message, const QByteArray& data)
+    {
+        if (message.ParseFromArray(data.constData(), int(data.size())))
+            return true;
+        reportParseFailure();
+        return false;
+    }
+
+    // The steps every received styled item starts with: identity, styles,
+    // opacity. A fill wins: the stroke is read only when no fill came, so a
+    // received item is either filled or outlined, never both.
+    template <class Message>
+    void applyCommon(const Message& message)
+    {
+        applyBaseInfo(message.baseinfo());
+        if (message.has_fillstyle()) {
+            applyFillStyle(message.fillstyle());
+            setPen(QPen(Qt::NoPen));
+        } else if (message.has_strokestyle()) {
+            applyStrokeStyle(message.strokestyle());
+            setBrush(QBrush(Qt::NoBrush));
+        }
+        if (message.has_opacity())
+            setOpacity(message.opacity());
+    }
+
     QPainterPath m_outlinePath;
     QPainterPath m_hitPath;
 
 private:
+    static void reportParseFailure();
+
     QBrush m_brush;
     QPen m_pen;
     QBrush m_brushHovered;

@@ -2,6 +2,7 @@
 
 #include "graphics/graphicarrowlinecontroller.h"
 #include "graphics/graphicdistance.h"
+#include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -159,6 +160,52 @@ void GraphicArrowLineItem::paint(QPainter* painter, const QRectF*)
     painter->setPen(pen);
     painter->drawPath(m_outlinePath);
     paintSelectionVeil(painter);
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicArrowLineItem::buildMessage(im::whiteboard::Arrow* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    message->set_allocated_strokestyle(makeStrokeStyle());
+    message->set_allocated_fillstyle(makeFillStyle());
+    // The shaft only: the receiver builds its own head. Cap size and style
+    // do not travel.
+    if (m_outlinePath.elementCount() > 1) {
+        message->set_allocated_startpoint(makePoint(m_outlinePath.elementAt(0)));
+        message->set_allocated_endpoint(makePoint(m_outlinePath.elementAt(1)));
+    }
+    message->set_opacity(float(opacity()));
+}
+
+QByteArray GraphicArrowLineItem::serialize()
+{
+    im::whiteboard::Arrow message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicArrowLineItem::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_arrowdata()->add_data());
+}
+
+void GraphicArrowLineItem::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Arrow message;
+    if (!decode(message, data))
+        return;
+    applyCommon(message);
+    if (!message.has_startpoint() && !message.has_endpoint())
+        return;
+    const QPointF start = toPointF(message.startpoint());
+    const QPointF end = toPointF(message.endpoint());
+    m_outlinePath.clear();
+    m_outlinePath.moveTo(start);
+    m_outlinePath.lineTo(end);
+    m_outlinePath.addPath(buildHead(start, end, GraphicDefine::LineCapStyleArrow));
+    // hitPath is deliberately left as it was.
+    setBoundary(m_outlinePath.boundingRect());
 }
 
 } // namespace whiteboard

@@ -3,6 +3,10 @@
 #include "graphicdefine.h"
 #include "graphics/abstractgraphicshapeitem.h"
 
+namespace im::whiteboard {
+class Arrow;
+}
+
 namespace whiteboard {
 
 // A straight line with a head at its end. `outlinePath` holds the shaft as
@@ -29,6 +33,9 @@ public:
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
@@ -39,6 +46,9 @@ signals:
     void capStyleChanged();
 
 private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Arrow* message) const;
+
     QPointF m_startPoint;
     QPainterPath m_headPath;
     bool m_pressed = false;

@@ -2,6 +2,7 @@
 
 #include "graphics/graphicdistance.h"
 #include "graphics/graphicellipsecontroller.h"
+#include "proto/whiteboard.pb.h"
 
 namespace whiteboard {
 
@@ -58,6 +59,43 @@ QPainterPath GraphicEllipseItem::framePath(const QRectF& frame, Qt::KeyboardModi
         path.addEllipse(r);
     }
     return path;
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicEllipseItem::buildMessage(im::whiteboard::Ellipse* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    message->set_allocated_strokestyle(makeStrokeStyle());
+    message->set_allocated_fillstyle(makeFillStyle());
+    message->set_allocated_transform(makeTransforms());
+    writeFrame(message);
+    message->set_opacity(float(opacity()));
+}
+
+QByteArray GraphicEllipseItem::serialize()
+{
+    im::whiteboard::Ellipse message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicEllipseItem::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_ellipsedata()->add_data());
+}
+
+void GraphicEllipseItem::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Ellipse message;
+    if (!decode(message, data))
+        return;
+    applyCommon(message);
+    if (const auto frame = receivedFrame(message)) {
+        QPainterPath outline;
+        outline.addEllipse(*frame);
+        setReceivedOutline(outline, *frame);
+    }
 }
 
 } // namespace whiteboard

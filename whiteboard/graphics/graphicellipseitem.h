@@ -2,6 +2,10 @@
 
 #include "graphics/graphicframeitem.h"
 
+namespace im::whiteboard {
+class Ellipse;
+}
+
 namespace whiteboard {
 
 // An ellipse drawn by dragging a frame; Shift draws a circle, Alt grows the
@@ -15,11 +19,18 @@ public:
     GraphicEllipseItem(const GraphicEllipseItem& other);
 
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 protected:
     bool pressHits(const QPointF& point) const override;
     QPainterPath framePath(const QRectF& frame, Qt::KeyboardModifiers modifiers) const override;
+
+private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Ellipse* message) const;
 };
 
 } // namespace whiteboard

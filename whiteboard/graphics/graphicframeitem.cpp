@@ -78,4 +78,11 @@ void GraphicFrameItem::mouseReleaseEvent(QMouseEvent* event)
     m_pressed = false;
 }
 
+void GraphicFrameItem::setReceivedOutline(const QPainterPath& outline, const QRectF& frame)
+{
+    m_outlinePath = outline;
+    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    setBoundary(frame);
+}
+
 } // namespace whiteboard

@@ -4,6 +4,8 @@
 
 #include <QPainterPathStroker>
 
+#include <optional>
+
 namespace whiteboard {
 
 // Common base of the items drawn by dragging a frame (rectangle, ellipse,
@@ -32,6 +34,30 @@ protected:
     virtual QPainterPath framePath(const QRectF& frame, Qt::KeyboardModifiers modifiers) const;
     // Called once a press in edit mode has taken the start corner.
     virtual void drawingStarted(const QPointF& point, QMouseEvent* event);
+
+    // The frame fields of a Rect, Ellipse or Image message.
+    template <class Message>
+    void writeFrame(Message* message) const
+    {
+        const QRectF frame = boundary();
+        message->set_allocated_leftpos(makePoint(frame.topLeft()));
+        message->set_width(float(frame.width()));
+        message->set_heigth(float(frame.height()));
+    }
+
+    // The frame of a received message, if it carries any part of one; a
+    // missing part reads as 0.
+    template <class Message>
+    static std::optional<QRectF> receivedFrame(const Message& message)
+    {
+        if (!message.has_leftpos() && !message.has_width() && !message.has_heigth())
+            return std::nullopt;
+        const QPointF topLeft = toPointF(message.leftpos());
+        return QRectF(topLeft, topLeft + QPointF(message.width(), message.heigth()));
+    }
+
+    // Makes `outline` the geometry of a received item framed by `frame`.
+    void setReceivedOutline(const QPainterPath& outline, const QRectF& frame);
 
     QPainterPathStroker m_stroker;
     QPointF m_startPoint;

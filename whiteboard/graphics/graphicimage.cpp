@@ -1,8 +1,11 @@
 #include "graphics/graphicimage.h"
 
 #include "graphics/graphicimagecontroller.h"
+#include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
+#include <QDataStream>
+#include <QIODevice>
 #include <QPainter>
 
 namespace whiteboard {
@@ -46,6 +49,60 @@ void GraphicImage::paint(QPainter* painter, const QRectF*)
 bool GraphicImage::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode) const
 {
     return boundary().contains(point);
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicImage::buildMessage(im::whiteboard::Image* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    writeFrame(message);
+    message->set_allocated_transform(makeTransforms());
+    message->set_opacity(float(opacity()));
+    // The whole picture travels with every message; keys are never sent, as
+    // each client fingerprints the pixels itself. The stream keeps the
+    // toolkit's default version, which all clients must share.
+    const QImage* image = scene() ? scene()->imageByKey(m_imageKey) : nullptr;
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream << (image ? *image : QImage());
+    message->set_data(bytes.constData(), size_t(bytes.size()));
+}
+
+QByteArray GraphicImage::serialize()
+{
+    im::whiteboard::Image message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicImage::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_imagedata()->add_data());
+}
+
+void GraphicImage::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Image message;
+    if (!decode(message, data))
+        return;
+    // An image has no styles on the wire.
+    applyBaseInfo(message.baseinfo());
+    if (message.has_opacity())
+        setOpacity(message.opacity());
+    if (message.has_data() && scene()) {
+        QByteArray bytes(message.data().data(), qsizetype(message.data().size()));
+        QDataStream stream(&bytes, QIODevice::ReadOnly);
+        QImage image;
+        // Bytes that do not decode leave a null image, stored like any other.
+        stream >> image;
+        m_imageKey = scene()->addImage(image);
+    }
+    if (const auto frame = receivedFrame(message)) {
+        QPainterPath outline;
+        outline.addRect(*frame);
+        setReceivedOutline(outline, *frame);
+    }
 }
 
 } // namespace whiteboard

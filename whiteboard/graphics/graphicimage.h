@@ -4,6 +4,10 @@
 
 #include <QString>
 
+namespace im::whiteboard {
+class Image;
+}
+
 namespace whiteboard {
 
 // A picture stretched into a rectangular frame. The pixels live once in the
@@ -22,9 +26,15 @@ public:
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Image* message) const;
+
     QString m_imageKey;
 };
 

@@ -2,6 +2,7 @@
 
 #include "graphics/graphicdistance.h"
 #include "graphics/graphiclinecontroller.h"
+#include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -100,6 +101,48 @@ void GraphicLineItem::mouseReleaseEvent(QMouseEvent* event)
     // The hit path already follows every move of the drawing.
     endPress(event, m_pressed, false);
     m_pressed = false;
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicLineItem::buildMessage(im::whiteboard::Line* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    message->set_allocated_strokestyle(makeStrokeStyle());
+    message->set_opacity(float(opacity()));
+    // Only a whole line has ends to send; anything else goes without points
+    // and leaves the receiver's geometry as it is.
+    if (m_outlinePath.elementCount() == 2) {
+        message->set_allocated_startpoint(makePoint(m_outlinePath.elementAt(0)));
+        message->set_allocated_endpoint(makePoint(m_outlinePath.elementAt(1)));
+    }
+}
+
+QByteArray GraphicLineItem::serialize()
+{
+    im::whiteboard::Line message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicLineItem::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_linedata()->add_data());
+}
+
+void GraphicLineItem::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Line message;
+    if (!decode(message, data))
+        return;
+    applyCommon(message);
+    if (!message.has_startpoint() && !message.has_endpoint())
+        return;
+    m_outlinePath.clear();
+    m_outlinePath.moveTo(toPointF(message.startpoint()));
+    m_outlinePath.lineTo(toPointF(message.endpoint()));
+    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    setBoundary(m_outlinePath.boundingRect());
 }
 
 } // namespace whiteboard

@@ -4,6 +4,10 @@
 
 #include <QPainterPathStroker>
 
+namespace im::whiteboard {
+class Line;
+}
+
 namespace whiteboard {
 
 // One straight line, drawn by a drag. `outlinePath` is exactly moveTo(start),
@@ -19,12 +23,18 @@ public:
     QPointF startPoint() const { return m_startPoint; }
 
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Line* message) const;
+
     QPointF m_startPoint;
     QPointF m_lastPoint;
     bool m_pressed = false;

@@ -1,6 +1,7 @@
 #include "graphics/graphiclinesegmentitem.h"
 
 #include "graphics/graphiclinesegmentcontroller.h"
+#include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
 #include <QHoverEvent>
@@ -131,6 +132,47 @@ void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
     painter->drawPath(m_outlinePath);
     painter->drawPath(m_currentSegment);
     paintSelectionVeil(painter);
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicLineSegmentItem::buildMessage(im::whiteboard::Polyline* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    message->set_allocated_strokestyle(makeStrokeStyle());
+    message->set_allocated_transform(makeTransforms());
+    message->set_opacity(float(opacity()));
+    for (int i = 0; i < m_outlinePath.elementCount(); ++i)
+        message->mutable_points()->AddAllocated(makePoint(m_outlinePath.elementAt(i)));
+}
+
+QByteArray GraphicLineSegmentItem::serialize()
+{
+    im::whiteboard::Polyline message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicLineSegmentItem::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_polylinedata()->add_data());
+}
+
+void GraphicLineSegmentItem::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Polyline message;
+    if (!decode(message, data))
+        return;
+    // A polyline without points has no first vertex to start from.
+    if (message.points_size() == 0)
+        return;
+    applyCommon(message);
+    m_outlinePath.clear();
+    m_outlinePath.moveTo(toPointF(message.points(0)));
+    for (int i = 1; i < message.points_size(); ++i)
+        m_outlinePath.lineTo(toPointF(message.points(i)));
+    setBoundary(m_outlinePath.boundingRect());
+    rebuildHitPath();
 }
 
 } // namespace whiteboard

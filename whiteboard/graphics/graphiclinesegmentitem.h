@@ -4,6 +4,10 @@
 
 #include <QPainterPathStroker>
 
+namespace im::whiteboard {
+class Polyline;
+}
+
 namespace whiteboard {
 
 // A polyline built click by click: each left press commits the rubber band
@@ -22,12 +26,18 @@ public:
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void hoverMoveEvent(QHoverEvent* event) override;
 
 private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Polyline* message) const;
+
     QPainterPath m_currentSegment;
     QPointF m_lastPoint;
     QPainterPathStroker m_stroker;

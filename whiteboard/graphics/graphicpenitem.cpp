@@ -1,6 +1,7 @@
 #include "graphics/graphicpenitem.h"
 
 #include "graphics/graphicpencontroller.h"
+#include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -196,6 +197,45 @@ void GraphicPenItem::paint(QPainter* painter, const QRectF* rect)
     QRectF r = m_outlinePath.boundingRect().adjusted(-h, -h, h, h);
     r.moveTopLeft(r.topLeft() + cacheOffset());
     painter->drawImage(r, m_cacheImage);
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicPenItem::buildMessage(im::whiteboard::Path* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    message->set_allocated_fillstyle(makeFillStyle());
+    message->set_allocated_strokestyle(makeStrokeStyle());
+    message->set_allocated_transform(makeTransforms());
+    message->set_opacity(float(opacity()));
+    // A receiver reads a present path as at least one point.
+    if (m_outlinePath.elementCount() >= 1)
+        message->set_path(pathString().toStdString());
+}
+
+QByteArray GraphicPenItem::serialize()
+{
+    im::whiteboard::Path message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicPenItem::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_pathdata()->add_data());
+}
+
+void GraphicPenItem::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Path message;
+    if (!decode(message, data))
+        return;
+    applyCommon(message);
+    if (!message.has_path())
+        return;
+    m_outlinePath = parsePathString(QString::fromStdString(message.path()));
+    setBoundary(m_outlinePath.boundingRect());
+    rebuildHitPath();
 }
 
 } // namespace whiteboard

@@ -7,6 +7,10 @@
 #include <QSize>
 #include <QString>
 
+namespace im::whiteboard {
+class Path;
+}
+
 namespace whiteboard {
 
 // The freehand stroke: one straight piece per delivered pointer move, with no
@@ -34,6 +38,9 @@ public:
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const override;
     bool collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
@@ -42,6 +49,9 @@ public:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Path* message) const;
+
     mutable QRecursiveMutex m_cacheLock;
     QPointF m_startPoint;
     QPointF m_lastPoint;

@@ -2,6 +2,7 @@
 
 #include "graphics/graphicdistance.h"
 #include "graphics/graphicrectcontroller.h"
+#include "proto/whiteboard.pb.h"
 
 #include <QDebug>
 #include <QMouseEvent>
@@ -37,6 +38,43 @@ bool GraphicRectItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionM
 void GraphicRectItem::drawingStarted(const QPointF& point, QMouseEvent* event)
 {
     qDebug() << "press:" << point << event->pos();
+}
+
+// --- wire message -----------------------------------------------------------
+
+void GraphicRectItem::buildMessage(im::whiteboard::Rect* message) const
+{
+    message->set_allocated_baseinfo(makeBaseInfo());
+    message->set_allocated_strokestyle(makeStrokeStyle());
+    message->set_allocated_fillstyle(makeFillStyle());
+    message->set_allocated_transform(makeTransforms());
+    writeFrame(message);
+    message->set_opacity(float(opacity()));
+}
+
+QByteArray GraphicRectItem::serialize()
+{
+    im::whiteboard::Rect message;
+    buildMessage(&message);
+    return encode(message);
+}
+
+void GraphicRectItem::serializeToAction(im::whiteboard::GraphicAction* action)
+{
+    buildMessage(action->mutable_rectdata()->add_data());
+}
+
+void GraphicRectItem::deserialize(const QByteArray& data)
+{
+    im::whiteboard::Rect message;
+    if (!decode(message, data))
+        return;
+    applyCommon(message);
+    if (const auto frame = receivedFrame(message)) {
+        QPainterPath outline;
+        outline.addRect(*frame);
+        setReceivedOutline(outline, *frame);
+    }
 }
 
 } // namespace whiteboard

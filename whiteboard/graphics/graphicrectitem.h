@@ -2,6 +2,10 @@
 
 #include "graphics/graphicframeitem.h"
 
+namespace im::whiteboard {
+class Rect;
+}
+
 namespace whiteboard {
 
 // A rectangle drawn by dragging a frame. Hit tests use the signed distance to
@@ -15,10 +19,17 @@ public:
     GraphicRectItem(const GraphicRectItem& other);
 
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 protected:
     void drawingStarted(const QPointF& point, QMouseEvent* event) override;
+
+private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Rect* message) const;
 };
 
 } // namespace whiteboard

@@ -5,6 +5,10 @@
 #include <QFont>
 #include <QString>
 
+namespace im::whiteboard {
+class Text;
+}
+
 namespace whiteboard {
 
 // A block of text in a rectangular frame. Editing happens in the host's input
@@ -32,6 +36,9 @@ public:
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
+    QByteArray serialize() override;
+    void deserialize(const QByteArray& data) override;
+    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 signals:
@@ -39,6 +46,9 @@ signals:
     void fontChanged();
 
 private:
+    // The shared body of serialize() and serializeToAction().
+    void buildMessage(im::whiteboard::Text* message) const;
+
     QString m_text;
     QFont m_font;
     int m_alignment = 1;

@@ -1,0 +1,414 @@
+// Items written to their wire messages and rebuilt from the bytes, checked
+// through the generated message classes.
+#include "graphics/graphicarrowline.h"
+#include "graphics/graphicellipseitem.h"
+#include "graphics/graphicimage.h"
+#include "graphics/graphiclineitem.h"
+#include "graphics/graphiclinesegmentitem.h"
+#include "graphics/graphicpenitem.h"
+#include "graphics/graphicrectitem.h"
+#include "graphics/graphictextitem.h"
+#include "proto/whiteboard.pb.h"
+#include "scene/graphicscene.h"
+
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+using namespace whiteboard;
+namespace wire = im::whiteboard;
+
+namespace {
+
+enum Kind { Rect, RectFilled, Ellipse, Image, Line, Arrow, Segment, Pen, Text };
+using Item = std::unique_ptr<AbstractGraphicShapeItem>;
+
+Item make(int kind, GraphicScene* scene)
+{
+    switch (kind) {
+    case Rect:
+    case RectFilled: return std::make_unique<GraphicRectItem>(scene);
+    case Ellipse: return std::make_unique<GraphicEllipseItem>(scene);
+    case Image: return std::make_unique<GraphicImage>(QString(), scene);
+    case Line: return std::make_unique<GraphicLineItem>(scene);
+    case Arrow: return std::make_unique<GraphicArrowLineItem>(scene);
+    case Segment: return std::make_unique<GraphicLineSegmentItem>(scene);
+    case Pen: return std::make_unique<GraphicPenItem>(scene);
+    default: return std::make_unique<GraphicTextItem>(QString(), QFont(), scene);
+    }
+}
+
+QPainterPath polyline(const QList<QPointF>& points)
+{
+    QPainterPath path(points.first());
+    for (qsizetype i = 1; i < points.size(); ++i)
+        path.lineTo(points[i]);
+    return path;
+}
+
+void setOutline(AbstractGraphicShapeItem* item, const QPainterPath& path)
+{
+    item->setOutlinePath(path);
+    item->rebuildHitPath();
+    item->setBoundary(path.boundingRect());
+}
+
+QFont textFont()
+{
+    QFont font;
+    font.setPixelSize(20);
+    font.setFamilies({ QStringLiteral("Sans Serif"), QStringLiteral("Serif") });
+    font.setWeight(QFont::DemiBold); // above the bold threshold: arrives as Bold
+    font.setItalic(true);
+    font.setUnderline(true);
+    font.setStretch(150);
+    font.setWordSpacing(2.5);
+    return font;
+}
+
+// A finished item of `kind` whose state differs from a new one's.
+Item madeItem(int kind, GraphicScene* scene)
+{
+    Item item = make(kind, scene);
+    item->setUserId(42);
+    item->setTimestamp(1700000000123LL);
+    item->setOpacity(0.3);
+    if (kind != Image) // an image has no styles on the wire
+        item->setPen(QPen(QColor("#3366cc"), 3, Qt::SolidLine, Qt::RoundCap, Qt::BevelJoin));
+    const QPointF a(10.1, 20.2), b(90.7, 60.3);
+    QPainterPath path;
+    switch (kind) {
+    case RectFilled:
+        item->setPen(QPen(Qt::NoPen));
+        item->setBrush(QBrush(QColor("#aa5500")));
+        Q_FALLTHROUGH();
+    case Rect: path.addRect(QRectF(a, b)); break;
+    case Image: {
+        QImage picture(4, 4, QImage::Format_ARGB32);
+        picture.fill(Qt::darkCyan);
+        static_cast<GraphicImage*>(item.get())->setImageKey(scene->addImage(picture));
+        path.addRect(QRectF(a, b));
+        break;
+    }
+    case Ellipse: path.addEllipse(QRectF(a, b)); break;
+    case Line: path = polyline({ a, QPointF(200.7, a.y()) }); break; // horizontal: height 0 on receipt
+    case Arrow:
+        path = polyline({ a, b });
+        path.addPath(static_cast<GraphicArrowLineItem*>(item.get())->buildHead(a, b, 0));
+        break;
+    case Segment: path = polyline({ a, b, QPointF(90.9, 20.2) }); break;
+    case Pen: path = polyline({ { 10.5, 20.25 }, { 30.125, 40 }, { 50, 60.5 } }); break;
+    case Text: {
+        auto* text = static_cast<GraphicTextItem*>(item.get());
+        text->setText(QStringLiteral("Hello"));
+        text->setFont(textFont());
+        text->setAlignment(4);
+        text->layoutAt(a);
+        return item;
+    }
+    }
+    setOutline(item.get(), path);
+    return item;
+}
+
+// Equal to float precision.
+bool near(double a, double b) { return qAbs(a - b) < 1e-4; }
+bool near(const QRectF& a, const QRectF& b)
+{
+    return near(a.x(), b.x()) && near(a.y(), b.y()) && near(a.width(), b.width()) && near(a.height(), b.height());
+}
+bool near(const QPainterPath& a, const QPainterPath& b)
+{
+    bool same = a.elementCount() == b.elementCount();
+    for (int i = 0; same && i < a.elementCount(); ++i)
+        same = a.elementAt(i).type == b.elementAt(i).type && near(a.elementAt(i).x, b.elementAt(i).x)
+            && near(a.elementAt(i).y, b.elementAt(i).y);
+    return same;
+}
+
+template <class Message>
+Message decoded(GraphicItem& item)
+{
+    Message message;
+    if (!message.ParseFromString(item.serialize().toStdString()))
+        qWarning("serialize() gave bytes that do not parse");
+    return message;
+}
+
+template <class Message>
+QByteArray bytesOf(const Message& message) { return QByteArray::fromStdString(message.SerializeAsString()); }
+
+} // namespace
+
+class tst_Serialization : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<GraphicScene> scene;
+
+    static void addKinds()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<int>("listCase");
+        QTest::newRow("rectangle") << int(Rect) << int(wire::GraphicAction::kRectdata);
+        QTest::newRow("filled rectangle") << int(RectFilled) << int(wire::GraphicAction::kRectdata);
+        QTest::newRow("ellipse") << int(Ellipse) << int(wire::GraphicAction::kEllipsedata);
+        QTest::newRow("image") << int(Image) << int(wire::GraphicAction::kImagedata);
+        QTest::newRow("line") << int(Line) << int(wire::GraphicAction::kLinedata);
+        QTest::newRow("arrow") << int(Arrow) << int(wire::GraphicAction::kArrowdata);
+        QTest::newRow("segment") << int(Segment) << int(wire::GraphicAction::kPolylinedata);
+        QTest::newRow("pen") << int(Pen) << int(wire::GraphicAction::kPathdata);
+        QTest::newRow("text") << int(Text) << int(wire::GraphicAction::kTextdata);
+    }
+
+private slots:
+    void initTestCase() { scene = std::make_unique<GraphicScene>(); }
+    void cleanupTestCase() { scene.reset(); }
+
+    void roundTripOnANewItem_data() { addKinds(); }
+    void roundTripOnANewItem()
+    {
+        QFETCH(int, kind);
+        const Item sent = madeItem(kind, scene.get());
+        const Item got = make(kind, scene.get());
+        got->deserialize(sent->serialize());
+
+        QCOMPARE(got->gid(), sent->gid());
+        QCOMPARE(got->userId(), 42);
+        QCOMPARE(got->timestamp(), 1700000000123LL);
+        QCOMPARE(float(got->opacity()), 0.3f);
+        QVERIFY(near(got->boundary(), sent->boundary()));
+        QVERIFY(near(got->outlinePath(), sent->outlinePath()));
+        QCOMPARE(got->pen(), sent->pen());
+        QCOMPARE(got->brush(), sent->brush());
+        if (kind == Arrow)
+            QVERIFY(got->hitPath().isEmpty()); // the arrow keeps its old hit path
+        else
+            QVERIFY(near(got->hitPath().boundingRect(), sent->hitPath().boundingRect()));
+
+        if (kind == Text) {
+            const auto* text = static_cast<GraphicTextItem*>(got.get());
+            const QFont font = text->font();
+            QCOMPARE(text->text(), QStringLiteral("Hello"));
+            QCOMPARE(text->alignment(), 4);
+            QCOMPARE(font.weight(), QFont::Bold);
+            QVERIFY(font.italic() && font.underline() && !font.strikeOut() && !font.overline());
+            QCOMPARE(font.pixelSize(), 20);
+            QCOMPARE(font.stretch(), 150);
+            QCOMPARE(font.wordSpacing(), 2.5);
+            QCOMPARE(font.families(), textFont().families());
+        }
+        if (kind == Image)
+            QCOMPARE(static_cast<GraphicImage*>(got.get())->imageKey(), static_cast<GraphicImage*>(sent.get())->imageKey());
+    }
+
+    void serializeToActionAddsOneEntry_data() { addKinds(); }
+    void serializeToActionAddsOneEntry()
+    {
+        QFETCH(int, kind);
+        QFETCH(int, listCase);
+        const Item item = madeItem(kind, scene.get());
+        wire::GraphicAction action;
+        item->serializeToAction(&action);
+        QCOMPARE(int(action.actiondata_case()), listCase);
+
+        // The list message of that case holds exactly the entry that
+        // serialize() writes.
+        const auto* reflection = action.GetReflection();
+        const auto& list = reflection->GetMessage(action, action.GetDescriptor()->FindFieldByNumber(listCase));
+        const auto* data = list.GetDescriptor()->FindFieldByName("data");
+        QCOMPARE(list.GetReflection()->FieldSize(list, data), 1);
+        QCOMPARE(bytesOf(list.GetReflection()->GetRepeatedMessage(list, data, 0)), item->serialize());
+    }
+
+    void garbageChangesNothing_data() { addKinds(); }
+    void garbageChangesNothing()
+    {
+        QFETCH(int, kind);
+        const Item item = madeItem(kind, scene.get());
+        const QString gid = item->gid();
+        const QPen pen = item->pen();
+        const QRectF boundary = item->boundary();
+        QTest::ignoreMessage(QtDebugMsg, "parse from data failed.");
+        item->deserialize(QByteArray("\x0a\x10truncated", 11));
+        QCOMPARE(item->gid(), gid);
+        QCOMPARE(item->pen(), pen);
+        QCOMPARE(item->boundary(), boundary);
+    }
+
+    void fillWinsOverStroke()
+    {
+        GraphicRectItem sent(scene.get());
+        sent.setBrush(QBrush(QColor("#0000ff")));
+        sent.setPen(QPen(QColor("#ff0000"), 3));
+        const auto message = decoded<wire::Rect>(sent);
+        QVERIFY(message.has_fillstyle() && message.has_strokestyle());
+
+        GraphicRectItem got(scene.get());
+        got.deserialize(sent.serialize());
+        QCOMPARE(got.brush(), QBrush(QColor("#0000ff")));
+        QCOMPARE(got.pen(), QPen(Qt::NoPen));
+    }
+
+    void strokeColourOfAFilledItemGoesThroughTheBrush()
+    {
+        GraphicRectItem item(scene.get());
+        item.setBrush(QBrush(QColor("#ff0000")));
+        item.setPen(QPen(QColor("#0000ff"), 1));
+        QList<QBrush> brushes;
+        connect(&item, &AbstractGraphicShapeItem::brushChanged, this, [&] { brushes << item.brush(); });
+        QSignalSpy colour(&item, &AbstractGraphicShapeItem::colorChanged);
+
+        wire::Rect message;
+        wire::StrokeStyle* stroke = message.mutable_strokestyle();
+        stroke->set_color("#00ff00");
+        stroke->set_width(4);
+        stroke->set_linecap(wire::StrokeStyle_LineCapStyle_RoundCap);
+        stroke->set_linejoin(wire::StrokeStyle_LineJoinStyle_RoundJoin);
+        item.deserialize(bytesOf(message));
+
+        // The fill takes the colour first, the pen follows it, then the fill goes.
+        QCOMPARE(brushes, QList<QBrush>({ QBrush(QColor("#00ff00")), QBrush(Qt::NoBrush) }));
+        QCOMPARE(colour.count(), 1);
+        QCOMPARE(item.pen(), QPen(QColor("#00ff00"), 4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    }
+
+    void dashedLineArrivesSolid_data()
+    {
+        QTest::addColumn<QList<qreal>>("dashes");
+        QTest::addColumn<QString>("wireDashes");
+        QTest::newRow("dash line") << QList<qreal>() << QStringLiteral("4,2");
+        QTest::newRow("custom") << QList<qreal>({ 1.5, 3.1234567 }) << QStringLiteral("1.5,3.12346");
+    }
+    void dashedLineArrivesSolid()
+    {
+        QFETCH(QList<qreal>, dashes);
+        QFETCH(QString, wireDashes);
+        GraphicLineItem sent(scene.get());
+        setOutline(&sent, polyline({ { 0, 0 }, { 50, 50 } }));
+        QPen pen(QColor("#123456"), 5, Qt::DashLine, Qt::SquareCap, Qt::MiterJoin);
+        if (!dashes.isEmpty())
+            pen.setDashPattern(dashes);
+        sent.setPen(pen);
+        QCOMPARE(QString::fromStdString(decoded<wire::Line>(sent).strokestyle().dashpattern()), wireDashes);
+
+        GraphicLineItem got(scene.get());
+        got.deserialize(sent.serialize());
+        QCOMPARE(got.pen(), QPen(QColor("#123456"), 5, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
+    }
+
+    void lineWithoutTwoElementsKeepsTheReceiversGeometry_data()
+    {
+        QTest::addColumn<QPainterPath>("path");
+        QTest::newRow("empty") << QPainterPath();
+        QTest::newRow("one element") << QPainterPath(QPointF(3, 4));
+        QTest::newRow("three elements") << polyline({ { 0, 0 }, { 5, 5 }, { 9, 0 } });
+    }
+    void lineWithoutTwoElementsKeepsTheReceiversGeometry()
+    {
+        QFETCH(QPainterPath, path);
+        GraphicLineItem sent(scene.get());
+        sent.setOutlinePath(path);
+        const auto message = decoded<wire::Line>(sent);
+        QVERIFY(!message.has_startpoint() && !message.has_endpoint());
+
+        GraphicLineItem got(scene.get());
+        const QPainterPath old = polyline({ { 100, 100 }, { 150, 120 } });
+        setOutline(&got, old);
+        got.deserialize(sent.serialize());
+        QCOMPARE(got.gid(), sent.gid());
+        QCOMPARE(got.outlinePath(), old);
+        QCOMPARE(got.boundary(), QRectF(100, 100, 50, 20));
+    }
+
+    void textWithALineBreakArrivesOneLineHigh()
+    {
+        GraphicTextItem sent(QStringLiteral("first\nsecond line"), textFont(), scene.get());
+        sent.setBoundary(QRectF(5, 6, 300, 200));
+        GraphicTextItem got(QString(), QFont(), scene.get());
+        got.deserialize(sent.serialize());
+        const QFontMetricsF metrics(got.font());
+        QVERIFY(near(got.boundary(), QRectF(5, 6, metrics.horizontalAdvance(sent.text()), metrics.height())));
+    }
+
+    void partialFrameReadsMissingPartsAsZero_data()
+    {
+        QTest::addColumn<int>("parts");
+        QTest::addColumn<QRectF>("frame");
+        QTest::newRow("width only") << 2 << QRectF(0, 0, 25, 0);
+        QTest::newRow("height only") << 4 << QRectF(0, 0, 0, 7);
+        QTest::newRow("leftpos only") << 1 << QRectF(3, 4, 0, 0);
+        QTest::newRow("none keeps the old frame") << 0 << QRectF(50, 50, 10, 10);
+    }
+    void partialFrameReadsMissingPartsAsZero()
+    {
+        QFETCH(int, parts);
+        QFETCH(QRectF, frame);
+        wire::Rect message;
+        if (parts & 1) {
+            message.mutable_leftpos()->set_x(3);
+            message.mutable_leftpos()->set_y(4);
+        }
+        if (parts & 2)
+            message.set_width(25);
+        if (parts & 4)
+            message.set_heigth(7);
+        GraphicRectItem item(scene.get());
+        QPainterPath old;
+        old.addRect(QRectF(50, 50, 10, 10));
+        setOutline(&item, old);
+        item.deserialize(bytesOf(message));
+        QCOMPARE(item.boundary(), frame);
+    }
+
+    void pathKeepsSixSignificantDigits()
+    {
+        GraphicPenItem sent(scene.get());
+        QCOMPARE(decoded<wire::Path>(sent).has_path(), false); // nothing drawn, no path
+
+        setOutline(&sent, polyline({ { 1234.567, 0.000123456789 }, { 1234567, 2 } }));
+        QCOMPARE(QString::fromStdString(decoded<wire::Path>(sent).path()),
+                 QStringLiteral("M 1234.57 0.000123457 L 1.23457e+06 2 z"));
+        GraphicPenItem got(scene.get());
+        got.deserialize(sent.serialize());
+        QCOMPARE(got.outlinePath().elementCount(), 2);
+        QCOMPARE(got.outlinePath().elementAt(0).x, double(1234.57f));
+        QCOMPARE(got.outlinePath().elementAt(1).x, double(1234570.0f));
+    }
+
+    void polylineWithoutPointsIsIgnored()
+    {
+        wire::Polyline message;
+        message.mutable_baseinfo()->set_gid("777");
+        message.mutable_strokestyle()->set_width(9);
+        GraphicLineSegmentItem item(scene.get());
+        setOutline(&item, polyline({ { 1, 1 }, { 8, 9 } }));
+        const QString gid = item.gid();
+        const QPen pen = item.pen();
+        item.deserialize(bytesOf(message));
+        QCOMPARE(item.gid(), gid);
+        QCOMPARE(item.pen(), pen);
+        QCOMPARE(item.boundary(), QRectF(1, 1, 7, 8));
+    }
+
+    void imageTravelsBetweenScenes()
+    {
+        QImage picture(40, 30, QImage::Format_ARGB32);
+        picture.fill(QColor("#80102030"));
+        QPainter(&picture).fillRect(5, 5, 10, 10, QColor("#ff00ff00"));
+        GraphicScene here, there;
+        GraphicImage sent(here.addImage(picture), &here);
+        GraphicImage got(QString(), &there);
+        got.deserialize(sent.serialize());
+        QCOMPARE(got.imageKey(), sent.imageKey());
+        const QImage* arrived = there.imageByKey(got.imageKey());
+        QVERIFY(arrived);
+        QCOMPARE(*arrived, picture);
+    }
+};
+
+QTEST_MAIN(tst_Serialization)
+#include "tst_serialization.moc"
