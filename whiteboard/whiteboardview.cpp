@@ -195,11 +195,10 @@ bool WhiteboardView::exportScene(QString filePath)
     return canvas.save(filePath, nullptr, -1);
 }
 
+// The scene deletes the message, whatever it holds.
 void WhiteboardView::receiveData(im::whiteboard::TransferData* data)
 {
-    // Messages belong to whoever receives them; applying them arrives with the
-    // collaboration work.
-    delete data;
+    m_scene->receiveData(data);
 }
 
 void WhiteboardView::updateDevicePixelRatio()
@@ -211,10 +210,11 @@ void WhiteboardView::updateDevicePixelRatio()
     m_scene->setDevicePixelRatio(window()->devicePixelRatio());
 }
 
+// The board's id travels from the `id` property; the argument is not used.
 void WhiteboardView::sendUserJoinData(qlonglong timestamp, QString whitboardId)
 {
-    Q_UNUSED(timestamp);
     Q_UNUSED(whitboardId);
+    m_scene->joinWhiteboard(timestamp);
 }
 
 bool WhiteboardView::event(QEvent* event)

@@ -3,6 +3,8 @@
 #include "graphics/graphicitem.h"
 #include "scene/graphicscene.h"
 
+#include "proto/whiteboard.pb.h"
+
 namespace whiteboard {
 
 BatchRemoveGraphicCommand::BatchRemoveGraphicCommand(const QList<QSharedPointer<GraphicItem>>& items, GraphicScene* scene,
@@ -33,6 +35,8 @@ void BatchRemoveGraphicCommand::redo()
     const QRect rect = dirtyRect();
     m_scene->removeItems(GraphicScene::ItemLayer, m_items);
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
+    if (m_sync)
+        sendBatch(im::whiteboard::GraphicActionRemove, m_items);
 }
 
 void BatchRemoveGraphicCommand::undo()
@@ -40,6 +44,8 @@ void BatchRemoveGraphicCommand::undo()
     const QRect rect = dirtyRect();
     m_scene->addItems(GraphicScene::ItemLayer, m_items);
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
+    if (m_sync)
+        sendBatch(im::whiteboard::GraphicActionAdd, m_items);
 }
 
 } // namespace whiteboard

@@ -7,7 +7,8 @@
 namespace whiteboard {
 
 // Removes several items as one step: the delete key, the eraser and clears.
-// `sync` tells whether the change is announced to the other participants.
+// `sync` tells whether the change is announced to the other participants: a
+// clear travels as one message of its own, so its command stays silent.
 class BatchRemoveGraphicCommand : public GraphicCommand
 {
 public:

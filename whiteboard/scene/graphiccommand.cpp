@@ -3,6 +3,8 @@
 #include "graphics/graphicitem.h"
 #include "scene/graphicscene.h"
 
+#include "proto/whiteboard.pb.h"
+
 namespace whiteboard {
 
 GraphicCommand::GraphicCommand(const QSharedPointer<GraphicItem>& item, GraphicScene* scene)
@@ -21,17 +23,31 @@ void GraphicCommand::detach()
     }
     m_scene->removeItem(GraphicScene::ItemLayer, m_item);
     repaintItem();
+    send(im::whiteboard::GraphicActionRemove);
 }
 
+// An undone removal goes out as an add of the same gid: the others need no
+// idea of undo.
 void GraphicCommand::attach()
 {
     m_scene->addItem(GraphicScene::ItemLayer, m_item);
     repaintItem();
+    send(im::whiteboard::GraphicActionAdd);
 }
 
 void GraphicCommand::repaintItem()
 {
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(m_item->boundary().toRect()));
+}
+
+void GraphicCommand::send(im::whiteboard::GraphicActionType type)
+{
+    emit m_scene->sendData(m_scene->makeItemAction(type, m_item));
+}
+
+void GraphicCommand::sendBatch(im::whiteboard::GraphicActionType type, const QList<QSharedPointer<GraphicItem>>& items)
+{
+    emit m_scene->sendData(m_scene->makeBatchAction(type, items));
 }
 
 } // namespace whiteboard

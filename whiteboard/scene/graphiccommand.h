@@ -1,7 +1,12 @@
 #pragma once
 
+#include <QList>
 #include <QSharedPointer>
 #include <QUndoCommand>
+
+namespace im::whiteboard {
+enum GraphicActionType : int;
+}
 
 namespace whiteboard {
 
@@ -10,6 +15,8 @@ class GraphicScene;
 
 // Base of the undoable edits. A command holds its item alive while the item
 // is out of the scene, so that undo can bring it back. Commands never merge.
+// Each step also tells the other participants what it did, so that undo and
+// redo reach them like the first edit.
 class GraphicCommand : public QUndoCommand
 {
 public:
@@ -18,12 +25,16 @@ public:
     QSharedPointer<GraphicItem> item() const { return m_item; }
 
 protected:
-    // Take the item out of the scene: focus, selection, index, repaint.
+    // Take the item out of the scene: focus, selection, index, repaint; a removal goes out.
     void detach();
-    // Bring the item in: index, repaint.
+    // Bring the item in: index, repaint; an add goes out.
     void attach();
     // Repaint the item's boundary on the item layer.
     void repaintItem();
+    // Emits the item's whole state with the action `type`.
+    void send(im::whiteboard::GraphicActionType type);
+    // Emits one message with an envelope per item, all of one time.
+    void sendBatch(im::whiteboard::GraphicActionType type, const QList<QSharedPointer<GraphicItem>>& items);
 
     QSharedPointer<GraphicItem> m_item;
     GraphicScene* m_scene = nullptr;

@@ -652,6 +652,9 @@ void GraphicScene::updateFocusItem()
     if (!item)
         return;
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
+    // The host changed the item from outside; no undo step, but the others
+    // get its new state.
+    emit sendData(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
 }
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)

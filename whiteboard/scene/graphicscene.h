@@ -37,11 +37,17 @@ class QDragLeaveEvent;
 class QDropEvent;
 
 namespace im::whiteboard {
+class GraphicAction;
 class TransferData;
+class UserAction;
+class UserOperation;
+enum GraphicActionType : int;
+enum UserOperation_Type : int;
 }
 
 namespace whiteboard {
 
+class GraphicCommand;
 class GraphicIndexNode;
 class GraphicItem;
 class SceneRender;
@@ -171,6 +177,9 @@ public:
     GraphicItemList itemsByRect(SceneLayer layer, const QRectF& rect, int mode, int order, const QTransform& transform = QTransform());
     QSharedPointer<GraphicItem> itemAt(const QPointF& viewPos, int order, int mode, const QTransform& transform = QTransform());
     QSharedPointer<GraphicItem> itemByGid(const QString& gid);
+    // The key of received updates and removals: the first item with this gid
+    // in timestamp order, case-sensitive; items off the page are not found.
+    QSharedPointer<GraphicItem> findItem(const QString& gid) { return itemByGid(gid); }
     static void sortItems(GraphicItemList& items, int order);
 
     GraphicItemList selectedItems() const { return m_selectedItems; }
@@ -211,6 +220,11 @@ public:
 
     qulonglong serverTimestamp() const;
 
+    // Fixes the server clock offset and announces this user on the board.
+    void joinWhiteboard(qint64 serverTime);
+    // The pointer marks of the other users, one per user seen.
+    GraphicItemList markItems() const { return m_markItems; }
+
     virtual void focusInEvent(QFocusEvent* event);
     virtual void focusOutEvent(QFocusEvent* event);
     virtual void inputMethodEvent(QInputMethodEvent* event);
@@ -246,6 +260,8 @@ public slots:
     void clearAll(bool sync = true);
     void clearByUid(qlonglong userId, bool sync = true);
     QImage* thumbnailImage(bool smallThumbnail = false);
+    // Applies one message from the others; takes ownership of `data`.
+    void receiveData(im::whiteboard::TransferData* data);
 
 signals:
     void initScene();
@@ -281,6 +297,23 @@ protected slots:
 
 private:
     friend class SceneRender;
+    // Commands announce what they change through the message builders.
+    friend class GraphicCommand;
+
+    // Outgoing messages: each is new, and belongs to whoever receives it.
+    im::whiteboard::TransferData* makeTransferData();
+    im::whiteboard::TransferData* makeItemAction(im::whiteboard::GraphicActionType type,
+                                                 const QSharedPointer<GraphicItem>& item);
+    im::whiteboard::TransferData* makeBatchAction(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
+    void sendOperation(im::whiteboard::UserOperation_Type type);
+    void sendMouseInfo(const QPointF& position);
+
+    // Incoming envelopes, by kind of body.
+    void applyGraphicAction(const im::whiteboard::GraphicAction& action);
+    void addReceivedItems(const im::whiteboard::GraphicAction& action);
+    void updateReceivedItem(const im::whiteboard::GraphicAction& action);
+    void applyUserAction(const im::whiteboard::UserAction& action);
+    void applyUserOperation(const im::whiteboard::UserOperation& operation);
 
     // The items of `layer` met by `area`, those that `keep` accepts (all
     // without it), sorted by `order`; under itemsMutex.
@@ -318,6 +351,7 @@ private:
     GraphicItemList m_clipboardItems;
     GraphicItemList m_erasedItems;
     GraphicItemList m_inboundItems;
+    GraphicItemList m_markItems;
     QPainterPath m_borderPath;
     QTransform m_viewToSceneTransform;
     QTransform m_sceneToViewTransform;

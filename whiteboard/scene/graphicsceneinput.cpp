@@ -21,6 +21,8 @@
 #include "scene/textchangecommand.h"
 #include "util.h"
 
+#include "proto/whiteboard.pb.h"
+
 #include <QFont>
 #include <QHoverEvent>
 #include <QKeyEvent>
@@ -198,16 +200,20 @@ void GraphicScene::deselectAll()
 void GraphicScene::clearAll(bool sync)
 {
     // The command stays silent; the clear travels as one message of its own.
-    Q_UNUSED(sync);
     pushCommand(new BatchRemoveGraphicCommand(items(ItemLayer, 1), this, false));
+    if (sync)
+        sendOperation(im::whiteboard::UserOperation::UserOperationClearAll);
 }
 
 void GraphicScene::clearByUid(qlonglong userId, bool sync)
 {
-    Q_UNUSED(sync);
     GraphicItemList list = items(ItemLayer, 1);
     list.removeIf([userId](const QSharedPointer<GraphicItem>& item) { return item->userId() != userId; });
     pushCommand(new BatchRemoveGraphicCommand(list, this, false));
+    // The message names the sender, not `userId`: the others clear the
+    // sender's items. The protocol has always worked so.
+    if (sync)
+        sendOperation(im::whiteboard::UserOperation::UserOperationClearByUid);
 }
 
 void GraphicScene::rubberBandMove(QMouseEvent* event)
@@ -727,8 +733,11 @@ void GraphicScene::hoverMoveEvent(QHoverEvent* event)
 {
     if (m_toolType == GraphicDefine::Segment && m_activeItem) {
         // The rubber line of an open polyline follows the pointer.
-        QMutexLocker locker(&m_itemsMutex);
-        m_activeItem->hoverMoveEvent(event);
+        {
+            QMutexLocker locker(&m_itemsMutex);
+            m_activeItem->hoverMoveEvent(event);
+        }
+        sendMouseInfo(mapToScene(event->position()));
         return;
     }
 
@@ -741,6 +750,7 @@ void GraphicScene::hoverMoveEvent(QHoverEvent* event)
         GraphicController* controller = m_focusItem ? m_focusItem->controller() : nullptr;
         const int type = controller ? controller->controlPointAt(mapToScene(point)) : -1;
         if (type >= 0) {
+            // Over a handle the others are not told where the pointer is.
             setViewCursor(controlPointCursor(controller, type));
             return;
         }
@@ -751,6 +761,8 @@ void GraphicScene::hoverMoveEvent(QHoverEvent* event)
     } else {
         setItemCursor(hit, Qt::PointingHandCursor);
     }
+    // Every move, unthrottled and even at the same place.
+    sendMouseInfo(mapToScene(position));
 }
 
 void GraphicScene::hoverLeaveEvent(QHoverEvent*)

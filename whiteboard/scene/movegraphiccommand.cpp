@@ -3,6 +3,8 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 
+#include "proto/whiteboard.pb.h"
+
 namespace whiteboard {
 
 MoveGraphicCommand::MoveGraphicCommand(const QPointF& oldPosition, const QPointF& newPosition,
@@ -18,6 +20,7 @@ void MoveGraphicCommand::moveTo(const QPointF& position)
     if (GraphicController* controller = m_item->controller())
         controller->moveTo(position);
     repaintItem();
+    send(im::whiteboard::GraphicActionUpdate);
 }
 
 void MoveGraphicCommand::redo()

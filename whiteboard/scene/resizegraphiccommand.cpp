@@ -3,6 +3,8 @@
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphiccontroller.h"
 
+#include "proto/whiteboard.pb.h"
+
 namespace whiteboard {
 
 ResizeGraphicCommand::ResizeGraphicCommand(const QPainterPath& oldPath, const QPainterPath& newPath,
@@ -22,6 +24,7 @@ void ResizeGraphicCommand::setPath(const QPainterPath& path)
     if (GraphicController* controller = m_item->controller())
         controller->update();
     repaintItem();
+    send(im::whiteboard::GraphicActionUpdate);
 }
 
 void ResizeGraphicCommand::redo()

@@ -216,24 +216,10 @@ void SceneRender::composeFrame()
     painter.setClipRegion(m_borderRegion, Qt::ReplaceClip);
     scene->applySceneTransform(&painter);
 
-    paintVisibleItems(&painter, viewRect);
-    if (quitRequested())
-        return;
-
-    // Control points lie above all layers and are clipped to the page.
-    if (!scene->m_selectedItems.isEmpty()) {
-        const GraphicItemList selected = scene->m_selectedItems;
-        for (const QSharedPointer<GraphicItem>& item : selected) {
-            if (quitRequested())
-                return;
-            if (GraphicController* controller = item->controller())
-                controller->paint(&painter);
-        }
-    } else if (const QSharedPointer<GraphicItem> focus = scene->m_focusItem) {
-        if (GraphicController* controller = focus->controller())
-            controller->paint(&painter);
-    }
+    const bool complete = paintPage(&painter, viewRect);
     painter.restore();
+    if (!complete)
+        return;
 
     // Darken what lies outside the page.
     const QRegion surround = QRegion(viewRect.toRect()) - m_borderRegion;
@@ -253,6 +239,29 @@ void SceneRender::composeFrame()
 
     // Emitted while the painter is open, so the queued copy is a deep one.
     emit finished(m_frameImage);
+}
+
+bool SceneRender::paintPage(QPainter* painter, const QRectF& viewRect)
+{
+    paintVisibleItems(painter, viewRect);
+    if (quitRequested())
+        return false;
+
+    // Control points lie above all layers and are clipped to the page.
+    const GraphicScene* scene = m_scene;
+    if (!scene->m_selectedItems.isEmpty()) {
+        const GraphicItemList selected = scene->m_selectedItems;
+        for (const QSharedPointer<GraphicItem>& item : selected) {
+            if (quitRequested())
+                return false;
+            if (GraphicController* controller = item->controller())
+                controller->paint(painter);
+        }
+    } else if (const QSharedPointer<GraphicItem> focus = scene->m_focusItem) {
+        if (GraphicController* controller = focus->controller())
+            controller->paint(painter);
+    }
+    return true;
 }
 
 bool SceneRender::paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items)

@@ -72,6 +72,9 @@ public slots:
 
 private:
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer);
+    // Paints the layers and the control points in scene space; false when
+    // the frame was abandoned.
+    bool paintPage(QPainter* painter, const QRectF& viewRect);
     // Paints one thumbnail; false when the frame was abandoned.
     bool paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items);
 

@@ -3,6 +3,8 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 
+#include "proto/whiteboard.pb.h"
+
 namespace whiteboard {
 
 TextChangeCommand::TextChangeCommand(const QString& oldText, const QString& newText,
@@ -19,6 +21,7 @@ void TextChangeCommand::setText(const QString& text)
     if (GraphicController* controller = m_item->controller())
         controller->update();
     repaintItem();
+    send(im::whiteboard::GraphicActionUpdate);
 }
 
 void TextChangeCommand::redo()

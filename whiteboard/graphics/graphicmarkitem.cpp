@@ -1,0 +1,132 @@
+#include "graphics/graphicmarkitem.h"
+
+#include "moduleregistration.h"
+#include "scene/graphicscene.h"
+
+#include <QFontMetricsF>
+#include <QHash>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QPainter>
+#include <QSvgRenderer>
+
+namespace whiteboard {
+
+namespace {
+
+const QSizeF kArrowSize(16.0, 20.0);
+constexpr double kLabelHeight = 18.0;
+constexpr double kLabelPadding = 12.0;
+constexpr double kMaxTextWidth = 120.0;
+constexpr int kLabelPixelSize = 16;
+
+} // namespace
+
+GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, GraphicScene* scene, GraphicItem* parent)
+    : AbstractGraphicShapeItem(scene, parent)
+    , m_text(text)
+    , m_font(font)
+{
+    m_stroker.setWidth(6);
+    m_font.setPixelSize(12);
+    setType(Mark);
+    setCursorShape(Qt::PointingHandCursor);
+    QSvgRenderer& renderer = arrowRenderer();
+    if (!renderer.isValid())
+        renderer.load(QStringLiteral(":/arrow.svg"));
+}
+
+// The colour is not copied: the copy finds its own in its first frame.
+GraphicMarkItem::GraphicMarkItem(const GraphicMarkItem& other)
+    : AbstractGraphicShapeItem(other)
+    , m_startPoint(other.m_startPoint)
+    , m_pressed(other.m_pressed)
+    , m_text(other.m_text)
+    , m_font(other.m_font)
+{
+    m_stroker.setWidth(6);
+}
+
+void GraphicMarkItem::setText(const QString& text)
+{
+    if (m_text == text)
+        return;
+    m_text = text;
+    emit textChanged();
+}
+
+void GraphicMarkItem::setFont(const QFont& font)
+{
+    if (m_font == font)
+        return;
+    m_font = font;
+    emit fontChanged();
+}
+
+QColor GraphicMarkItem::colorForUser(int userId)
+{
+    // Made once; a negative index still inserts an entry, so the look-ups
+    // from several render threads take turns.
+    static QHash<int, QColor> colors {
+        { 0, QColor("#ED4E4E") }, { 1, QColor("#6C9DD9") }, { 2, QColor("#EEC74E") }, { 3, QColor("#8576F2") },
+        { 4, QColor("#7BCD59") }, { 5, QColor("#BE6CD9") }, { 6, QColor("#63C9BF") }, { 7, QColor("#EE6293") },
+    };
+    static QMutex mutex;
+    const int index = (userId / 2 + userId % 2) % 8;
+    QMutexLocker locker(&mutex);
+    return colors[index];
+}
+
+GraphicItem* GraphicMarkItem::copy()
+{
+    return new GraphicMarkItem(*this);
+}
+
+bool GraphicMarkItem::collidesWithPoint(const QPointF&, Qt::ItemSelectionMode) const
+{
+    return false;
+}
+
+void GraphicMarkItem::paint(QPainter* painter, const QRectF*)
+{
+    GraphicScene* scene = this->scene();
+    if (!visible() || !scene)
+        return;
+    painter->save();
+    const QRectF frame = boundary();
+
+    // Undo the zoom: what follows is drawn in screen pixels at the pointer.
+    const double s = scene->scale();
+    const QPointF v = scene->mapFromScene(frame.topLeft());
+    painter->scale(1.0 / s, 1.0 / s);
+    const QPointF tip = scene->mapToScene(v, s);
+
+    const QRectF arrowRect(tip, kArrowSize);
+    arrowRenderer().render(painter, arrowRect);
+
+    m_font.setPixelSize(kLabelPixelSize);
+    const QFontMetricsF metrics(m_font);
+    const QString shown = metrics.elidedText(m_text, Qt::ElideRight, kMaxTextWidth);
+    const QSizeF labelSize(metrics.horizontalAdvance(shown) + kLabelPadding, kLabelHeight);
+    const QRectF labelRect(arrowRect.bottomRight() - QPointF(2.0, 2.0), labelSize);
+
+    painter->setFont(m_font);
+    painter->save();
+    if (!m_markColor.isValid())
+        m_markColor = colorForUser(int(userId()));
+    painter->setBrush(QBrush(m_markColor, Qt::SolidPattern));
+    painter->setPen(Qt::NoPen);
+    painter->drawRoundedRect(labelRect, 4.0, 4.0, Qt::AbsoluteSize);
+    painter->restore();
+    painter->setPen(QColor(Qt::white));
+    painter->drawText(labelRect, Qt::AlignHCenter | Qt::AlignVCenter, shown);
+
+    // The painted extent, in screen units at the pointer's scene position,
+    // is the mark's boundary: nothing else sizes it.
+    QRectF painted = arrowRect.united(labelRect);
+    painted.moveTo(frame.topLeft());
+    setBoundary(painted);
+    painter->restore();
+}
+
+} // namespace whiteboard

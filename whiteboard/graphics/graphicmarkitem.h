@@ -1,0 +1,58 @@
+#pragma once
+
+#include "graphics/abstractgraphicshapeitem.h"
+
+#include <QColor>
+#include <QFont>
+#include <QPainterPathStroker>
+#include <QPointF>
+#include <QString>
+
+namespace whiteboard {
+
+// Where another user's pointer is: a small arrow with a coloured name label
+// at its lower right, the same size on screen at any zoom. It lives in the
+// mark layer, is never hit, never serialised and never on the wire as an
+// item; only the user's leave message removes it.
+class GraphicMarkItem : public AbstractGraphicShapeItem
+{
+    Q_OBJECT
+    Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
+    Q_PROPERTY(QFont font READ font WRITE setFont NOTIFY fontChanged)
+
+public:
+    GraphicMarkItem(const QString& text, const QFont& font, GraphicScene* scene = nullptr, GraphicItem* parent = nullptr);
+    GraphicMarkItem(const GraphicMarkItem& other);
+
+    QString text() const { return m_text; }
+    void setText(const QString& text);
+    QFont font() const { return m_font; }
+    void setFont(const QFont& font);
+    QColor markColor() const { return m_markColor; }
+
+    // The label colour of a user. Neighbouring ids share a colour in pairs,
+    // and a negative index gives an invalid colour: both are kept as users
+    // know them.
+    static QColor colorForUser(int userId);
+
+    void paint(QPainter* painter, const QRectF* rect = nullptr) override;
+    GraphicItem* copy() override;
+    bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
+
+signals:
+    void textChanged();
+    void fontChanged();
+
+private:
+    // Kept from the item's first form; nothing reads them.
+    QPainterPathStroker m_stroker;
+    QPointF m_startPoint;
+    bool m_pressed = false;
+
+    QString m_text;
+    QFont m_font;
+    // Fixed by the first frame.
+    QColor m_markColor;
+};
+
+} // namespace whiteboard
