@@ -14,7 +14,7 @@ ApplicationWindow {
 
     property color penColor: "#1f6feb"
     property int penWidth: 3
-    property string status: "Each board is one participant; their messages pass through the relay."
+    property string status: "Draw on either board: the other follows through the relay."
 
     width: 1440
     height: 880

@@ -1,6 +1,7 @@
 // The demo's relay keeps the server's contract: one order, no echo, a copy
 // per receiver, and joins answered with the stored item actions.
 #include "relay.h"
+#include "testsupport.h"
 
 #include "proto/whiteboard.pb.h"
 #include "whiteboardview.h"
@@ -13,6 +14,8 @@
 #include <vector>
 
 namespace pb = im::whiteboard;
+using whiteboard::GraphicItemList;
+using whiteboard::GraphicScene;
 
 // Stands in for a WhiteboardView: the same signal and slot, and it owns what
 // it receives.
@@ -167,17 +170,14 @@ class tst_DemoRelay : public QObject
 private slots:
     void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("relay"))); }
 
-    void itemActionGoesToEveryOtherBoard();
-    void otherMessagesGoToEveryOtherBoard();
+    void everyOtherBoardGetsItsOwnCopy();
     void oneOrderWhenAReceiverSends();
     void joinIsAnsweredWithTheStoredActions();
-    void joinAnswerComesInBatches();
     void clearOperationsShortenTheHistory();
-    void boardsComeAndGo();
-    void realViewIsABoard();
+    void realBoardsShareTheirDrawing();
 };
 
-void tst_DemoRelay::itemActionGoesToEveryOtherBoard()
+void tst_DemoRelay::everyOtherBoardGetsItsOwnCopy()
 {
     Relay relay;
     FakeBoard alice(QStringLiteral("Alice")), bob(QStringLiteral("Bob")), carol(QStringLiteral("Carol"));
@@ -199,25 +199,12 @@ void tst_DemoRelay::itemActionGoesToEveryOtherBoard()
     QVERIFY(bob.received[0].get() != carol.received[0].get());
     QCOMPARE(relay.storedActionCount(), 1);
     QCOMPARE(relay.lastMessage(), QStringLiteral("Alice: add"));
-}
 
-void tst_DemoRelay::otherMessagesGoToEveryOtherBoard()
-{
-    Relay relay;
-    FakeBoard alice(QStringLiteral("Alice")), bob(QStringLiteral("Bob"));
-    relay.addBoard(&alice);
-    relay.addBoard(&bob);
-
+    // Pointer moves are relayed too, but are not stored for late boards.
     bob.send(pointerMove(1002));
-    QCOMPARE(bob.received.size(), size_t(0));
-    QCOMPARE(alice.received.size(), size_t(1));
+    QCOMPARE(bob.received.size(), size_t(1));
     QCOMPARE(actionsOf(*alice.received[0]), QStringList { QStringLiteral("other") });
-    // Pointer moves are not item actions: nothing is stored for late boards.
-    QCOMPARE(relay.storedActionCount(), 0);
-
-    alice.received.clear();
-    bob.send(new pb::TransferData);
-    QCOMPARE(alice.received.size(), size_t(1));
+    QCOMPARE(relay.storedActionCount(), 1);
 }
 
 void tst_DemoRelay::oneOrderWhenAReceiverSends()
@@ -279,27 +266,6 @@ void tst_DemoRelay::joinIsAnsweredWithTheStoredActions()
     QVERIFY(first.received[0]->has_userjoin());
 }
 
-void tst_DemoRelay::joinAnswerComesInBatches()
-{
-    Relay relay;
-    FakeBoard alice(QStringLiteral("Alice")), late(QStringLiteral("Late"));
-    relay.addBoard(&alice);
-    const int count = 2 * Relay::kReplayBatchSize + 6;
-    QStringList expected;
-    for (int i = 0; i < count; ++i) {
-        const std::string gid = "g" + std::to_string(i);
-        alice.send(rectAction(pb::GraphicActionAdd, gid, 1001, float(i)));
-        expected << QStringLiteral("add %1 %2").arg(QString::fromStdString(gid)).arg(i);
-    }
-    relay.addBoard(&late);
-    late.send(join());
-
-    int batches = 0;
-    QCOMPARE(replayOf(late, &batches), expected);
-    QCOMPARE(batches, 3);
-    QCOMPARE(late.received[0]->multi().whiteboarddatalist_size(), Relay::kReplayBatchSize);
-}
-
 void tst_DemoRelay::clearOperationsShortenTheHistory()
 {
     Relay relay;
@@ -328,45 +294,35 @@ void tst_DemoRelay::clearOperationsShortenTheHistory()
     QVERIFY(late.received[0]->has_userjoin());
 }
 
-void tst_DemoRelay::boardsComeAndGo()
+void tst_DemoRelay::realBoardsShareTheirDrawing()
 {
     Relay relay;
-    QObject notABoard;
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^relay: not a board")));
-    QVERIFY(!relay.addBoard(&notABoard));
-    QVERIFY(!relay.addBoard(nullptr));
+    ViewFixture alice(QSize(1080, 720), 1001);
+    ViewFixture bob(QSize(1080, 720), 1002);
+    QVERIFY(relay.addBoard(alice.view));
+    QVERIFY(relay.addBoard(bob.view));
 
-    FakeBoard alice(QStringLiteral("Alice")), carol(QStringLiteral("Carol"));
-    auto bob = std::make_unique<FakeBoard>(QStringLiteral("Bob"));
-    relay.addBoard(&alice);
-    relay.addBoard(bob.get());
-    QVERIFY(relay.addBoard(bob.get())); // twice is once
-    relay.addBoard(&carol);
-    QCOMPARE(relay.boardCount(), 3);
+    alice.view->setToolType(GraphicDefine::Rectangle);
+    alice.drag(QPoint(100, 100), QPoint(300, 200), 6);
+    const GraphicItemList drawn = alice.scene->items(GraphicScene::ItemLayer, 1);
+    const GraphicItemList arrived = bob.scene->items(GraphicScene::ItemLayer, 1);
+    QCOMPARE(drawn.size(), 1);
+    QCOMPARE(arrived.size(), 1);
+    QCOMPARE(arrived[0]->gid(), drawn[0]->gid());
+    QCOMPARE(arrived[0]->userId(), 1001);
+    QCOMPARE(arrived[0]->boundary(), drawn[0]->boundary());
 
-    bob.reset();
-    QCOMPARE(relay.boardCount(), 2);
-    alice.send(rectAction(pb::GraphicActionAdd, "g", 1001));
-    QCOMPARE(carol.received.size(), size_t(1));
+    // A board that joins later is brought up to date, then told the load is over.
+    ViewFixture carol(QSize(1080, 720), 1003);
+    relay.addBoard(carol.view);
+    QTest::ignoreMessage(QtDebugMsg, "server data loaded.");
+    carol.view->sendUserJoinData(relay.serverTime(), QStringLiteral("ignored"));
+    QCOMPARE(carol.scene->itemCount(GraphicScene::ItemLayer), 1);
 
-    relay.removeBoard(&carol);
-    alice.send(rectAction(pb::GraphicActionAdd, "h", 1001));
-    QCOMPARE(carol.received.size(), size_t(1));
-    carol.send(rectAction(pb::GraphicActionAdd, "i", 1003));
-    QCOMPARE(alice.received.size(), size_t(0));
-}
-
-void tst_DemoRelay::realViewIsABoard()
-{
-    // The relay reaches the view by the signatures of its signal and slot.
-    Relay relay;
-    WhiteboardView view;
-    FakeBoard alice(QStringLiteral("Alice"));
-    QVERIFY(relay.addBoard(&view));
-    relay.addBoard(&alice);
-    const int before = relay.relayedCount();
-    alice.send(rectAction(pb::GraphicActionAdd, "g", 1001));
-    QCOMPARE(relay.relayedCount(), before + 1);
+    // An undo is an ordinary change for the others.
+    alice.scene->undo();
+    QCOMPARE(bob.scene->itemCount(GraphicScene::ItemLayer), 0);
+    QCOMPARE(carol.scene->itemCount(GraphicScene::ItemLayer), 0);
 }
 
 QTEST_MAIN(tst_DemoRelay)

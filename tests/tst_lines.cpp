@@ -79,7 +79,6 @@ private slots:
     void arrowOfZeroLength();
     void strokeCornerDragScalesAboutAnchor_data();
     void strokeCornerDragScalesAboutAnchor();
-    void pathStringRoundTrip();
     void arrowHeadIsFilled();
     void selectedStrokePaintsDarker();
     void cachedStrokePaintsThroughRaster();
@@ -294,29 +293,6 @@ void TestLines::strokeCornerDragScalesAboutAnchor()
     const QPointF end = stroke.outlinePath().elementAt(stroke.outlinePath().elementCount() - 1);
     QVERIFY(stroke.collidesWithPoint(end, Qt::IntersectsItemShape));
     QCOMPARE(stroke.hitPath(), AbstractGraphicShapeItem::strokeOf(stroke.outlinePath()));
-}
-
-void TestLines::pathStringRoundTrip()
-{
-    GraphicPenItem stroke(m_scene);
-    QPainterPath path;
-    path.moveTo(1234.567, 0.5);
-    path.lineTo(10, 20.25);
-    path.lineTo(-3.14159265, 1e7);
-    stroke.setOutlinePath(path);
-
-    const QString text = stroke.pathString();
-    QCOMPARE(text, QStringLiteral("M 1234.57 0.5 L 10 20.25 L -3.14159 1e+07 z"));
-
-    const QPainterPath parsed = GraphicPenItem::parsePathString(text);
-    const QList<QPointF> expected = { { double(1234.57f), 0.5 }, { 10, 20.25 }, { double(-3.14159f), 1e7 } };
-    QCOMPARE(parsed.elementCount(), expected.size());
-    QVERIFY(parsed.elementAt(0).isMoveTo());
-    for (int i = 0; i < expected.size(); ++i)
-        QCOMPARE(QPointF(parsed.elementAt(i)), expected.at(i));
-
-    // A text without pieces is a lone start point.
-    QCOMPARE(GraphicPenItem::parsePathString(QStringLiteral("M 4 5 z")).elementCount(), 1);
 }
 
 void TestLines::arrowHeadIsFilled()

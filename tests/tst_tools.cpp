@@ -19,7 +19,6 @@ private slots:
     void cleanup() { f.reset(); }
     void dragDrawsItem_data();
     void dragDrawsItem();
-    void polylineClickByClick();
     void imagePlacedTwiceIsDecodedOnce();
     void strokeCornerDragUndoesAsAMove();
 
@@ -84,33 +83,6 @@ void tst_Tools::dragDrawsItem()
     QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
     QVERIFY(!f->view->canUndo());
     QVERIFY(f->view->canRedo());
-}
-
-void tst_Tools::polylineClickByClick()
-{
-    f->view->setToolType(GraphicDefine::Segment);
-    for (const QPoint& vertex : { QPoint(100, 100), QPoint(300, 100), QPoint(300, 300) }) {
-        f->press(vertex);
-        f->release(vertex);
-        QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 1);
-    }
-    // The rubber band follows the hovering pointer, then a right click ends it.
-    f->move(QPoint(350, 420));
-    f->press(QPoint(350, 420), Qt::NoModifier, Qt::RightButton);
-    f->release(QPoint(350, 420), Qt::NoModifier, Qt::RightButton);
-
-    QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
-    const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
-    QCOMPARE(items.size(), 1);
-    const auto* polyline = qobject_cast<AbstractGraphicShapeItem*>(items.first().data());
-    QCOMPARE(polyline->type(), int(GraphicItem::Segment));
-    // Each committed piece is its own moveTo/lineTo pair: the middle vertex twice.
-    const QPainterPath path = polyline->outlinePath();
-    QCOMPARE(path.elementCount(), 4);
-    QCOMPARE(QPointF(path.elementAt(1)), QPointF(300, 100));
-    QCOMPARE(QPointF(path.elementAt(2)), QPointF(300, 100));
-    QCOMPARE(polyline->boundary(), QRectF(100, 100, 200, 200));
-    QVERIFY(polyline->collidesWithPoint(QPointF(200, 101), Qt::IntersectsItemShape));
 }
 
 void tst_Tools::imagePlacedTwiceIsDecodedOnce()
