@@ -63,39 +63,21 @@ QPainterPath GraphicEllipseItem::framePath(const QRectF& frame, Qt::KeyboardModi
 
 // --- wire message -----------------------------------------------------------
 
-void GraphicEllipseItem::buildMessage(im::whiteboard::Ellipse* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_allocated_fillstyle(makeFillStyle());
-    message->set_allocated_transform(makeTransforms());
-    writeFrame(message);
-    message->set_opacity(float(opacity()));
-}
-
 QByteArray GraphicEllipseItem::serialize()
 {
     im::whiteboard::Ellipse message;
-    buildMessage(&message);
+    writeShape(&message);
     return encode(message);
 }
 
 void GraphicEllipseItem::serializeToAction(im::whiteboard::GraphicAction* action)
 {
-    buildMessage(action->mutable_ellipsedata()->add_data());
+    writeShape(action->mutable_ellipsedata()->add_data());
 }
 
 void GraphicEllipseItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Ellipse message;
-    if (!decode(message, data))
-        return;
-    applyCommon(message);
-    if (const auto frame = receivedFrame(message)) {
-        QPainterPath outline;
-        outline.addEllipse(*frame);
-        setReceivedOutline(outline, *frame);
-    }
+    readShape<im::whiteboard::Ellipse>(data);
 }
 
 } // namespace whiteboard

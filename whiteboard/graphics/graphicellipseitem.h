@@ -2,10 +2,6 @@
 
 #include "graphics/graphicframeitem.h"
 
-namespace im::whiteboard {
-class Ellipse;
-}
-
 namespace whiteboard {
 
 // An ellipse drawn by dragging a frame; Shift draws a circle, Alt grows the
@@ -27,10 +23,6 @@ public:
 protected:
     bool pressHits(const QPointF& point) const override;
     QPainterPath framePath(const QRectF& frame, Qt::KeyboardModifiers modifiers) const override;
-
-private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Ellipse* message) const;
 };
 
 } // namespace whiteboard

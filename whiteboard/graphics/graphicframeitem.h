@@ -59,6 +59,32 @@ protected:
     // Makes `outline` the geometry of a received item framed by `frame`.
     void setReceivedOutline(const QPainterPath& outline, const QRectF& frame);
 
+    // The whole message of a closed shape (Rect or Ellipse): styles, frame
+    // and opacity.
+    template <class Message>
+    void writeShape(Message* message) const
+    {
+        message->set_allocated_baseinfo(makeBaseInfo());
+        message->set_allocated_strokestyle(makeStrokeStyle());
+        message->set_allocated_fillstyle(makeFillStyle());
+        message->set_allocated_transform(makeTransforms());
+        writeFrame(message);
+        message->set_opacity(float(opacity()));
+    }
+
+    // Applies a received closed shape; its outline is the one a drag of the
+    // frame without modifiers draws.
+    template <class Message>
+    void readShape(const QByteArray& data)
+    {
+        Message message;
+        if (!decode(message, data))
+            return;
+        applyCommon(message);
+        if (const auto frame = receivedFrame(message))
+            setReceivedOutline(framePath(*frame, Qt::NoModifier), *frame);
+    }
+
     QPainterPathStroker m_stroker;
     QPointF m_startPoint;
     bool m_pressed = false;

@@ -42,39 +42,21 @@ void GraphicRectItem::drawingStarted(const QPointF& point, QMouseEvent* event)
 
 // --- wire message -----------------------------------------------------------
 
-void GraphicRectItem::buildMessage(im::whiteboard::Rect* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_allocated_fillstyle(makeFillStyle());
-    message->set_allocated_transform(makeTransforms());
-    writeFrame(message);
-    message->set_opacity(float(opacity()));
-}
-
 QByteArray GraphicRectItem::serialize()
 {
     im::whiteboard::Rect message;
-    buildMessage(&message);
+    writeShape(&message);
     return encode(message);
 }
 
 void GraphicRectItem::serializeToAction(im::whiteboard::GraphicAction* action)
 {
-    buildMessage(action->mutable_rectdata()->add_data());
+    writeShape(action->mutable_rectdata()->add_data());
 }
 
 void GraphicRectItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Rect message;
-    if (!decode(message, data))
-        return;
-    applyCommon(message);
-    if (const auto frame = receivedFrame(message)) {
-        QPainterPath outline;
-        outline.addRect(*frame);
-        setReceivedOutline(outline, *frame);
-    }
+    readShape<im::whiteboard::Rect>(data);
 }
 
 } // namespace whiteboard

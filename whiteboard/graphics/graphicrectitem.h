@@ -2,10 +2,6 @@
 
 #include "graphics/graphicframeitem.h"
 
-namespace im::whiteboard {
-class Rect;
-}
-
 namespace whiteboard {
 
 // A rectangle drawn by dragging a frame. Hit tests use the signed distance to
@@ -26,10 +22,6 @@ public:
 
 protected:
     void drawingStarted(const QPointF& point, QMouseEvent* event) override;
-
-private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Rect* message) const;
 };
 
 } // namespace whiteboard
