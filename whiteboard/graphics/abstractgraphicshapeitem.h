@@ -4,8 +4,11 @@
 
 #include <QBrush>
 #include <QColor>
+#include <QLineF>
 #include <QPainterPath>
 #include <QPen>
+
+#include <optional>
 
 namespace im::whiteboard {
 class FillStyle;
@@ -160,6 +163,25 @@ protected:
         }
         if (message.has_opacity())
             setOpacity(message.opacity());
+    }
+
+    // The two ends of a Line or Arrow message: the first two elements of the
+    // outline.
+    template <class Message>
+    void writeEnds(Message* message) const
+    {
+        message->set_allocated_startpoint(makePoint(m_outlinePath.elementAt(0)));
+        message->set_allocated_endpoint(makePoint(m_outlinePath.elementAt(1)));
+    }
+
+    // The ends of a received Line or Arrow, if it carries either; a missing
+    // one reads as (0, 0).
+    template <class Message>
+    static std::optional<QLineF> receivedEnds(const Message& message)
+    {
+        if (!message.has_startpoint() && !message.has_endpoint())
+            return std::nullopt;
+        return QLineF(toPointF(message.startpoint()), toPointF(message.endpoint()));
     }
 
     QPainterPath m_outlinePath;

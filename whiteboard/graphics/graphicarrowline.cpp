@@ -171,10 +171,8 @@ void GraphicArrowLineItem::buildMessage(im::whiteboard::Arrow* message) const
     message->set_allocated_fillstyle(makeFillStyle());
     // The shaft only: the receiver builds its own head. Cap size and style
     // do not travel.
-    if (m_outlinePath.elementCount() > 1) {
-        message->set_allocated_startpoint(makePoint(m_outlinePath.elementAt(0)));
-        message->set_allocated_endpoint(makePoint(m_outlinePath.elementAt(1)));
-    }
+    if (m_outlinePath.elementCount() > 1)
+        writeEnds(message);
     message->set_opacity(float(opacity()));
 }
 
@@ -196,14 +194,13 @@ void GraphicArrowLineItem::deserialize(const QByteArray& data)
     if (!decode(message, data))
         return;
     applyCommon(message);
-    if (!message.has_startpoint() && !message.has_endpoint())
+    const auto ends = receivedEnds(message);
+    if (!ends)
         return;
-    const QPointF start = toPointF(message.startpoint());
-    const QPointF end = toPointF(message.endpoint());
     m_outlinePath.clear();
-    m_outlinePath.moveTo(start);
-    m_outlinePath.lineTo(end);
-    m_outlinePath.addPath(buildHead(start, end, GraphicDefine::LineCapStyleArrow));
+    m_outlinePath.moveTo(ends->p1());
+    m_outlinePath.lineTo(ends->p2());
+    m_outlinePath.addPath(buildHead(ends->p1(), ends->p2(), GraphicDefine::LineCapStyleArrow));
     // hitPath is deliberately left as it was.
     setBoundary(m_outlinePath.boundingRect());
 }

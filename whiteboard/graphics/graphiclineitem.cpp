@@ -112,10 +112,8 @@ void GraphicLineItem::buildMessage(im::whiteboard::Line* message) const
     message->set_opacity(float(opacity()));
     // Only a whole line has ends to send; anything else goes without points
     // and leaves the receiver's geometry as it is.
-    if (m_outlinePath.elementCount() == 2) {
-        message->set_allocated_startpoint(makePoint(m_outlinePath.elementAt(0)));
-        message->set_allocated_endpoint(makePoint(m_outlinePath.elementAt(1)));
-    }
+    if (m_outlinePath.elementCount() == 2)
+        writeEnds(message);
 }
 
 QByteArray GraphicLineItem::serialize()
@@ -136,11 +134,12 @@ void GraphicLineItem::deserialize(const QByteArray& data)
     if (!decode(message, data))
         return;
     applyCommon(message);
-    if (!message.has_startpoint() && !message.has_endpoint())
+    const auto ends = receivedEnds(message);
+    if (!ends)
         return;
     m_outlinePath.clear();
-    m_outlinePath.moveTo(toPointF(message.startpoint()));
-    m_outlinePath.lineTo(toPointF(message.endpoint()));
+    m_outlinePath.moveTo(ends->p1());
+    m_outlinePath.lineTo(ends->p2());
     m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
     setBoundary(m_outlinePath.boundingRect());
 }
