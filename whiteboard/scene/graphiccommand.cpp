@@ -5,6 +5,8 @@
 
 #include "proto/whiteboard.pb.h"
 
+#include <QMutexLocker>
+
 namespace whiteboard {
 
 GraphicCommand::GraphicCommand(const QSharedPointer<GraphicItem>& item, GraphicScene* scene)
@@ -38,6 +40,16 @@ void GraphicCommand::attach()
 void GraphicCommand::repaintItem()
 {
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(m_item->boundary().toRect()));
+}
+
+void GraphicCommand::changeItem(const std::function<void()>& change)
+{
+    {
+        QMutexLocker locker(&m_scene->itemsMutex());
+        change();
+    }
+    repaintItem();
+    send(im::whiteboard::GraphicActionUpdate);
 }
 
 void GraphicCommand::send(im::whiteboard::GraphicActionType type)

@@ -4,6 +4,8 @@
 #include <QSharedPointer>
 #include <QUndoCommand>
 
+#include <functional>
+
 namespace im::whiteboard {
 enum GraphicActionType : int;
 }
@@ -31,6 +33,10 @@ protected:
     void attach();
     // Repaint the item's boundary on the item layer.
     void repaintItem();
+    // Changes the item's state inside itemsMutex, since the render thread
+    // paints it, then repaints it and sends its whole new state. The message
+    // leaves after the lock is released.
+    void changeItem(const std::function<void()>& change);
     // Emits the item's whole state with the action `type`.
     void send(im::whiteboard::GraphicActionType type);
     // Emits one message with an envelope per item, all of one time.

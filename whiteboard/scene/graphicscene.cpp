@@ -728,32 +728,21 @@ void GraphicScene::reportUndoRedoStatus()
                               Q_ARG(bool, m_undoStack.canRedo()));
 }
 
-// Commands rewrite item geometry, which the render thread reads under
-// itemsMutex: they run inside it.
 void GraphicScene::pushCommand(QUndoCommand* command)
 {
-    {
-        QMutexLocker locker(&m_itemsMutex);
-        m_undoStack.push(command);
-    }
+    m_undoStack.push(command);
     reportUndoRedoStatus();
 }
 
 void GraphicScene::undo()
 {
-    {
-        QMutexLocker locker(&m_itemsMutex);
-        m_undoStack.undo();
-    }
+    m_undoStack.undo();
     reportUndoRedoStatus();
 }
 
 void GraphicScene::redo()
 {
-    {
-        QMutexLocker locker(&m_itemsMutex);
-        m_undoStack.redo();
-    }
+    m_undoStack.redo();
     reportUndoRedoStatus();
 }
 

@@ -693,7 +693,6 @@ void GraphicScene::endTextEdit(QObject* inputer, const QSharedPointer<GraphicIte
 
     QPainterPath path;
     path.addRect(QRectF(item->boundary().topLeft(), QSizeF(quickInputer->width(), quickInputer->height())));
-    QMutexLocker locker(&m_itemsMutex);
     m_undoStack.beginMacro(QStringLiteral("change text"));
     m_undoStack.push(new ResizeGraphicCommand(shape->outlinePath(), path, item, this));
     reportUndoRedoStatus();

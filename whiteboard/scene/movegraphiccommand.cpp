@@ -3,8 +3,6 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 
-#include "proto/whiteboard.pb.h"
-
 namespace whiteboard {
 
 MoveGraphicCommand::MoveGraphicCommand(const QPointF& oldPosition, const QPointF& newPosition,
@@ -17,10 +15,10 @@ MoveGraphicCommand::MoveGraphicCommand(const QPointF& oldPosition, const QPointF
 
 void MoveGraphicCommand::moveTo(const QPointF& position)
 {
-    if (GraphicController* controller = m_item->controller())
-        controller->moveTo(position);
-    repaintItem();
-    send(im::whiteboard::GraphicActionUpdate);
+    changeItem([this, &position] {
+        if (GraphicController* controller = m_item->controller())
+            controller->moveTo(position);
+    });
 }
 
 void MoveGraphicCommand::redo()

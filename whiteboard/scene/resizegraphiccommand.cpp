@@ -3,8 +3,6 @@
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphiccontroller.h"
 
-#include "proto/whiteboard.pb.h"
-
 namespace whiteboard {
 
 ResizeGraphicCommand::ResizeGraphicCommand(const QPainterPath& oldPath, const QPainterPath& newPath,
@@ -17,14 +15,14 @@ ResizeGraphicCommand::ResizeGraphicCommand(const QPainterPath& oldPath, const QP
 
 void ResizeGraphicCommand::setPath(const QPainterPath& path)
 {
-    if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(m_item.data())) {
-        shape->setOutlinePath(path);
-        shape->setBoundary(path.boundingRect());
-    }
-    if (GraphicController* controller = m_item->controller())
-        controller->update();
-    repaintItem();
-    send(im::whiteboard::GraphicActionUpdate);
+    changeItem([this, &path] {
+        if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(m_item.data())) {
+            shape->setOutlinePath(path);
+            shape->setBoundary(path.boundingRect());
+        }
+        if (GraphicController* controller = m_item->controller())
+            controller->update();
+    });
 }
 
 void ResizeGraphicCommand::redo()

@@ -3,8 +3,6 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 
-#include "proto/whiteboard.pb.h"
-
 namespace whiteboard {
 
 TextChangeCommand::TextChangeCommand(const QString& oldText, const QString& newText,
@@ -17,11 +15,11 @@ TextChangeCommand::TextChangeCommand(const QString& oldText, const QString& newT
 
 void TextChangeCommand::setText(const QString& text)
 {
-    m_item->setProperty("text", text);
-    if (GraphicController* controller = m_item->controller())
-        controller->update();
-    repaintItem();
-    send(im::whiteboard::GraphicActionUpdate);
+    changeItem([this, &text] {
+        m_item->setProperty("text", text);
+        if (GraphicController* controller = m_item->controller())
+            controller->update();
+    });
 }
 
 void TextChangeCommand::redo()
