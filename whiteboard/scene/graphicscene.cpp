@@ -662,7 +662,7 @@ QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
     // Waits for a frame in progress; the contents are read without a lock.
     m_itemsMutex.lock();
     m_itemsMutex.unlock();
-    return thumbnailImageData(smallThumbnail);
+    return smallThumbnail ? &m_smallThumbnail : &m_thumbnail;
 }
 
 void GraphicScene::onReady()

@@ -195,9 +195,6 @@ public:
     QString addImage(const QImage& image);
     const QImage* imageByKey(const QString& key) const;
 
-    // The last thumbnails; their addresses never change.
-    QImage* thumbnailImageData(bool small) { return small ? &m_smallThumbnail : &m_thumbnail; }
-
     // Only the owner of the board, or the author of the item, may touch it.
     bool canOperate(const QSharedPointer<GraphicItem>& item) const;
     // Styles a new item from the palette for the tool that made it.
