@@ -13,16 +13,6 @@
 
 namespace whiteboard {
 
-namespace {
-
-// Half away from zero, then truncated: the board's pixel rounding.
-int roundPixel(double value)
-{
-    return int(value >= 0.0 ? value + 0.5 : value - 0.5);
-}
-
-} // namespace
-
 GraphicPenItem::GraphicPenItem(GraphicScene* scene, GraphicItem* parent)
     : AbstractGraphicShapeItem(scene, parent)
 {
@@ -151,8 +141,8 @@ QSize GraphicPenItem::cacheImageSize() const
     const double dpr = scene()->devicePixelRatio();
     const int w = pen().width();
     const QSize size = m_outlinePath.boundingRect().size().toSize();
-    const int width = roundPixel(roundPixel((size.width() + w) * s) * dpr);
-    const int height = roundPixel(roundPixel((size.height() + w) * s) * dpr);
+    const int width = GraphicScene::roundPixel(GraphicScene::roundPixel((size.width() + w) * s) * dpr);
+    const int height = GraphicScene::roundPixel(GraphicScene::roundPixel((size.height() + w) * s) * dpr);
     return QSize(width, height);
 }
 

@@ -20,16 +20,6 @@
 
 namespace whiteboard {
 
-namespace {
-
-// Half away from zero, then truncated.
-int roundHalfAway(double value)
-{
-    return int(value >= 0.0 ? value + 0.5 : value - 0.5);
-}
-
-} // namespace
-
 GraphicScene::GraphicScene(QQuickItem* view)
     : QObject(view)
     , m_view(view)
@@ -129,7 +119,7 @@ void GraphicScene::setViewport(const QRectF& r)
         // The board may leave the window only as far as 100 view pixels stay in sight.
         const QSizeF vs = viewSize();
         const QRectF onScreen(-r.x() / m_viewport.width() * vs.width(), -r.y() / m_viewport.height() * vs.height(),
-                              roundHalfAway(m_sceneSize.width() * m_scale), roundHalfAway(m_sceneSize.height() * m_scale));
+                              GraphicScene::roundPixel(m_sceneSize.width() * m_scale), GraphicScene::roundPixel(m_sceneSize.height() * m_scale));
         const QRectF visible = onScreen.intersected(viewBoundingRect());
         if (visible.width() < 100 || visible.height() < 100)
             return;

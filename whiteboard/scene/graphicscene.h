@@ -92,6 +92,10 @@ public:
     };
 
     static constexpr int kLayerCount = 4;
+
+    // The board's rounding of a double to whole pixels: half away from zero,
+    // then truncated.
+    static int roundPixel(double value) { return int(value >= 0.0 ? value + 0.5 : value - 0.5); }
     static constexpr double kIndexExtent = 5000.0;
 
     explicit GraphicScene(QQuickItem* view = nullptr);

@@ -38,11 +38,6 @@ namespace whiteboard {
 
 namespace {
 
-int roundHalfAway(double value)
-{
-    return int(value >= 0.0 ? value + 0.5 : value - 0.5);
-}
-
 // The records are read from a snapshot: the render thread may be painting them.
 Qt::CursorShape controlPointCursor(GraphicController* controller, int type)
 {
@@ -745,7 +740,7 @@ void GraphicScene::hoverMoveEvent(QHoverEvent* event)
 
     if (m_toolType != GraphicDefine::Eraser) {
         QMutexLocker locker(&m_itemsMutex);
-        const QPoint point(roundHalfAway(position.x()), roundHalfAway(position.y()));
+        const QPoint point(GraphicScene::roundPixel(position.x()), GraphicScene::roundPixel(position.y()));
         GraphicController* controller = m_focusItem ? m_focusItem->controller() : nullptr;
         const int type = controller ? controller->controlPointAt(mapToScene(point)) : -1;
         if (type >= 0) {

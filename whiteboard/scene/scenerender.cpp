@@ -26,11 +26,6 @@ SceneRender::~SceneRender()
         m_paintTimer->stop();
 }
 
-int SceneRender::roundToInt(double value)
-{
-    return int(value >= 0.0 ? value + 0.5 : value - 0.5);
-}
-
 QList<DirtyArea> SceneRender::dirtyAreas(GraphicScene::SceneLayer layer)
 {
     QMutexLocker locker(&m_dirtyMutex);
@@ -86,7 +81,7 @@ void SceneRender::onInitScene()
 {
     QMutexLocker locker(&m_scene->m_itemsMutex);
     const QSize size = m_scene->m_sceneSize;
-    m_sceneImage = QImage(roundToInt(size.width() * m_devicePixelRatio), roundToInt(size.height() * m_devicePixelRatio),
+    m_sceneImage = QImage(GraphicScene::roundPixel(size.width() * m_devicePixelRatio), GraphicScene::roundPixel(size.height() * m_devicePixelRatio),
                           QImage::Format_ARGB32);
     m_sceneImage.setDevicePixelRatio(m_devicePixelRatio);
     QPainter painter(&m_sceneImage);
@@ -104,7 +99,7 @@ void SceneRender::quit()
 QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush)
 {
     // Frames are painted premultiplied: the raster engine strokes much faster into it.
-    QImage image(roundToInt(size.width() * ratio), roundToInt(size.height() * ratio), QImage::Format_ARGB32_Premultiplied);
+    QImage image(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio), QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(ratio);
     image.fill(Qt::transparent);
     if (brush != QBrush()) {
@@ -115,7 +110,7 @@ QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double rat
         // Keep the top left corner: cropped or padded, never scaled.
         const QRect common = old.rect().intersected(QRect(QPoint(0, 0), image.size()));
         QPainter painter(&image);
-        painter.drawImage(QRectF(0, 0, roundToInt(common.width() / ratio), roundToInt(common.height() / ratio)), old,
+        painter.drawImage(QRectF(0, 0, GraphicScene::roundPixel(common.width() / ratio), GraphicScene::roundPixel(common.height() / ratio)), old,
                           QRectF(common));
     }
     return image;
@@ -127,7 +122,7 @@ void SceneRender::updateRenderSize(const QSize& size, double ratio)
     QMutexLocker itemsLocker(&m_scene->m_itemsMutex);
     if (size.width() <= 0 || size.height() <= 0)
         return;
-    const QSize pixels(roundToInt(size.width() * ratio), roundToInt(size.height() * ratio));
+    const QSize pixels(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio));
     if (ratio == m_devicePixelRatio && m_frameImage.size() == pixels)
         return;
     qDebug() << "update render size" << size;
@@ -152,8 +147,8 @@ void SceneRender::updateBorderRegion()
     } else {
         // The page is smaller than the view, or shifted.
         rect = QRectF(-tl.x() / viewport.width() * viewRect.width(), -tl.y() / viewport.height() * viewRect.height(),
-                      roundToInt(m_scene->m_sceneSize.width() * m_scene->m_scale),
-                      roundToInt(m_scene->m_sceneSize.height() * m_scene->m_scale));
+                      GraphicScene::roundPixel(m_scene->m_sceneSize.width() * m_scene->m_scale),
+                      GraphicScene::roundPixel(m_scene->m_sceneSize.height() * m_scene->m_scale));
     }
     m_borderRegion = QRegion(rect.toRect());
 }
@@ -325,8 +320,8 @@ void SceneRender::clearPath(QImage* image, const QPainterPath& path, const QColo
 void SceneRender::setRegionPixels(QImage* image, const QRegion& region, const QColor& color) const
 {
     for (const QRect& rect : region) {
-        const QRect scaled = QRect(roundToInt(rect.x() * m_devicePixelRatio), roundToInt(rect.y() * m_devicePixelRatio),
-                                   roundToInt(rect.width() * m_devicePixelRatio), roundToInt(rect.height() * m_devicePixelRatio))
+        const QRect scaled = QRect(GraphicScene::roundPixel(rect.x() * m_devicePixelRatio), GraphicScene::roundPixel(rect.y() * m_devicePixelRatio),
+                                   GraphicScene::roundPixel(rect.width() * m_devicePixelRatio), GraphicScene::roundPixel(rect.height() * m_devicePixelRatio))
                                  .intersected(image->rect());
         for (int y = scaled.top(); y <= scaled.bottom(); ++y) {
             for (int x = scaled.left(); x <= scaled.right(); ++x)

@@ -49,7 +49,6 @@ public:
     void paintVisibleItems(QPainter* painter, const QRectF& viewRect);
     void paintAllLayers(QPainter* painter);
 
-    static int roundToInt(double value);
     static QImage resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush);
     static void clearPath(QImage* image, const QPainterPath& path, const QColor& color);
     void setRegionPixels(QImage* image, const QRegion& region, const QColor& color) const;
