@@ -30,14 +30,6 @@ namespace whiteboard {
 
 namespace {
 
-// The payload of an envelope is a second, separately encoded message.
-void storeBody(pb::SingleWhiteboardData* envelope, const pb::WhiteboardData& body)
-{
-    QByteArray bytes(qsizetype(body.ByteSizeLong()), Qt::Uninitialized);
-    body.SerializeToArray(bytes.data(), int(bytes.size()));
-    envelope->set_data(bytes.constData(), size_t(bytes.size()));
-}
-
 void fillItemEnvelope(pb::SingleWhiteboardData* envelope, pb::GraphicActionType type, GraphicItem* item,
                       qint64 timestamp)
 {
@@ -54,7 +46,8 @@ void fillItemEnvelope(pb::SingleWhiteboardData* envelope, pb::GraphicActionType 
     action->set_gid(gid);
     // Removals carry the whole item too.
     item->serializeToAction(action);
-    storeBody(envelope, body);
+    // The payload of an envelope is a second, separately encoded message.
+    envelope->set_data(body.SerializeAsString());
 }
 
 // Items take their state through the one interface, deserialize(bytes), so a
@@ -62,10 +55,7 @@ void fillItemEnvelope(pb::SingleWhiteboardData* envelope, pb::GraphicActionType 
 template <class Message>
 QByteArray bytesOf(const Message& entry)
 {
-    const Message copy(entry);
-    QByteArray bytes(qsizetype(copy.ByteSizeLong()), Qt::Uninitialized);
-    copy.SerializeToArray(bytes.data(), int(bytes.size()));
-    return bytes;
+    return QByteArray::fromStdString(entry.SerializeAsString());
 }
 
 // Builds one new item per entry of a received list.
@@ -144,7 +134,7 @@ void GraphicScene::sendOperation(pb::UserOperation_Type type)
     operation->set_timestamp(timestamp);
     // Our own id also for a clear by user: the others clear the sender's items.
     operation->set_userid(m_currentUserId);
-    storeBody(envelope, body);
+    envelope->set_data(body.SerializeAsString());
     emit sendData(data);
 }
 
@@ -165,7 +155,7 @@ void GraphicScene::sendMouseInfo(const QPointF& position)
     info->set_text(m_userName.toStdString());
     info->mutable_mouseposition()->set_x(float(position.x()));
     info->mutable_mouseposition()->set_y(float(position.y()));
-    storeBody(envelope, body);
+    envelope->set_data(body.SerializeAsString());
     emit sendData(data);
 }
 
