@@ -5,7 +5,7 @@
 #include "graphics/graphicmarkitem.h"
 #include "graphics/graphicpalette.h"
 #include "scene/addgraphiccommand.h"
-#include "scene/graphicindexnode.h"
+#include "scene/layerindex.h"
 
 #include "proto/whiteboard.pb.h"
 

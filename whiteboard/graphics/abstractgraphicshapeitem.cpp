@@ -1,6 +1,7 @@
 #include "graphics/abstractgraphicshapeitem.h"
 
 #include "proto/whiteboard.pb.h"
+#include "scene/graphicscene.h"
 
 #include <QDebug>
 #include <QMouseEvent>
@@ -60,6 +61,8 @@ void AbstractGraphicShapeItem::setPen(const QPen& pen)
     if (m_pen == pen)
         return;
     m_pen = pen;
+    if (GraphicScene* scene = this->scene())
+        scene->notePaintMargin(pen.widthF());
     emit penChanged();
 }
 

@@ -73,7 +73,11 @@ void GraphicItem::setBoundary(const QRectF& rect)
 {
     if (rect.topLeft() == m_boundary.topLeft() && rect.size() == m_boundary.size())
         return;
+    const QRectF before = m_boundary;
     m_boundary = rect;
+    // Filed again where it now lies, and both places repainted.
+    if (m_scene)
+        m_scene->itemBoundaryChanged(this, before, rect);
     setX(m_boundary.x());
     setY(m_boundary.y());
     if (!qFuzzyCompare(m_width, m_boundary.width())) {

@@ -2,13 +2,11 @@
 
 #include "graphics/graphicitem.h"
 
-#include <QMutexLocker>
 
 namespace whiteboard {
 
 GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant, GraphicIndexNode* parent)
-    : m_mutex(new QRecursiveMutex)
-    , m_parent(parent)
+    : m_parent(parent)
     , m_quadrant(quadrant)
     , m_bounds(bounds)
     , m_depth(depth)
@@ -18,7 +16,6 @@ GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant
 GraphicIndexNode::~GraphicIndexNode()
 {
     clear();
-    delete m_mutex;
 }
 
 QRectF GraphicIndexNode::childBounds(int quadrant) const
@@ -39,7 +36,7 @@ QRectF GraphicIndexNode::childBounds(int quadrant) const
     }
 }
 
-void GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& item)
+GraphicIndexNode* GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& item)
 {
     if (m_depth < kMaxDepth) {
         const QRectF boundary = item->boundary();
@@ -52,21 +49,21 @@ void GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& item)
             GraphicIndexNode*& child = m_children[quadrant - 1];
             if (!child)
                 child = new GraphicIndexNode(bounds, m_depth + 1, quadrant, this);
-            child->insert(item);
-            return;
+            return child->insert(item);
         }
     }
-    QMutexLocker locker(m_mutex);
-    m_items.insert(item);
+    m_items.insert(item.data(), item);
+    return this;
+}
+
+QSharedPointer<GraphicItem> GraphicIndexNode::take(const GraphicItem* item)
+{
+    return m_items.take(item);
 }
 
 void GraphicIndexNode::remove(const QSharedPointer<GraphicItem>& item)
 {
-    {
-        QMutexLocker locker(m_mutex);
-        if (!m_items.isEmpty() && m_items.contains(item))
-            m_items.remove(item);
-    }
+    m_items.remove(item.data());
     // The whole tree is walked: the boundary may have changed since insertion.
     if (m_depth < kMaxDepth) {
         for (GraphicIndexNode* child : m_children) {
@@ -99,17 +96,14 @@ QList<QSharedPointer<GraphicItem>> GraphicIndexNode::query(const QRectF& rect) c
 
 void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicItem>>& result) const
 {
-    {
-        QMutexLocker locker(m_mutex);
-        if (rect.intersects(m_bounds)) {
-            if (rect.contains(m_bounds)) {
-                for (const QSharedPointer<GraphicItem>& item : m_items)
+    if (rect.intersects(m_bounds)) {
+        if (rect.contains(m_bounds)) {
+            for (const QSharedPointer<GraphicItem>& item : m_items)
+                result.append(item);
+        } else {
+            for (const QSharedPointer<GraphicItem>& item : m_items) {
+                if (item->boundary().intersects(rect))
                     result.append(item);
-            } else {
-                for (const QSharedPointer<GraphicItem>& item : m_items) {
-                    if (item->boundary().intersects(rect))
-                        result.append(item);
-                }
             }
         }
     }
@@ -127,11 +121,7 @@ void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicIte
 
 int GraphicIndexNode::count() const
 {
-    int total;
-    {
-        QMutexLocker locker(m_mutex);
-        total = int(m_items.size());
-    }
+    int total = int(m_items.size());
     for (const GraphicIndexNode* child : m_children) {
         if (child)
             total += child->count();
@@ -141,13 +131,11 @@ int GraphicIndexNode::count() const
 
 bool GraphicIndexNode::holds(const QSharedPointer<GraphicItem>& item) const
 {
-    QMutexLocker locker(m_mutex);
-    return m_items.contains(item);
+    return m_items.contains(item.data());
 }
 
 void GraphicIndexNode::clear()
 {
-    QMutexLocker locker(m_mutex);
     m_items.clear();
     for (GraphicIndexNode*& child : m_children) {
         delete child;

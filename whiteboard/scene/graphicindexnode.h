@@ -1,9 +1,8 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
-#include <QRecursiveMutex>
 #include <QRectF>
-#include <QSet>
 #include <QSharedPointer>
 
 #include <array>
@@ -14,8 +13,8 @@ class GraphicItem;
 
 // One node of a layer's quad tree. An item sinks as deep as a child square
 // wholly contains its boundary; there is no capacity and no split on count.
-// Each node guards its own set; no lock is held across nodes, so a query sees
-// the tree at no single instant.
+// Nodes have no lock of their own: the scene's itemsMutex guards the tree
+// (LayerIndex), so a query sees it at one instant.
 class GraphicIndexNode
 {
 public:
@@ -27,8 +26,11 @@ public:
     GraphicIndexNode(const GraphicIndexNode&) = delete;
     GraphicIndexNode& operator=(const GraphicIndexNode&) = delete;
 
-    void insert(const QSharedPointer<GraphicItem>& item);
+    // Returns the node that now holds the item.
+    GraphicIndexNode* insert(const QSharedPointer<GraphicItem>& item);
     void remove(const QSharedPointer<GraphicItem>& item);
+    // Takes the item out of this very node; null if it was not here.
+    QSharedPointer<GraphicItem> take(const GraphicItem* item);
     // Re-seats an item whose boundary changed.
     void update(const QSharedPointer<GraphicItem>& item);
     void updateAll(const QList<QSharedPointer<GraphicItem>>& items);
@@ -49,8 +51,7 @@ private:
     QRectF childBounds(int quadrant) const;
     void query(const QRectF& rect, QList<QSharedPointer<GraphicItem>>& result) const;
 
-    QRecursiveMutex* m_mutex;
-    QSet<QSharedPointer<GraphicItem>> m_items;
+    QHash<const GraphicItem*, QSharedPointer<GraphicItem>> m_items;
     GraphicIndexNode* m_parent;
     std::array<GraphicIndexNode*, 4> m_children { nullptr, nullptr, nullptr, nullptr };
     int m_quadrant;

@@ -2,7 +2,7 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicitem.h"
-#include "scene/graphicindexnode.h"
+#include "scene/layerindex.h"
 #include "scene/scenerender.h"
 
 #include "proto/whiteboard.pb.h"
@@ -16,6 +16,7 @@
 #include <QQuickItem>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 
 namespace whiteboard {
@@ -36,7 +37,7 @@ GraphicScene::GraphicScene(QQuickItem* view)
     // not cost four 5000 x 5000 images.
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
         m_layerImages.insert(SceneLayer(layer), QSharedPointer<QImage>());
-        m_layerIndexes.insert(SceneLayer(layer), new GraphicIndexNode(QRectF(0, 0, kIndexExtent, kIndexExtent)));
+        m_layerIndexes.insert(SceneLayer(layer), new LayerIndex(QRectF(0, 0, kIndexExtent, kIndexExtent)));
     }
 
     m_render = new SceneRender(this);
@@ -425,61 +426,67 @@ QSharedPointer<GraphicItem> GraphicScene::addItem(SceneLayer layer, GraphicItem*
 
 void GraphicScene::addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->insert(item);
+    addItems(layer, { item });
 }
 
+// Adding and removing dirty the items' places, without asking for a frame:
+// frames repaint only what is dirty.
 void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
-        for (const QSharedPointer<GraphicItem>& item : items)
-            root->insert(item);
+    LayerIndex* index = m_layerIndexes.value(layer);
+    if (!index)
+        return;
+    QRectF area;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        index->insert(item);
+        area = area.united(item->boundary());
     }
+    if (m_render)
+        m_render->makeDirtySilently(area, layer);
 }
 
 void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->remove(item);
+    removeItems(layer, { item });
 }
 
 void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
-        for (const QSharedPointer<GraphicItem>& item : items)
-            root->remove(item);
+    LayerIndex* index = m_layerIndexes.value(layer);
+    if (!index)
+        return;
+    QRectF area;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        index->remove(item.data());
+        area = area.united(item->boundary());
     }
+    if (m_render)
+        m_render->makeDirtySilently(area, layer);
 }
 
 void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->update(item);
+    if (LayerIndex* index = m_layerIndexes.value(layer)) {
+        if (index->contains(item.data()))
+            index->refile(item.data());
+        else
+            index->insert(item);
+    }
 }
 
 int GraphicScene::itemCount(SceneLayer layer)
 {
     QMutexLocker locker(&m_itemsMutex);
-    GraphicIndexNode* root = m_layerIndexes.value(layer);
-    return root ? root->count() : 0;
+    LayerIndex* index = m_layerIndexes.value(layer);
+    return index ? index->count() : 0;
 }
 
 void GraphicScene::sortItems(GraphicItemList& items, int order)
 {
-    if (order == 1) {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() < b->timestamp();
-        });
-    } else {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() > b->timestamp();
-        });
-    }
+    LayerIndex::sort(items, order);
 }
 
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
@@ -496,14 +503,8 @@ GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, i
                                          const std::function<bool(const GraphicItem&)>& keep)
 {
     QMutexLocker locker(&m_itemsMutex);
-    GraphicIndexNode* root = m_layerIndexes.value(layer);
-    if (!root)
-        return {};
-    GraphicItemList result = root->query(area);
-    if (keep)
-        result.removeIf([&keep](const QSharedPointer<GraphicItem>& item) { return !keep(*item); });
-    sortItems(result, order);
-    return result;
+    LayerIndex* index = m_layerIndexes.value(layer);
+    return index ? index->query(area, order, keep) : GraphicItemList();
 }
 
 GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& path, int mode, int order, const QTransform& transform)
@@ -598,8 +599,34 @@ const QImage* GraphicScene::imageByKey(const QString& key) const
 
 // --- rendering --------------------------------------------------------------
 
+void GraphicScene::notePaintMargin(double margin)
+{
+    // A pen's whole width covers a miter join and the antialiased edge.
+    const int wanted = int(std::ceil(margin)) + 2;
+    int current = m_paintMargin;
+    while (wanted > current && !m_paintMargin.compare_exchange_weak(current, wanted)) { }
+}
+
+void GraphicScene::itemBoundaryChanged(const GraphicItem* item, const QRectF& before, const QRectF& after)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    for (LayerIndex* index : std::as_const(m_layerIndexes)) {
+        if (!index->contains(item))
+            continue;
+        index->refile(item);
+        if (m_render) {
+            m_render->makeDirtySilently(before, AllLayers);
+            m_render->makeDirtySilently(after, AllLayers);
+        }
+    }
+}
+
 void GraphicScene::requestFrame()
 {
+    if (m_framesDeferred > 0) {
+        m_frameRequested = true;
+        return;
+    }
     emit beforeRendering();
     emit startRender();
     emit afterRendering();
@@ -649,9 +676,10 @@ void GraphicScene::updateFocusItem()
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
 {
-    // Waits for a frame in progress; the contents are read without a lock.
-    m_itemsMutex.lock();
-    m_itemsMutex.unlock();
+    // Brings the images up to date, under itemsMutex; the contents are then
+    // read without a lock.
+    if (m_render)
+        m_render->catchUpThumbnails();
     return smallThumbnail ? &m_smallThumbnail : &m_thumbnail;
 }
 

@@ -20,6 +20,7 @@
 #include <QTransform>
 #include <QUndoStack>
 
+#include <atomic>
 #include <functional>
 
 class QFocusEvent;
@@ -48,7 +49,7 @@ enum UserOperation_Type : int;
 namespace whiteboard {
 
 class GraphicCommand;
-class GraphicIndexNode;
+class LayerIndex;
 class GraphicItem;
 class SceneRender;
 
@@ -162,7 +163,8 @@ public:
     // Shares an item the way the scene does: the last owner may be the render
     // thread, so the item is deleted on its own thread.
     static QSharedPointer<GraphicItem> makeShared(GraphicItem* item);
-    GraphicIndexNode* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
+    // Call its members under itemsMutex.
+    LayerIndex* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
     // The 5000 x 5000 image of a layer, made on first use: no frame paints
     // into it, it is there to feed a LayerViewer while debugging.
     QImage* layerImage(SceneLayer layer);
@@ -206,6 +208,14 @@ public:
 
     // Records dirty areas without requesting a frame.
     void makeDirty(const QRectF& rect, SceneLayer layer = AllLayers);
+    // Any thread. How far, in scene units, items may paint outside their
+    // boundary: the widest pen seen, never shrinking. Partial repaints grow
+    // their regions by it.
+    double paintMargin() const { return m_paintMargin; }
+    void notePaintMargin(double margin);
+    // Any thread: an item's boundary moved. Its layer files it again, and
+    // both places are repainted with the next frame.
+    void itemBoundaryChanged(const GraphicItem* item, const QRectF& before, const QRectF& after);
 
     // Pushes a command, then reports the undo state to the view.
     void pushCommand(QUndoCommand* command);
@@ -347,7 +357,7 @@ private:
     QSharedPointer<GraphicItem> m_focusItem;
     QSharedPointer<GraphicItem> m_activeItem;
     QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;
-    QMap<SceneLayer, GraphicIndexNode*> m_layerIndexes;
+    QMap<SceneLayer, LayerIndex*> m_layerIndexes;
     GraphicItemList m_selectedItems;
     GraphicItemList m_clipboardItems;
     GraphicItemList m_erasedItems;
@@ -387,6 +397,11 @@ private:
     QImage m_thumbnail;
     QImage m_smallThumbnail;
     bool m_finishingSegment = false;
+    std::atomic<int> m_paintMargin { 2 };
+    // GUI thread: while a received message is applied, its frame requests
+    // become one, made at its end.
+    int m_framesDeferred = 0;
+    bool m_frameRequested = false;
     GraphicDefine::ToolType m_toolType = GraphicDefine::Selector;
     bool m_disableDrag = false;
 };

@@ -187,9 +187,11 @@ void GraphicScene::receiveData(pb::TransferData* data)
         return;
     }
 
-    const pb::MultiWhiteboardData multi = data->multi();
+    // One frame request for the whole message, however many envelopes it holds.
+    ++m_framesDeferred;
+    const pb::MultiWhiteboardData& multi = data->multi();
     for (int i = 0; i < multi.whiteboarddatalist_size(); ++i) {
-        const pb::SingleWhiteboardData envelope = multi.whiteboarddatalist(i);
+        const pb::SingleWhiteboardData& envelope = multi.whiteboarddatalist(i);
         pb::WhiteboardData body;
         // Not tested: what fails to parse reads as defaults.
         body.ParseFromString(envelope.data());
@@ -207,6 +209,10 @@ void GraphicScene::receiveData(pb::TransferData* data)
         default:
             break;
         }
+    }
+    if (--m_framesDeferred == 0 && m_frameRequested) {
+        m_frameRequested = false;
+        requestFrame();
     }
 }
 

@@ -2,18 +2,52 @@
 
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
-#include "scene/graphicindexnode.h"
+#include "scene/layerindex.h"
 
 #include <QDateTime>
 #include <QDebug>
 #include <QMutexLocker>
 #include <QPainter>
 #include <QQuickItem>
+#include <QSet>
 #include <QTimer>
 
 #include <cmath>
 
 namespace whiteboard {
+
+namespace {
+
+// A region of many rectangles costs more to query piece by piece than as
+// its bounding rectangle.
+constexpr int kMaxQueryRects = 16;
+
+QRect boundsOf(const DirtyArea& area)
+{
+    return area.kind == DirtyArea::RegionKind ? area.region.boundingRect() : area.path.boundingRect().toAlignedRect();
+}
+
+// The scene's painter set-up of a frame, from the state instead of the scene.
+void applyTransform(QPainter* painter, const FrameState& state)
+{
+    painter->setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    painter->scale(state.scale, state.scale);
+    painter->translate(-state.viewport.x() * state.sceneSize.width(), -state.viewport.y() * state.sceneSize.height());
+    painter->rotate(state.rotation);
+}
+
+// `area` in scene units mapped into an image through `toImage`, grown to
+// whole pixels plus `margin` scene units.
+QRegion imageRegion(const QRegion& area, const QTransform& toImage, double margin)
+{
+    QRegion result;
+    const double grow = margin * std::max(std::abs(toImage.m11()) + std::abs(toImage.m21()), std::abs(toImage.m12()) + std::abs(toImage.m22())) + 1.0;
+    for (const QRect& rect : area)
+        result += toImage.mapRect(QRectF(rect)).adjusted(-grow, -grow, grow, grow).toAlignedRect();
+    return result;
+}
+
+} // namespace
 
 SceneRender::SceneRender(GraphicScene* scene)
     : m_scene(scene)
@@ -32,6 +66,30 @@ QList<DirtyArea> SceneRender::dirtyAreas(GraphicScene::SceneLayer layer)
     return m_dirtyAreas.value(layer);
 }
 
+QImage SceneRender::baseImage() const
+{
+    QMutexLocker locker(&m_imageMutex);
+    return m_baseImage;
+}
+
+QImage SceneRender::frameImage() const
+{
+    QMutexLocker locker(&m_imageMutex);
+    return m_frameImage;
+}
+
+QRegion SceneRender::borderRegion() const
+{
+    QMutexLocker locker(&m_imageMutex);
+    return m_borderRegion;
+}
+
+double SceneRender::devicePixelRatio() const
+{
+    QMutexLocker locker(&m_imageMutex);
+    return m_devicePixelRatio;
+}
+
 // --- dirty tracking ---------------------------------------------------------
 
 void SceneRender::record(const DirtyArea& area, GraphicScene::SceneLayer layer)
@@ -43,6 +101,13 @@ void SceneRender::record(const DirtyArea& area, GraphicScene::SceneLayer layer)
     } else {
         m_dirtyAreas[layer].append(area);
     }
+    // Kept apart from the lists: a thumbnail pass may come long after the
+    // frame that consumed them.
+    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole && area.isVisible()) {
+        m_thumbnailDirty += boundsOf(area);
+        if (m_thumbnailDirty.rectCount() > kMaxQueryRects)
+            m_thumbnailDirty = m_thumbnailDirty.boundingRect();
+    }
 }
 
 void SceneRender::makeDirty(const QRectF& rect, GraphicScene::SceneLayer layer)
@@ -53,6 +118,23 @@ void SceneRender::makeDirty(const QRectF& rect, GraphicScene::SceneLayer layer)
     area.kind = DirtyArea::RegionKind;
     area.region = QRegion(rect.toRect());
     record(area, layer);
+}
+
+void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer layer)
+{
+    if (rect.isNull())
+        return;
+    // Grown by a pixel so that a line without width still covers its pixels.
+    const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
+    QMutexLocker locker(&m_dirtyMutex);
+    m_silentDirty += area;
+    if (m_silentDirty.rectCount() > kMaxQueryRects)
+        m_silentDirty = m_silentDirty.boundingRect();
+    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole) {
+        m_thumbnailDirty += area;
+        if (m_thumbnailDirty.rectCount() > kMaxQueryRects)
+            m_thumbnailDirty = m_thumbnailDirty.boundingRect();
+    }
 }
 
 void SceneRender::makeDirtyPath(const QPainterPath& path, GraphicScene::SceneLayer layer)
@@ -81,9 +163,9 @@ void SceneRender::onInitScene()
 {
     QMutexLocker locker(&m_scene->m_itemsMutex);
     const QSize size = m_scene->m_sceneSize;
-    m_sceneImage = QImage(GraphicScene::roundPixel(size.width() * m_devicePixelRatio), GraphicScene::roundPixel(size.height() * m_devicePixelRatio),
-                          QImage::Format_ARGB32);
-    m_sceneImage.setDevicePixelRatio(m_devicePixelRatio);
+    const double ratio = devicePixelRatio();
+    m_sceneImage = QImage(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio), QImage::Format_ARGB32);
+    m_sceneImage.setDevicePixelRatio(ratio);
     QPainter painter(&m_sceneImage);
     m_initialized = true;
     emit ready();
@@ -93,6 +175,8 @@ void SceneRender::quit()
 {
     if (m_paintTimer)
         m_paintTimer->stop();
+    if (m_thumbnailTimer)
+        m_thumbnailTimer->stop();
     deleteLater();
 }
 
@@ -118,38 +202,42 @@ QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double rat
 
 void SceneRender::updateRenderSize(const QSize& size, double ratio)
 {
-    QMutexLocker dirtyLocker(&m_dirtyMutex);
-    QMutexLocker itemsLocker(&m_scene->m_itemsMutex);
     if (size.width() <= 0 || size.height() <= 0)
         return;
-    const QSize pixels(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio));
-    if (ratio == m_devicePixelRatio && m_frameImage.size() == pixels)
-        return;
-    qDebug() << "update render size" << size;
-    m_devicePixelRatio = ratio;
-    m_baseImage = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
-    m_baseImage.setDevicePixelRatio(ratio);
-    m_baseImage.fill(Qt::transparent);
-    m_frameImage = resizeImage(m_frameImage, size, ratio, Qt::NoBrush);
+    {
+        QMutexLocker locker(&m_imageMutex);
+        const QSize pixels(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio));
+        if (ratio == m_devicePixelRatio && m_frameImage.size() == pixels)
+            return;
+        qDebug() << "update render size" << size;
+        m_devicePixelRatio = ratio;
+        m_baseImage = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
+        m_baseImage.setDevicePixelRatio(ratio);
+        m_baseImage.fill(Qt::transparent);
+        m_frameImage = resizeImage(m_frameImage, size, ratio, Qt::NoBrush);
+    }
     updateBorderRegion();
 }
 
 void SceneRender::updateBorderRegion()
 {
-    QMutexLocker locker(&m_scene->m_itemsMutex);
-    const QRectF viewport = m_scene->m_viewport;
-    const QPointF tl = viewport.topLeft();
-    const QPointF br = viewport.bottomRight();
-    const QRectF viewRect = m_scene->viewBoundingRect();
     QRectF rect;
-    if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
-        rect = viewRect;
-    } else {
-        // The page is smaller than the view, or shifted.
-        rect = QRectF(-tl.x() / viewport.width() * viewRect.width(), -tl.y() / viewport.height() * viewRect.height(),
-                      GraphicScene::roundPixel(m_scene->m_sceneSize.width() * m_scene->m_scale),
-                      GraphicScene::roundPixel(m_scene->m_sceneSize.height() * m_scene->m_scale));
+    {
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        const QRectF viewport = m_scene->m_viewport;
+        const QPointF tl = viewport.topLeft();
+        const QPointF br = viewport.bottomRight();
+        const QRectF viewRect = m_scene->viewBoundingRect();
+        if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
+            rect = viewRect;
+        } else {
+            // The page is smaller than the view, or shifted.
+            rect = QRectF(-tl.x() / viewport.width() * viewRect.width(), -tl.y() / viewport.height() * viewRect.height(),
+                          GraphicScene::roundPixel(m_scene->m_sceneSize.width() * m_scene->m_scale),
+                          GraphicScene::roundPixel(m_scene->m_sceneSize.height() * m_scene->m_scale));
+        }
     }
+    QMutexLocker locker(&m_imageMutex);
     m_borderRegion = QRegion(rect.toRect());
 }
 
@@ -159,22 +247,23 @@ void SceneRender::paint()
 {
     if (!m_initialized)
         return;
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
     if (!m_paintTimer) {
         m_paintTimer = new QTimer(this);
         m_paintTimer->setInterval(kFrameInterval);
         m_paintTimer->setSingleShot(true);
         connect(m_paintTimer, &QTimer::timeout, this, &SceneRender::paint);
     }
-    if (now - m_lastPaintTime < kFrameInterval) {
+    // Measured from the end of the last frame: long frames cannot run back
+    // to back and starve the GUI thread.
+    if (QDateTime::currentMSecsSinceEpoch() - m_lastPaintTime < kFrameInterval) {
         // Too early: one timer arm, and the trailing request is never lost.
         if (!m_paintTimer->isActive())
             m_paintTimer->start();
         return;
     }
-    m_lastPaintTime = now;
 
     QList<DirtyArea> lists[GraphicScene::kLayerCount];
+    QRegion changed;
     {
         QMutexLocker locker(&m_dirtyMutex);
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
@@ -182,93 +271,195 @@ void SceneRender::paint()
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
             m_dirtyAreas.insert(GraphicScene::SceneLayer(key), QList<DirtyArea>());
     }
-    bool dirty = false;
+    bool dirty = m_silentDue;
+    m_silentDue = false;
     for (int key = 0; key < GraphicScene::kLayerCount && !dirty; ++key)
         dirty = std::any_of(lists[key].cbegin(), lists[key].cend(), [](const DirtyArea& area) { return area.isVisible(); });
-    if (!dirty)
+    if (!dirty) {
+        m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
         return;
-
+    }
+    {
+        // Taken only by a frame that is due: silent changes wait for one.
+        QMutexLocker locker(&m_dirtyMutex);
+        changed += m_silentDirty;
+        m_silentDirty = QRegion();
+    }
     // dirtyMutex is released before we wait here: the GUI thread may hold
     // itemsMutex while it records dirty areas.
-    if (!m_scene->m_itemsMutex.tryLock(-1))
-        return;
-    composeFrame();
-    m_scene->m_itemsMutex.unlock();
+    FrameState state;
+    {
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        state = takeFrameState();
+    }
+    for (const QList<DirtyArea>& list : lists) {
+        for (const DirtyArea& area : list) {
+            if (!area.isVisible())
+                continue;
+            changed += boundsOf(area);
+            // Unions of many pieces cost more than they save.
+            if (changed.rectCount() > kMaxQueryRects)
+                changed = changed.boundingRect();
+        }
+    }
+    composeFrame(state, changed);
+    m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
+
+    // What changed while we painted has asked for its frame, unless the
+    // frame itself wrote it (a mark sizes itself as it paints): then the
+    // silent change is due.
+    bool pending = false;
+    {
+        QMutexLocker locker(&m_dirtyMutex);
+        m_silentDue = !m_silentDirty.isEmpty();
+        pending = m_silentDue;
+        for (auto it = m_dirtyAreas.cbegin(); it != m_dirtyAreas.cend() && !pending; ++it)
+            pending = std::any_of(it->cbegin(), it->cend(), [](const DirtyArea& area) { return area.isVisible(); });
+    }
+    if (pending && !m_paintTimer->isActive())
+        m_paintTimer->start();
+}
+
+FrameState SceneRender::takeFrameState() const
+{
+    const GraphicScene* scene = m_scene;
+    FrameState state;
+    state.viewRect = scene->viewBoundingRect();
+    state.sceneSize = scene->m_sceneSize;
+    state.viewport = scene->m_viewport;
+    state.scale = scene->m_scale;
+    state.rotation = scene->m_rotation;
+    state.backgroundColor = scene->m_backgroundColor;
+    state.borderRegion = borderRegion();
+    state.paintMargin = scene->paintMargin();
+    state.selectedItems = scene->m_selectedItems;
+    state.focusItem = scene->m_focusItem;
+    return state;
 }
 
 void SceneRender::composeFrame()
 {
-    m_frameImage = m_baseImage;
-    if (m_frameImage.isNull())
-        return;
-    GraphicScene* scene = m_scene;
-    if (scene->m_backgroundColor.isValid())
-        m_frameImage.fill(scene->m_backgroundColor);
+    FrameState state;
+    {
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        state = takeFrameState();
+    }
+    composeFrame(state, QRegion());
+}
 
-    QPainter painter(&m_frameImage);
-    const QRectF viewRect = scene->viewBoundingRect();
+void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
+{
+    const QImage base = baseImage();
+    if (base.isNull())
+        return;
+    const bool whole = m_pageImage.size() != base.size() || m_pageImage.devicePixelRatio() != base.devicePixelRatio()
+        || !state.samePage(m_pageState) || changed.isEmpty();
+    QRegion dirty;
+    if (whole) {
+        m_pageImage = base;
+        dirty = QRegion(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
+    } else {
+        dirty = imageRegion(changed, state.sceneToView(), state.paintMargin)
+                    .intersected(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
+    }
+    m_pageState = state;
+    if (!repaintPage(state, dirty)) {
+        // Half painted: the next frame starts over.
+        m_pageImage = QImage();
+        return;
+    }
+    QImage frame = m_pageImage;
+    if (!finishFrame(state, frame))
+        return;
+    {
+        QMutexLocker locker(&m_imageMutex);
+        m_frameImage = frame;
+    }
+    ++m_framesPainted;
+    if (!whole)
+        ++m_partialFrames;
+    emit finished(frame);
+    scheduleThumbnails();
+}
+
+GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const
+{
+    const LayerIndex* root = m_scene->m_layerIndexes.value(layer);
+    if (!root)
+        return {};
+    const QTransform back = toArea.inverted();
+    const auto sceneRect = [&](const QRect& rect) {
+        return back.mapRect(QRectF(rect)).adjusted(-margin, -margin, margin, margin);
+    };
+    GraphicItemList found;
+    if (area.rectCount() == 1 || area.rectCount() > kMaxQueryRects) {
+        found = root->query(sceneRect(area.boundingRect()));
+    } else {
+        QSet<const GraphicItem*> seen;
+        for (const QRect& rect : area) {
+            for (const QSharedPointer<GraphicItem>& item : root->query(sceneRect(rect))) {
+                if (!seen.contains(item.data())) {
+                    seen.insert(item.data());
+                    found.append(item);
+                }
+            }
+        }
+    }
+    GraphicScene::sortItems(found, 1);
+    return found;
+}
+
+bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
+{
+    if (dirty.isEmpty())
+        return true;
+    const QTransform toView = state.sceneToView();
+    GraphicItemList all;
+    {
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
+            all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
+    }
+    QPainter painter(&m_pageImage);
+    // The ground replaces what was there; an invalid colour leaves transparency.
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
+    for (const QRect& rect : dirty)
+        painter.fillRect(rect, ground);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.setClipRegion(dirty.intersected(state.borderRegion), Qt::ReplaceClip);
+    applyTransform(&painter, state);
+    paintItems(&painter, all);
+    return !quitRequested();
+}
+
+bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
+{
+    QPainter painter(&frame);
     painter.save();
-    painter.setClipRegion(m_borderRegion, Qt::ReplaceClip);
-    scene->applySceneTransform(&painter);
-
-    const bool complete = paintPage(&painter, viewRect);
+    painter.setClipRegion(state.borderRegion, Qt::ReplaceClip);
+    applyTransform(&painter, state);
+    // Control points lie above all layers and are clipped to the page.
+    const GraphicItemList controlled = !state.selectedItems.isEmpty() ? state.selectedItems
+        : state.focusItem                                             ? GraphicItemList { state.focusItem }
+                                                                      : GraphicItemList();
+    for (const QSharedPointer<GraphicItem>& item : controlled) {
+        if (quitRequested())
+            return false;
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        if (GraphicController* controller = item->controller())
+            controller->paint(&painter);
+    }
     painter.restore();
-    if (!complete)
-        return;
 
     // Darken what lies outside the page.
-    const QRegion surround = QRegion(viewRect.toRect()) - m_borderRegion;
+    const QRegion surround = QRegion(state.viewRect.toRect()) - state.borderRegion;
     for (const QRect& rect : surround) {
         painter.fillRect(rect, QColor("#90000000"));
         if (quitRequested())
-            return;
-    }
-
-    const GraphicItemList pageItems = scene->items(GraphicScene::ItemLayer, 1);
-    if (!paintThumbnail(scene->m_thumbnail, scene->m_thumbnailSize, pageItems))
-        return;
-    emit scene->thumbnailChanged(&scene->m_thumbnail);
-    if (!paintThumbnail(scene->m_smallThumbnail, scene->m_smallThumbnailSize, pageItems))
-        return;
-    emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
-
-    // Emitted while the painter is open, so the queued copy is a deep one.
-    emit finished(m_frameImage);
-}
-
-bool SceneRender::paintPage(QPainter* painter, const QRectF& viewRect)
-{
-    paintVisibleItems(painter, viewRect);
-    if (quitRequested())
-        return false;
-
-    // Control points lie above all layers and are clipped to the page.
-    const GraphicScene* scene = m_scene;
-    if (!scene->m_selectedItems.isEmpty()) {
-        const GraphicItemList selected = scene->m_selectedItems;
-        for (const QSharedPointer<GraphicItem>& item : selected) {
-            if (quitRequested())
-                return false;
-            if (GraphicController* controller = item->controller())
-                controller->paint(painter);
-        }
-    } else if (const QSharedPointer<GraphicItem> focus = scene->m_focusItem) {
-        if (GraphicController* controller = focus->controller())
-            controller->paint(painter);
+            return false;
     }
     return true;
-}
-
-bool SceneRender::paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items)
-{
-    image = QImage(size, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    QPainter painter(&image);
-    const QSize page = m_scene->m_sceneSize;
-    painter.scale(double(image.width()) / page.width(), double(image.height()) / page.height());
-    painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-    paintItems(&painter, items);
-    return !quitRequested();
 }
 
 void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
@@ -276,7 +467,7 @@ void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
     GraphicItemList all;
     for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer) {
         QMutexLocker locker(&m_scene->m_itemsMutex);
-        GraphicIndexNode* root = m_scene->m_layerIndexes.value(GraphicScene::SceneLayer(layer));
+        const LayerIndex* root = m_scene->m_layerIndexes.value(GraphicScene::SceneLayer(layer));
         GraphicItemList found = root->query(m_scene->mapRectToScene(viewRect));
         GraphicScene::sortItems(found, 1);
         all.append(found);
@@ -295,19 +486,116 @@ void SceneRender::paintAllLayers(QPainter* painter)
 void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
 {
     // Sorting makes the repeats of an item found in several nodes adjacent.
-    QString previous;
+    const GraphicItem* previous = nullptr;
+    QString previousGid;
     bool hasPrevious = false;
-    for (const QSharedPointer<GraphicItem>& entry : items) {
+    for (const QSharedPointer<GraphicItem>& item : items) {
         if (quitRequested())
             return;
-        const QSharedPointer<GraphicItem> item = entry;
-        if (hasPrevious && item && previous == item->gid())
+        // One item at a time: a change on the GUI thread waits for this
+        // item, not for the frame, and no item is seen half changed.
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        if (hasPrevious && item && (item.data() == previous || previousGid == item->gid()))
             continue;
         if (item)
             item->paint(painter, nullptr);
-        previous = item ? item->gid() : QString();
+        previous = item.data();
+        previousGid = item ? item->gid() : QString();
         hasPrevious = bool(item);
     }
+}
+
+// --- thumbnails -------------------------------------------------------------
+
+void SceneRender::scheduleThumbnails()
+{
+    {
+        QMutexLocker locker(&m_dirtyMutex);
+        if (!m_thumbnailWhole && m_thumbnailDirty.isEmpty())
+            return;
+    }
+    if (!m_thumbnailTimer) {
+        m_thumbnailTimer = new QTimer(this);
+        m_thumbnailTimer->setSingleShot(true);
+        connect(m_thumbnailTimer, &QTimer::timeout, this, &SceneRender::paintThumbnails);
+    }
+    const qint64 wait = m_lastThumbnailTime + kThumbnailInterval - QDateTime::currentMSecsSinceEpoch();
+    if (wait <= 0) {
+        paintThumbnails();
+    } else if (!m_thumbnailTimer->isActive()) {
+        m_thumbnailTimer->start(int(wait));
+    }
+}
+
+void SceneRender::paintThumbnails()
+{
+    {
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        if (!updateThumbnails())
+            return;
+    }
+    m_lastThumbnailTime = QDateTime::currentMSecsSinceEpoch();
+}
+
+void SceneRender::catchUpThumbnails()
+{
+    // The images are written under itemsMutex only, so this may run on the
+    // GUI thread while the render thread waits. Before the first frame there
+    // is nothing to catch up with.
+    QMutexLocker locker(&m_scene->m_itemsMutex);
+    if (!m_scene->m_thumbnail.isNull())
+        updateThumbnails();
+}
+
+bool SceneRender::updateThumbnails()
+{
+    GraphicScene* scene = m_scene;
+    QImage& large = scene->m_thumbnail;
+    const QSize page = scene->m_sceneSize;
+    QRegion changed;
+    bool whole = large.isNull() || page != m_thumbnailPage;
+    {
+        QMutexLocker locker(&m_dirtyMutex);
+        whole = whole || m_thumbnailWhole;
+        changed = m_thumbnailDirty;
+        if (!whole && changed.isEmpty())
+            return true;
+        m_thumbnailDirty = QRegion();
+        m_thumbnailWhole = false;
+    }
+    QTransform toThumbnail;
+    toThumbnail.scale(double(scene->m_thumbnailSize.width()) / page.width(), double(scene->m_thumbnailSize.height()) / page.height());
+    QRegion dirty;
+    if (whole) {
+        large = QImage(scene->m_thumbnailSize, QImage::Format_ARGB32_Premultiplied);
+        dirty = QRegion(large.rect());
+        m_thumbnailPage = page;
+    } else {
+        dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(large.rect());
+    }
+    const GraphicItemList items = itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin());
+    {
+        QPainter painter(&large);
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        for (const QRect& rect : dirty)
+            painter.fillRect(rect, Qt::transparent);
+        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        // A clip on every painter: thin pens stroke slowly without one.
+        painter.setClipRegion(dirty);
+        painter.setTransform(toThumbnail);
+        painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+        paintItems(&painter, items);
+    }
+    if (quitRequested()) {
+        large = QImage();
+        return false;
+    }
+    ++m_thumbnailPasses;
+    emit scene->thumbnailChanged(&large);
+    // Scaled from the large one rather than painted again from every item.
+    scene->m_smallThumbnail = large.scaled(scene->m_smallThumbnailSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
+    return true;
 }
 
 void SceneRender::clearPath(QImage* image, const QPainterPath& path, const QColor& color)
@@ -319,9 +607,10 @@ void SceneRender::clearPath(QImage* image, const QPainterPath& path, const QColo
 
 void SceneRender::setRegionPixels(QImage* image, const QRegion& region, const QColor& color) const
 {
+    const double ratio = devicePixelRatio();
     for (const QRect& rect : region) {
-        const QRect scaled = QRect(GraphicScene::roundPixel(rect.x() * m_devicePixelRatio), GraphicScene::roundPixel(rect.y() * m_devicePixelRatio),
-                                   GraphicScene::roundPixel(rect.width() * m_devicePixelRatio), GraphicScene::roundPixel(rect.height() * m_devicePixelRatio))
+        const QRect scaled = QRect(GraphicScene::roundPixel(rect.x() * ratio), GraphicScene::roundPixel(rect.y() * ratio),
+                                   GraphicScene::roundPixel(rect.width() * ratio), GraphicScene::roundPixel(rect.height() * ratio))
                                  .intersected(image->rect());
         for (int y = scaled.top(); y <= scaled.bottom(); ++y) {
             for (int x = scaled.left(); x <= scaled.right(); ++x)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "scene/dirtyarea.h"
+#include "scene/framestate.h"
 #include "scene/graphicscene.h"
 
 #include <QImage>
@@ -18,36 +19,54 @@ class QTimer;
 namespace whiteboard {
 
 // The render worker. Lives on "graphic_render_thread"; turns at most one
-// frame request per 40 ms into a finished image, composed in full from the
-// live items under the scene's itemsMutex.
+// frame request per 40 ms into a finished image. It keeps the painted page
+// and repaints only what the dirty lists name, from a FrameState copied under
+// the scene's itemsMutex; each item is painted under that lock, so the GUI
+// thread waits for one item at most, never for a whole frame.
+//
+// Locks: imageMutex guards the images the GUI thread resizes; it is never
+// held while another lock is taken.
 class SceneRender : public QObject
 {
     Q_OBJECT
 
 public:
     static constexpr int kFrameInterval = 40;
+    // The thumbnails may lag the view by this much.
+    static constexpr int kThumbnailInterval = 200;
 
     explicit SceneRender(GraphicScene* scene);
     ~SceneRender() override;
 
-    // Set once by the scene's destructor; a frame stops at its next test.
+    // Any thread. Set once by the scene's destructor; a frame stops at its next test.
     void requestQuit() { m_quitRequested = 1; }
     bool quitRequested() const { return m_quitRequested == 1; }
 
-    // Pending entries of one layer, for inspection.
+    // Any thread: pending entries of one layer, for inspection.
     QList<DirtyArea> dirtyAreas(GraphicScene::SceneLayer layer);
-    QImage baseImage() const { return m_baseImage; }
-    QImage frameImage() const { return m_frameImage; }
-    QRegion borderRegion() const { return m_borderRegion; }
-    double devicePixelRatio() const { return m_devicePixelRatio; }
+    // Any thread.
+    QImage baseImage() const;
+    QImage frameImage() const;
+    QRegion borderRegion() const;
+    double devicePixelRatio() const;
+    // Any thread: frames handed over, of them those that repainted only
+    // their dirty regions, and thumbnail passes.
+    int framesPainted() const { return m_framesPainted; }
+    int partialFrames() const { return m_partialFrames; }
+    int thumbnailPasses() const { return m_thumbnailPasses; }
 
-    // Composes one whole frame now, thumbnails included; the caller holds
-    // the scene's itemsMutex.
+    // Render thread, or GUI thread with the render thread stopped: composes
+    // one frame now; a full one unless only dirty regions are due.
     void composeFrame();
-    // Paints the items of one list in order, skipping direct repeats.
+    // Render thread, or the GUI thread in a thumbnail catch-up. Paints the
+    // items of one list in order, skipping direct repeats; each under itemsMutex.
     void paintItems(QPainter* painter, const GraphicItemList& items);
+    // Render thread: the items of all layers met by the view, painted.
     void paintVisibleItems(QPainter* painter, const QRectF& viewRect);
     void paintAllLayers(QPainter* painter);
+    // GUI thread, under itemsMutex: brings the thumbnails up to date at once
+    // if a change is waiting for them.
+    void catchUpThumbnails();
 
     static QImage resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush);
     static void clearPath(QImage* image, const QPainterPath& path, const QColor& color);
@@ -59,36 +78,83 @@ signals:
     void finished(const QImage& result);
 
 public slots:
+    // Render thread, queued.
     void onInitScene();
-    // Called directly from the GUI thread; takes dirtyMutex, then itemsMutex.
+    // GUI thread, directly; takes imageMutex, then itemsMutex for the border.
     void updateRenderSize(const QSize& size, double devicePixelRatio);
+    // Any thread; take dirtyMutex only.
     void makeDirty(const QRectF& rect, whiteboard::GraphicScene::SceneLayer layer = GraphicScene::AllLayers);
     void makeDirtyPath(const QPainterPath& path, whiteboard::GraphicScene::SceneLayer layer = GraphicScene::AllLayers);
     void makeDirtyRegion(const QRegion& region, whiteboard::GraphicScene::SceneLayer layer = GraphicScene::AllLayers);
+    // Any thread: a change that makes no frame due, repainted with the next
+    // frame that is (items added, removed or moved). Takes dirtyMutex only.
+    void makeDirtySilently(const QRectF& rect, whiteboard::GraphicScene::SceneLayer layer);
+    // Render thread only.
     void paint();
+    // Render thread, queued; also the GUI thread inside updateRenderSize.
     void updateBorderRegion();
+    // Render thread.
     void quit();
 
+private slots:
+    // Render thread: the throttled thumbnail pass.
+    void paintThumbnails();
+
 private:
+    // Any thread, takes dirtyMutex.
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer);
-    // Paints the layers and the control points in scene space; false when
-    // the frame was abandoned.
-    bool paintPage(QPainter* painter, const QRectF& viewRect);
-    // Paints one thumbnail; false when the frame was abandoned.
-    bool paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items);
+    // Any thread, under itemsMutex: what the next frame needs from the scene.
+    FrameState takeFrameState() const;
+    // Render thread: a whole frame, or one that repaints `changed` (scene
+    // units) of the kept page when nothing else moved.
+    void composeFrame(const FrameState& state, const QRegion& changed);
+    // Render thread: paints `page` in full, or only `dirty` (view units);
+    // false when the frame was abandoned.
+    bool repaintPage(const FrameState& state, const QRegion& dirty);
+    // Render thread: control points and surround over a copy of the page.
+    bool finishFrame(const FrameState& state, QImage& frame);
+    // Under itemsMutex: the items of `layer` that may paint into `area`
+    // (scene units), sorted for painting.
+    GraphicItemList itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const;
+    // Render thread or GUI thread, under itemsMutex: repaints what the
+    // thumbnails miss; false when abandoned.
+    bool updateThumbnails();
+    // Render thread: arms or runs the thumbnail pass so that it lags by
+    // kThumbnailInterval at most.
+    void scheduleThumbnails();
 
     std::atomic<int> m_quitRequested { 0 };
+    std::atomic<int> m_framesPainted { 0 };
+    std::atomic<int> m_partialFrames { 0 };
+    std::atomic<int> m_thumbnailPasses { 0 };
     QMutex m_dirtyMutex;
+    mutable QMutex m_imageMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;
+    // imageMutex guards these four.
     double m_devicePixelRatio = 2.0;
     QImage m_baseImage;
     QImage m_frameImage;
-    QImage m_sceneImage;
     QRegion m_borderRegion;
+    // Render thread only: the page as last painted, and the state it was painted with.
+    QImage m_pageImage;
+    FrameState m_pageState;
+    QImage m_sceneImage;
     qint64 m_lastPaintTime = 0;
     QTimer* m_paintTimer = nullptr;
+    QTimer* m_thumbnailTimer = nullptr;
+    qint64 m_lastThumbnailTime = 0;
+    // dirtyMutex guards these.
     QMap<GraphicScene::SceneLayer, QList<DirtyArea>> m_dirtyAreas;
+    // What the thumbnails miss, in scene units; whole when null.
+    QRegion m_thumbnailDirty;
+    // Scene units: what the next frame repaints beside its dirty lists.
+    QRegion m_silentDirty;
+    // Render thread only: silent changes made during the last frame.
+    bool m_silentDue = false;
+    bool m_thumbnailWhole = true;
+    // itemsMutex guards it: the page size the thumbnails were painted for.
+    QSize m_thumbnailPage;
 };
 
 } // namespace whiteboard

@@ -1,0 +1,71 @@
+#include "scene/layerindex.h"
+
+#include "graphics/graphicitem.h"
+
+#include <algorithm>
+
+namespace whiteboard {
+
+LayerIndex::LayerIndex(const QRectF& bounds)
+    : m_root(bounds)
+{
+}
+
+void LayerIndex::insert(const QSharedPointer<GraphicItem>& item)
+{
+    if (!item)
+        return;
+    // Filed once: a second add of the same item moves it.
+    remove(item.data());
+    m_nodes.insert(item.data(), m_root.insert(item));
+}
+
+void LayerIndex::remove(const GraphicItem* item)
+{
+    if (GraphicIndexNode* node = m_nodes.take(item))
+        node->take(item);
+}
+
+void LayerIndex::refile(const GraphicItem* item)
+{
+    GraphicIndexNode* node = m_nodes.value(item);
+    if (!node)
+        return;
+    const QSharedPointer<GraphicItem> shared = node->take(item);
+    m_nodes.insert(item, m_root.insert(shared));
+}
+
+QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect) const
+{
+    return m_root.query(rect);
+}
+
+QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const
+{
+    QList<QSharedPointer<GraphicItem>> result = m_root.query(rect);
+    if (keep)
+        result.removeIf([&keep](const QSharedPointer<GraphicItem>& item) { return !keep(*item); });
+    sort(result, order);
+    return result;
+}
+
+void LayerIndex::clear()
+{
+    m_nodes.clear();
+    m_root.clear();
+}
+
+void LayerIndex::sort(QList<QSharedPointer<GraphicItem>>& items, int order)
+{
+    if (order == 1) {
+        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+            return a->timestamp() < b->timestamp();
+        });
+    } else {
+        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+            return a->timestamp() > b->timestamp();
+        });
+    }
+}
+
+} // namespace whiteboard

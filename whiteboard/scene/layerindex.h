@@ -1,0 +1,50 @@
+#pragma once
+
+#include "scene/graphicindexnode.h"
+
+#include <QHash>
+#include <QList>
+#include <QRectF>
+#include <QSharedPointer>
+
+#include <functional>
+
+namespace whiteboard {
+
+class GraphicItem;
+
+// The spatial index of one layer: its quad tree, and where in it each item
+// is filed, so that removing or re-filing an item costs a hash look-up rather
+// than a walk of the tree. No lock of its own: every member is called under
+// the scene's itemsMutex.
+class LayerIndex
+{
+public:
+    explicit LayerIndex(const QRectF& bounds);
+
+    LayerIndex(const LayerIndex&) = delete;
+    LayerIndex& operator=(const LayerIndex&) = delete;
+
+    const GraphicIndexNode* root() const { return &m_root; }
+
+    void insert(const QSharedPointer<GraphicItem>& item);
+    void remove(const GraphicItem* item);
+    bool contains(const GraphicItem* item) const { return m_nodes.contains(item); }
+    // Files the item again under its current boundary; nothing if absent.
+    void refile(const GraphicItem* item);
+    // Unsorted, as the tree yields them.
+    QList<QSharedPointer<GraphicItem>> query(const QRectF& rect) const;
+    // The items met by `rect` that `keep` accepts (all without it), sorted
+    // by timestamp: order 1 ascending, anything else descending.
+    QList<QSharedPointer<GraphicItem>> query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const;
+    int count() const { return int(m_nodes.size()); }
+    void clear();
+
+    static void sort(QList<QSharedPointer<GraphicItem>>& items, int order);
+
+private:
+    GraphicIndexNode m_root;
+    QHash<const GraphicItem*, GraphicIndexNode*> m_nodes;
+};
+
+} // namespace whiteboard
