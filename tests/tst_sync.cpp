@@ -6,11 +6,13 @@
 #include "graphics/graphicpalette.h"
 #include "scene/addgraphiccommand.h"
 #include "scene/layerindex.h"
+#include "scene/scenerender.h"
 
 #include "proto/whiteboard.pb.h"
 
 #include <QCursor>
 #include <QDateTime>
+#include <QPainter>
 #include <QPointer>
 #include <QRegularExpression>
 
@@ -407,6 +409,82 @@ private slots:
         QVERIFY(!frames.wait(300));
         b->view->receiveData(wrap({ rectBody(pb::GraphicActionAdd, "r1", QRectF(100, 200, 50, 50)) }));
         QVERIFY(frames.wait(2000));
+    }
+
+    // Frames repaint only what changed and thumbnails follow later: a board
+    // that got there by one received change must look, frame and thumbnails,
+    // like a board that received the end state whole.
+    void receivedChangesLeaveNoStalePixels_data()
+    {
+        QTest::addColumn<int>("change");
+        QTest::addColumn<int>("penWidth");
+        QTest::newRow("move across others") << int(pb::GraphicActionUpdate) << 0;
+        QTest::newRow("move of a thick outline") << int(pb::GraphicActionUpdate) << 24;
+        QTest::newRow("removal uncovers what lay below") << int(pb::GraphicActionRemove) << 3;
+        QTest::newRow("add on top") << int(pb::GraphicActionAdd) << 9;
+    }
+    void receivedChangesLeaveNoStalePixels()
+    {
+        QFETCH(int, change);
+        QFETCH(int, penWidth);
+        const QStringList colours { "#0000ff", "#ff0000", "#00a000", "#e0e000" };
+        const auto body = [&](pb::GraphicActionType type, int n, const QRectF& frame, int width) {
+            pb::WhiteboardData data = rectBody(type, "g" + std::to_string(n), frame);
+            pb::Rect* rect = data.mutable_graphicactiondata()->mutable_rectdata()->mutable_data(0);
+            rect->mutable_baseinfo()->set_timestamp(n + 1);
+            // A wide pen outlines an item without fill, outside its boundary.
+            if (width > 1)
+                rect->clear_fillstyle();
+            else
+                rect->mutable_fillstyle()->set_color(colours.at(n % 4).toStdString());
+            rect->mutable_strokestyle()->set_color("#101010");
+            rect->mutable_strokestyle()->set_width(width);
+            return data;
+        };
+        QList<pb::WhiteboardData> board;
+        for (int n = 0; n < 24; ++n)
+            board << body(pb::GraphicActionAdd, n, QRectF(100 + n % 6 * 90, 100 + n / 6 * 70, 120, 100), 1);
+        const QRectF from(230, 180, 80, 60);
+        const QRectF to(460, 260, 80, 60);
+        if (change != pb::GraphicActionAdd)
+            board << body(pb::GraphicActionAdd, 30, from, penWidth);
+        QList<pb::WhiteboardData> end = board;
+        if (change == pb::GraphicActionRemove)
+            end.removeLast();
+        else if (change == pb::GraphicActionUpdate)
+            end.last() = body(pb::GraphicActionAdd, 30, to, penWidth);
+        else
+            end << body(pb::GraphicActionAdd, 30, to, penWidth);
+        // The reference is painted whole: its background changes last.
+        ViewFixture reference(QSize(1080, 720), 3);
+        reference.view->receiveData(wrap(end));
+        reference.scene->setBackgroundColor(Qt::white);
+        QTRY_COMPARE(reference.scene->renderedImage().pixelColor(1000, 700), QColor(Qt::white));
+        QImage thumbnail(1080, 720, QImage::Format_ARGB32_Premultiplied);
+        thumbnail.fill(Qt::transparent);
+        {
+            QPainter painter(&thumbnail);
+            painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+            for (const QSharedPointer<GraphicItem>& item : reference.scene->items(GraphicScene::ItemLayer, 1))
+                item->paint(&painter, nullptr);
+        }
+
+        b->scene->setBackgroundColor(Qt::white);
+        SceneRender* render = b->scene->renderer();
+        b->view->receiveData(wrap(board));
+        QTRY_VERIFY(near(b->scene->renderedImage().pixelColor(110, 110), Qt::blue));
+        // Brought up to date here, so that the change alone is pending.
+        b->scene->thumbnailImage(false);
+        QSignalSpy thumbnails(b->scene, &GraphicScene::thumbnailChanged);
+        const int partial = render->partialFrames();
+        const int passes = render->thumbnailPasses();
+        b->view->receiveData(wrap({ body(pb::GraphicActionType(change), 30, to, penWidth) }));
+
+        QTRY_VERIFY(render->partialFrames() > partial);
+        QTRY_COMPARE(b->scene->renderedImage(), reference.scene->renderedImage());
+        // Caught up by the render thread on its own, without a call that forces it.
+        QTRY_VERIFY(render->thumbnailPasses() > passes);
+        QCOMPARE(*thumbnails.last().at(0).value<QImage*>(), thumbnail);
     }
 
     void hoverSendsPointerExceptOnHandle()

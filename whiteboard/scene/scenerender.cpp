@@ -590,11 +590,11 @@ bool SceneRender::updateThumbnails()
         large = QImage();
         return false;
     }
-    ++m_thumbnailPasses;
     emit scene->thumbnailChanged(&large);
     // Scaled from the large one rather than painted again from every item.
     scene->m_smallThumbnail = large.scaled(scene->m_smallThumbnailSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
+    ++m_thumbnailPasses;
     return true;
 }
 

@@ -1,0 +1,524 @@
+// Big boards side by side with QGraphicsScene doing the same work, in one
+// process: frames, partial repaints, hit tests, remote updates, removals, late
+// joins and memory. Prints one table. Run by hand, offscreen:
+//   QT_QPA_PLATFORM=offscreen ./bench_board
+#include "graphics/abstractgraphicshapeitem.h"
+#include "scene/graphicscene.h"
+#include "scene/scenerender.h"
+#include "whiteboardview.h"
+
+#include "proto/whiteboard.pb.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QGraphicsRectItem>
+#include <QGraphicsScene>
+#include <QGraphicsView>
+#include <QHash>
+#include <QLoggingCategory>
+#include <QPainter>
+#include <QQuickWindow>
+#include <QRandomGenerator>
+#include <QTest>
+#include <QThread>
+
+#include <malloc.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace whiteboard;
+namespace pb = im::whiteboard;
+
+namespace {
+
+const QSize kView(1080, 720);
+const QImage::Format kFormat = QImage::Format_ARGB32_Premultiplied;
+// Updates, removals and joins give up and extrapolate past this.
+constexpr qint64 kBudgetMs = 20000;
+
+// --- the table --------------------------------------------------------------
+
+void printRow(const QString& scenario, const QString& ours, const QString& theirs, double ratio, const QString& goal)
+{
+    printf("| %-58s | %14s | %14s | %7s | %-26s |\n", qPrintable(scenario), qPrintable(ours), qPrintable(theirs),
+           ratio > 0 ? qPrintable(QString::number(ratio, 'f', 2) + QLatin1Char('x')) : "", qPrintable(goal));
+    fflush(stdout);
+}
+
+QString ms(double value)
+{
+    return value >= 100 ? QStringLiteral("%1 ms").arg(value, 0, 'f', 0) : QStringLiteral("%1 ms").arg(value, 0, 'f', 2);
+}
+
+QString us(double value)
+{
+    return QStringLiteral("%1 us").arg(value, 0, 'f', 2);
+}
+
+// --- the same items on both sides -------------------------------------------
+
+struct Shape
+{
+    QRectF rect;
+    bool filled = false;
+};
+
+std::vector<Shape> shapes(int count, const QRectF& area, double side, quint32 seed = 42)
+{
+    QRandomGenerator random(seed);
+    std::vector<Shape> result;
+    result.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        const QPointF at(area.x() + random.bounded(area.width() - side), area.y() + random.bounded(area.height() - side));
+        result.push_back({ QRectF(at, QSizeF(side, side)), i % 2 == 1 });
+    }
+    return result;
+}
+
+std::string gidOf(int i)
+{
+    return "bench-" + std::to_string(i);
+}
+
+pb::WhiteboardData rectBody(pb::GraphicActionType type, int i, const Shape& shape)
+{
+    const std::string gid = gidOf(i);
+    pb::WhiteboardData body;
+    pb::GraphicAction* action = body.mutable_graphicactiondata();
+    action->set_graphicactiontype(type);
+    action->set_gid(gid);
+    action->set_timestamp(i + 1);
+    pb::Rect* rect = action->mutable_rectdata()->add_data();
+    rect->mutable_baseinfo()->set_gid(gid);
+    rect->mutable_baseinfo()->set_timestamp(i + 1);
+    rect->mutable_leftpos()->set_x(float(shape.rect.x()));
+    rect->mutable_leftpos()->set_y(float(shape.rect.y()));
+    rect->set_width(float(shape.rect.width()));
+    rect->set_heigth(float(shape.rect.height()));
+    rect->mutable_strokestyle()->set_color("#00008b");
+    rect->mutable_strokestyle()->set_width(2);
+    if (shape.filled)
+        rect->mutable_fillstyle()->set_color("#c8dcff");
+    return body;
+}
+
+// One message of many envelopes, as a relay replays a board.
+pb::TransferData* message(const std::vector<pb::WhiteboardData>& bodies)
+{
+    auto* data = new pb::TransferData;
+    for (const pb::WhiteboardData& body : bodies)
+        data->mutable_multi()->add_whiteboarddatalist()->set_data(body.SerializeAsString());
+    return data;
+}
+
+QGraphicsRectItem* graphicsItem(const Shape& shape)
+{
+    auto* item = new QGraphicsRectItem(shape.rect);
+    item->setPen(QPen(QBrush(QColor("#00008b")), 2));
+    if (shape.filled)
+        item->setBrush(QBrush(QColor("#c8dcff")));
+    return item;
+}
+
+// --- a live board -----------------------------------------------------------
+
+struct Board
+{
+    explicit Board(const QSize& page = QSize(1080, 720))
+    {
+        window.resize(kView);
+        view = new WhiteboardView(window.contentItem());
+        view->setSize(QSizeF(kView));
+        scene = view->scene();
+        scene->setBackgroundColor(Qt::white);
+        scene->setSceneSize(page);
+        window.show();
+        if (!QTest::qWaitForWindowExposed(&window))
+            qWarning("window not exposed");
+        settle();
+    }
+
+    SceneRender* render() const { return scene->renderer(); }
+
+    // Waits until the frame counter passes `count`.
+    bool waitFrames(int count, int timeout = 60000)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        while (render()->framesPainted() < count) {
+            if (clock.elapsed() > timeout)
+                return false;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        }
+        return true;
+    }
+
+    // Lets the render thread go idle: no change pending, pacing slot free.
+    void settle()
+    {
+        int frames = -1;
+        while (frames != render()->framesPainted()) {
+            frames = render()->framesPainted();
+            QTest::qWait(120);
+        }
+    }
+
+    // Milliseconds from a change to the frame that shows it.
+    double timeFrame(const std::function<void()>& change)
+    {
+        settle();
+        const int before = render()->framesPainted();
+        QElapsedTimer clock;
+        clock.start();
+        change();
+        waitFrames(before + 1);
+        return clock.nsecsElapsed() / 1e6;
+    }
+
+    void join(int count, const std::vector<Shape>& items)
+    {
+        std::vector<pb::WhiteboardData> bodies;
+        bodies.reserve(count);
+        for (int i = 0; i < count; ++i)
+            bodies.push_back(rectBody(pb::GraphicActionAdd, i, items[i]));
+        view->receiveData(message(bodies));
+    }
+
+    QQuickWindow window;
+    WhiteboardView* view = nullptr;
+    GraphicScene* scene = nullptr;
+};
+
+// Median of `runs` calls.
+double median(int runs, const std::function<double()>& run)
+{
+    std::vector<double> values;
+    for (int i = 0; i < runs; ++i)
+        values.push_back(run());
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double graphicsRender(QGraphicsScene& scene, const QSize& size, const QRectF& source, const QRectF& target = QRectF())
+{
+    QImage image(size, kFormat);
+    QElapsedTimer clock;
+    clock.start();
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    if (!target.isNull())
+        painter.setClipRect(target);
+    scene.render(&painter, target.isNull() ? QRectF(image.rect()) : target, source);
+    painter.end();
+    return clock.nsecsElapsed() / 1e6;
+}
+
+struct Memory
+{
+    qint64 sizeKiB = 0;
+    qint64 residentKiB = 0;
+    qint64 heapBytes = 0;
+};
+
+Memory memory()
+{
+    Memory result;
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (status.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& line : status.readAll().split('\n')) {
+            if (line.startsWith("VmSize:"))
+                result.sizeKiB = line.mid(7).trimmed().split(' ').first().toLongLong();
+            if (line.startsWith("VmRSS:"))
+                result.residentKiB = line.mid(6).trimmed().split(' ').first().toLongLong();
+        }
+    }
+    result.heapBytes = qint64(mallinfo2().uordblks);
+    return result;
+}
+
+// --- rows -------------------------------------------------------------------
+
+void frames()
+{
+    const std::vector<Shape> items = shapes(10000, QRectF(0, 0, 1080, 720), 20);
+    Board board;
+    board.join(int(items.size()), items);
+    board.settle();
+    QGraphicsScene graphics(QRectF(0, 0, 1080, 720));
+    for (const Shape& shape : items)
+        graphics.addItem(graphicsItem(shape));
+
+    // A background change repaints the page in full; a full page change
+    // repaints both thumbnails in full as well.
+    int toggle = 0;
+    const auto wholeFrame = [&] {
+        return board.timeFrame([&] {
+            board.scene->setBackgroundColor(++toggle % 2 ? QColor(250, 250, 250) : QColor(Qt::white));
+        });
+    };
+    const double view = median(5, wholeFrame);
+    const double thumbnails = median(5, [&] {
+        board.settle();
+        QElapsedTimer clock;
+        clock.start();
+        board.scene->makeDirty(QRectF(0, 0, 1080, 720), GraphicScene::ItemLayer);
+        board.scene->thumbnailImage(false);
+        return clock.nsecsElapsed() / 1e6;
+    });
+    const double graphicsView = median(5, [&] { return graphicsRender(graphics, kView, QRectF(0, 0, 1080, 720)); });
+    const double graphicsThumbs = median(5, [&] {
+        return graphicsRender(graphics, QSize(1080, 720), QRectF(0, 0, 1080, 720)) + graphicsRender(graphics, QSize(120, 90), QRectF(0, 0, 1080, 720));
+    });
+    printRow(QStringLiteral("whole frame, 10,000 visible items, with both thumbnails"), ms(view + thumbnails), ms(graphicsView + graphicsThumbs),
+             (view + thumbnails) / (graphicsView + graphicsThumbs), QStringLiteral("< 40 ms"));
+    printRow(QStringLiteral("view pass alone, 10,000 items"), ms(view), ms(graphicsView), view / graphicsView, QStringLiteral("<= 1.0x"));
+
+    // One item moves as a drag moves it, under itemsMutex, then asks for its
+    // old and new places: the frame repaints those.
+    auto* moving = static_cast<AbstractGraphicShapeItem*>(board.scene->itemByGid(QString::fromStdString(gidOf(5000))).data());
+    int step = 0;
+    const double moved = median(9, [&] {
+        return board.timeFrame([&] {
+            const QRectF before = moving->boundary();
+            const QRectF after = items[5000].rect.translated(++step % 2 ? 30 : 0, 0);
+            {
+                QMutexLocker locker(&board.scene->itemsMutex());
+                QPainterPath outline;
+                outline.addRect(after);
+                moving->setOutlinePath(outline);
+                moving->setBoundary(after);
+            }
+            board.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(after).toAlignedRect()));
+        });
+    });
+    const double graphicsMoved = median(9, [&] {
+        // What QGraphicsView repaints for a move: the old and new places.
+        const QRectF area = items[5000].rect.united(items[5000].rect.translated(30, 0)).adjusted(-2, -2, 2, 2);
+        return graphicsRender(graphics, kView, area, area);
+    });
+    printRow(QStringLiteral("frame after moving one item, 10,000-item board"), ms(moved), ms(graphicsMoved) + QStringLiteral(" part"),
+             moved / graphicsMoved, QStringLiteral("< 5 ms"));
+    printf("|   (frames painted %d, of them partial %d, thumbnail passes %d)\n", board.render()->framesPainted(),
+           board.render()->partialFrames(), board.render()->thumbnailPasses());
+}
+
+void hitTests()
+{
+    const QSize page(5000, 5000);
+    const std::vector<Shape> items = shapes(100000, QRectF(0, 0, 5000, 5000), 10);
+    Board board(page);
+    // Whole page in view, so a view point reaches every scene point.
+    board.join(int(items.size()), items);
+    QGraphicsScene graphics(QRectF(0, 0, 5000, 5000));
+    for (const Shape& shape : items)
+        graphics.addItem(graphicsItem(shape));
+    constexpr int kQueries = 20000;
+    std::vector<QPointF> points;
+    QRandomGenerator random(7);
+    for (int i = 0; i < kQueries; ++i)
+        points.emplace_back(random.bounded(5000.0), random.bounded(5000.0));
+    // itemAt maps view to scene: a translation brings each view point onto its page point.
+    const QPointF origin = board.scene->mapToScene(QPointF(0, 0));
+    qsizetype found = 0;
+    QElapsedTimer clock;
+    clock.start();
+    for (const QPointF& p : points)
+        found += board.scene->itemAt(QPointF(0, 0), 0, Qt::IntersectsItemShape, QTransform::fromTranslate(p.x() - origin.x(), p.y() - origin.y())) ? 1 : 0;
+    const double ours = clock.nsecsElapsed() / 1e3 / kQueries;
+    clock.restart();
+    for (const QPointF& p : points)
+        found += graphics.itemAt(p, QTransform()) ? 1 : 0;
+    const double theirs = clock.nsecsElapsed() / 1e3 / kQueries;
+    printRow(QStringLiteral("itemAt, 100,000 items, uniformly random points"), us(ours), us(theirs), ours / theirs, QStringLiteral("<= 1.0x"));
+
+    constexpr int kRects = 2000;
+    std::vector<QRectF> rects;
+    for (int i = 0; i < kRects; ++i)
+        rects.emplace_back(random.bounded(4800.0), random.bounded(4800.0), 200, 200);
+    clock.restart();
+    for (const QRectF& r : rects)
+        found += board.scene->itemsByRect(GraphicScene::ItemLayer, r, Qt::IntersectsItemShape, 1).size();
+    const double oursRect = clock.nsecsElapsed() / 1e3 / kRects;
+    clock.restart();
+    for (const QRectF& r : rects)
+        found += graphics.items(r, Qt::IntersectsItemShape).size();
+    const double theirsRect = clock.nsecsElapsed() / 1e3 / kRects;
+    printRow(QStringLiteral("200 x 200 rectangle query, 100,000 items"), us(oursRect), us(theirsRect), oursRect / theirsRect,
+             QStringLiteral("stays ahead (< 1.0x)"));
+    if (found < 0)
+        printf("unreachable\n");
+}
+
+// `count` messages of one envelope each, at most kBudgetMs; the total is
+// extrapolated to `count` when the budget runs out.
+double applyMessages(Board& board, int count, const std::function<pb::WhiteboardData(int)>& body, bool* extrapolated)
+{
+    QElapsedTimer clock;
+    clock.start();
+    int done = 0;
+    for (; done < count; ++done) {
+        board.view->receiveData(message({ body(done) }));
+        // Frames and input keep flowing, as with a live connection.
+        if (done % 64 == 0)
+            QCoreApplication::processEvents();
+        if (clock.elapsed() > kBudgetMs)
+            break;
+    }
+    const double elapsed = clock.nsecsElapsed() / 1e6;
+    *extrapolated = done < count;
+    return done < count ? elapsed / (done + 1) * count : elapsed;
+}
+
+struct SyncFigures
+{
+    double updates = 0, removals = 0, join = 0;
+    double graphicsUpdates = 0, graphicsRemovals = 0, graphicsJoin = 0;
+    bool updatesExtrapolated = false, removalsExtrapolated = false;
+};
+
+SyncFigures syncRun(int boardSize, int messages)
+{
+    SyncFigures f;
+    const std::vector<Shape> items = shapes(boardSize, QRectF(0, 0, 1080, 720), 20);
+    {
+        Board board;
+        QElapsedTimer clock;
+        clock.start();
+        const int before = board.render()->framesPainted();
+        board.join(boardSize, items);
+        board.waitFrames(before + 1);
+        f.join = clock.nsecsElapsed() / 1e6;
+
+        QRandomGenerator random(3);
+        f.updates = applyMessages(board, messages, [&](int) {
+            const int i = int(random.bounded(boardSize));
+            Shape shape = items[i];
+            shape.rect.translate(random.bounded(10.0), random.bounded(10.0));
+            return rectBody(pb::GraphicActionUpdate, i, shape);
+        }, &f.updatesExtrapolated);
+        f.removals = applyMessages(board, messages, [&](int n) {
+            const int i = int(qint64(n) * boardSize / messages);
+            return rectBody(pb::GraphicActionRemove, i, items[i]);
+        }, &f.removalsExtrapolated);
+    }
+    // The anchor is the scene's own work, with a gid hash, no view.
+    QGraphicsScene graphics(QRectF(0, 0, 1080, 720));
+    QHash<QString, QGraphicsRectItem*> byGid;
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < boardSize; ++i) {
+        QGraphicsRectItem* item = graphicsItem(items[i]);
+        graphics.addItem(item);
+        byGid.insert(QString::fromStdString(gidOf(i)), item);
+    }
+    QCoreApplication::processEvents();
+    f.graphicsJoin = clock.nsecsElapsed() / 1e6;
+    QRandomGenerator random(3);
+    clock.restart();
+    for (int n = 0; n < messages; ++n) {
+        const int i = int(random.bounded(boardSize));
+        if (QGraphicsRectItem* item = byGid.value(QString::fromStdString(gidOf(i))))
+            item->setRect(items[i].rect.translated(random.bounded(10.0), random.bounded(10.0)));
+    }
+    f.graphicsUpdates = clock.nsecsElapsed() / 1e6;
+    clock.restart();
+    for (int n = 0; n < messages; ++n) {
+        const int i = int(qint64(n) * boardSize / messages);
+        delete byGid.take(QString::fromStdString(gidOf(i)));
+    }
+    f.graphicsRemovals = clock.nsecsElapsed() / 1e6;
+    return f;
+}
+
+QString total(double value, bool extrapolated)
+{
+    return (value >= 1000 ? QStringLiteral("%1 s").arg(value / 1000, 0, 'f', 2) : ms(value)) + (extrapolated ? QStringLiteral("*") : QString());
+}
+
+void sync()
+{
+    const SyncFigures f = syncRun(10000, 10000);
+    printRow(QStringLiteral("10,000 remote updates, 10,000-item board, live view"), total(f.updates, f.updatesExtrapolated),
+             total(f.graphicsUpdates, false), f.updates / f.graphicsUpdates, QStringLiteral("< 0.3 s"));
+    printRow(QStringLiteral("10,000 remote removals, same"), total(f.removals, f.removalsExtrapolated), total(f.graphicsRemovals, false),
+             f.removals / f.graphicsRemovals, QStringLiteral("< 0.3 s"));
+    printRow(QStringLiteral("late join of 10,000 items, live view"), total(f.join, false), total(f.graphicsJoin, false), f.join / f.graphicsJoin,
+             QStringLiteral("< 0.5 s"));
+    for (int size : { 1000, 10000, 50000 }) {
+        const int messages = 1000;
+        const SyncFigures s = syncRun(size, messages);
+        const QString board = QStringLiteral("%1-item board").arg(size);
+        printRow(QStringLiteral("remote update, per message, ") + board, us(s.updates * 1000 / messages) + (s.updatesExtrapolated ? "*" : ""),
+                 us(s.graphicsUpdates * 1000 / messages), s.updates / s.graphicsUpdates, QStringLiteral("flat"));
+        printRow(QStringLiteral("remote removal, per message, ") + board, us(s.removals * 1000 / messages) + (s.removalsExtrapolated ? "*" : ""),
+                 us(s.graphicsRemovals * 1000 / messages), s.removals / s.graphicsRemovals, QStringLiteral("flat"));
+        printRow(QStringLiteral("late join of the ") + board, total(s.join, false), total(s.graphicsJoin, false), s.join / s.graphicsJoin,
+                 size == 50000 ? QStringLiteral("< 2.5 s") : QString());
+    }
+}
+
+void memoryRows()
+{
+    // Warm both toolkits once, so that neither pays for loading the other's plugins.
+    {
+        Board warm;
+        QGraphicsScene scene;
+        QGraphicsView view(&scene);
+        view.resize(kView);
+        view.show();
+        (void)QTest::qWaitForWindowExposed(&view);
+    }
+    malloc_trim(0);
+    const Memory before = memory();
+    auto board = std::make_unique<Board>();
+    const Memory withBoard = memory();
+    auto scene = std::make_unique<QGraphicsScene>(QRectF(0, 0, 1080, 720));
+    auto view = std::make_unique<QGraphicsView>(scene.get());
+    view->resize(kView);
+    view->show();
+    (void)QTest::qWaitForWindowExposed(view.get());
+    QCoreApplication::processEvents();
+    const Memory withView = memory();
+    printRow(QStringLiteral("empty view: added address space / resident"),
+             QStringLiteral("%1 / %2 MiB").arg((withBoard.sizeKiB - before.sizeKiB) / 1024).arg((withBoard.residentKiB - before.residentKiB) / 1024),
+             QStringLiteral("%1 / %2 MiB").arg((withView.sizeKiB - withBoard.sizeKiB) / 1024).arg((withView.residentKiB - withBoard.residentKiB) / 1024),
+             0, QStringLiteral("< 150 MiB / < 30 MiB"));
+
+    const std::vector<Shape> items = shapes(10000, QRectF(0, 0, 1080, 720), 20);
+    const Memory empty = memory();
+    board->join(10000, items);
+    board->settle();
+    const Memory full = memory();
+    for (const Shape& shape : items)
+        scene->addItem(graphicsItem(shape));
+    QCoreApplication::processEvents();
+    const Memory graphicsFull = memory();
+    const double ours = double(full.heapBytes - empty.heapBytes) / 10000 / 1024;
+    const double theirs = double(graphicsFull.heapBytes - full.heapBytes) / 10000 / 1024;
+    printRow(QStringLiteral("memory per item (heap, 10,000 rectangles)"), QStringLiteral("%1 KiB").arg(ours, 0, 'f', 2),
+             QStringLiteral("%1 KiB").arg(theirs, 0, 'f', 2), ours / theirs, QStringLiteral("<= 4 KiB"));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    // The board logs every size change and focus; the table is what counts.
+    qputenv("QT_LOGGING_RULES", "*.debug=false");
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
+    printf("| %-58s | %14s | %14s | %7s | %-26s |\n", "scenario", "board", "QGraphicsScene", "ratio", "goal");
+    printf("|%s|%s|%s|%s|%s|\n", QByteArray(60, '-').constData(), QByteArray(16, '-').constData(), QByteArray(16, '-').constData(),
+           QByteArray(9, '-').constData(), QByteArray(28, '-').constData());
+    memoryRows();
+    frames();
+    hitTests();
+    sync();
+    printf("(* extrapolated from the messages applied in %lld s)\n", kBudgetMs / 1000);
+    return 0;
+}
