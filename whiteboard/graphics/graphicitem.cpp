@@ -15,6 +15,7 @@ GraphicItem::GraphicItem(GraphicScene* scene, GraphicItem* parent)
 
 GraphicItem::GraphicItem(const GraphicItem& other)
     : GraphicObject(other)
+    , QEnableSharedFromThis<GraphicItem>()
     , m_scene(other.m_scene)
     , m_parentItem(other.m_parentItem)
     , m_cursorShape(other.m_cursorShape)
@@ -73,11 +74,7 @@ void GraphicItem::setBoundary(const QRectF& rect)
 {
     if (rect.topLeft() == m_boundary.topLeft() && rect.size() == m_boundary.size())
         return;
-    const QRectF before = m_boundary;
     m_boundary = rect;
-    // Filed again where it now lies, and both places repainted.
-    if (m_scene)
-        m_scene->itemBoundaryChanged(this, before, rect);
     setX(m_boundary.x());
     setY(m_boundary.y());
     if (!qFuzzyCompare(m_width, m_boundary.width())) {
@@ -88,7 +85,14 @@ void GraphicItem::setBoundary(const QRectF& rect)
         m_height = m_boundary.height();
         emit heightChanged();
     }
+    notifyGeometryChange();
     emit boundaryChanged();
+}
+
+void GraphicItem::notifyGeometryChange()
+{
+    if (m_scene && m_indexLayers)
+        m_scene->itemGeometryChanged(this);
 }
 
 void GraphicItem::setSelected(bool selected)

@@ -17,22 +17,22 @@ void LayerIndex::insert(const QSharedPointer<GraphicItem>& item)
         return;
     // Filed once: a second add of the same item moves it.
     remove(item.data());
-    m_nodes.insert(item.data(), m_root.insert(item));
+    m_filed.insert(item.data(), { m_root.insert(item), item->boundary() });
 }
 
 void LayerIndex::remove(const GraphicItem* item)
 {
-    if (GraphicIndexNode* node = m_nodes.take(item))
+    if (GraphicIndexNode* node = m_filed.take(item).node)
         node->take(item);
 }
 
 void LayerIndex::refile(const GraphicItem* item)
 {
-    GraphicIndexNode* node = m_nodes.value(item);
+    GraphicIndexNode* node = m_filed.value(item).node;
     if (!node)
         return;
     const QSharedPointer<GraphicItem> shared = node->take(item);
-    m_nodes.insert(item, m_root.insert(shared));
+    m_filed.insert(item, { m_root.insert(shared), item->boundary() });
 }
 
 QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect) const
@@ -51,7 +51,7 @@ QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect, int ord
 
 void LayerIndex::clear()
 {
-    m_nodes.clear();
+    m_filed.clear();
     m_root.clear();
 }
 

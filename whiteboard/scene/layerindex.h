@@ -29,7 +29,9 @@ public:
 
     void insert(const QSharedPointer<GraphicItem>& item);
     void remove(const GraphicItem* item);
-    bool contains(const GraphicItem* item) const { return m_nodes.contains(item); }
+    bool contains(const GraphicItem* item) const { return m_filed.contains(item); }
+    // The boundary the item was filed under; null if absent.
+    QRectF filedBoundary(const GraphicItem* item) const { return m_filed.value(item).boundary; }
     // Files the item again under its current boundary; nothing if absent.
     void refile(const GraphicItem* item);
     // Unsorted, as the tree yields them.
@@ -37,14 +39,20 @@ public:
     // The items met by `rect` that `keep` accepts (all without it), sorted
     // by timestamp: order 1 ascending, anything else descending.
     QList<QSharedPointer<GraphicItem>> query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const;
-    int count() const { return int(m_nodes.size()); }
+    int count() const { return int(m_filed.size()); }
     void clear();
 
     static void sort(QList<QSharedPointer<GraphicItem>>& items, int order);
 
 private:
+    struct Filed
+    {
+        GraphicIndexNode* node = nullptr;
+        QRectF boundary;
+    };
+
     GraphicIndexNode m_root;
-    QHash<const GraphicItem*, GraphicIndexNode*> m_nodes;
+    QHash<const GraphicItem*, Filed> m_filed;
 };
 
 } // namespace whiteboard
