@@ -1,7 +1,7 @@
 // Big boards side by side with QGraphicsScene doing the same work, in one
 // process: frames, partial repaints, hit tests, remote updates, removals, late
 // joins and memory. Prints one table. Run by hand, offscreen:
-//   QT_QPA_PLATFORM=offscreen ./bench_board
+//   QT_QPA_PLATFORM=offscreen ./bench_board [memory] [frames] [hits] [sync]
 #include "graphics/abstractgraphicshapeitem.h"
 #include "scene/graphicscene.h"
 #include "scene/scenerender.h"
@@ -515,10 +515,17 @@ int main(int argc, char** argv)
     printf("| %-58s | %14s | %14s | %7s | %-26s |\n", "scenario", "board", "QGraphicsScene", "ratio", "goal");
     printf("|%s|%s|%s|%s|%s|\n", QByteArray(60, '-').constData(), QByteArray(16, '-').constData(), QByteArray(16, '-').constData(),
            QByteArray(9, '-').constData(), QByteArray(28, '-').constData());
-    memoryRows();
-    frames();
-    hitTests();
-    sync();
+    // A section name runs that section alone: memory, frames, hits, sync.
+    const QStringList only = QCoreApplication::arguments().mid(1);
+    const auto wanted = [&](const QString& name) { return only.isEmpty() || only.contains(name); };
+    if (wanted(QStringLiteral("memory")))
+        memoryRows();
+    if (wanted(QStringLiteral("frames")))
+        frames();
+    if (wanted(QStringLiteral("hits")))
+        hitTests();
+    if (wanted(QStringLiteral("sync")))
+        sync();
     printf("(* extrapolated from the messages applied in %lld s)\n", kBudgetMs / 1000);
     return 0;
 }

@@ -19,7 +19,6 @@ GraphicArrowLineItem::GraphicArrowLineItem(GraphicScene* scene, GraphicItem* par
 {
     setType(ArrowLine);
     setDrawingStyleDefaults();
-    setController(new GraphicArrowLineController(scene, this));
 }
 
 GraphicArrowLineItem::GraphicArrowLineItem(const GraphicArrowLineItem& other)
@@ -30,7 +29,11 @@ GraphicArrowLineItem::GraphicArrowLineItem(const GraphicArrowLineItem& other)
     , m_capSize(other.m_capSize)
     , m_capStyle(other.m_capStyle)
 {
-    setController(new GraphicArrowLineController(other.scene(), this));
+}
+
+GraphicController* GraphicArrowLineItem::makeController()
+{
+    return new GraphicArrowLineController(scene(), this);
 }
 
 GraphicItem* GraphicArrowLineItem::copy()

@@ -11,13 +11,16 @@ GraphicEllipseItem::GraphicEllipseItem(GraphicScene* scene, GraphicItem* parent)
 {
     setType(Ellipse);
     setDrawingStyleDefaults();
-    setController(new GraphicEllipseController(scene, this));
 }
 
 GraphicEllipseItem::GraphicEllipseItem(const GraphicEllipseItem& other)
     : GraphicFrameItem(other)
 {
-    setController(new GraphicEllipseController(other.scene(), this));
+}
+
+GraphicController* GraphicEllipseItem::makeController()
+{
+    return new GraphicEllipseController(scene(), this);
 }
 
 GraphicItem* GraphicEllipseItem::copy()

@@ -16,7 +16,6 @@ GraphicImage::GraphicImage(const QString& imageKey, GraphicScene* scene, Graphic
 {
     setType(Image);
     setCursorShape(Qt::PointingHandCursor);
-    setController(new GraphicImageController(scene, this));
 }
 
 // A copy shares the picture through its key.
@@ -24,7 +23,11 @@ GraphicImage::GraphicImage(const GraphicImage& other)
     : GraphicFrameItem(other)
     , m_imageKey(other.m_imageKey)
 {
-    setController(new GraphicImageController(other.scene(), this));
+}
+
+GraphicController* GraphicImage::makeController()
+{
+    return new GraphicImageController(scene(), this);
 }
 
 GraphicItem* GraphicImage::copy()

@@ -1,8 +1,10 @@
 #include "graphics/graphicitem.h"
 
+#include "graphics/graphiccontroller.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
+#include <QThread>
 
 namespace whiteboard {
 
@@ -37,6 +39,17 @@ GraphicItem::GraphicItem(const GraphicItem& other)
 
 // The controller is a QObject child of the item and goes with it.
 GraphicItem::~GraphicItem() = default;
+
+GraphicController* GraphicItem::controller() const
+{
+    // A QObject child must be made on its parent's thread.
+    if (!m_controller && QThread::currentThread() == thread()) {
+        m_controller = const_cast<GraphicItem*>(this)->makeController();
+        if (m_controller)
+            m_controller->update();
+    }
+    return m_controller;
+}
 
 void GraphicItem::setParentItem(GraphicItem* parentItem)
 {
@@ -100,6 +113,9 @@ void GraphicItem::setSelected(bool selected)
     if (m_selected == selected)
         return;
     m_selected = selected;
+    // Handles show from the next frame on: the render thread cannot make them.
+    if (selected)
+        controller();
     emit selectedChanged();
 }
 
@@ -108,6 +124,8 @@ void GraphicItem::setActiveFocus(bool activeFocus)
     if (m_activeFocus == activeFocus)
         return;
     m_activeFocus = activeFocus;
+    if (activeFocus)
+        controller();
     emit activeFocusChanged();
 }
 

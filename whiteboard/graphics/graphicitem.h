@@ -98,7 +98,12 @@ public:
     ~GraphicItem() override;
 
     GraphicScene* scene() const { return m_scene; }
-    GraphicController* controller() const { return m_controller; }
+    // Made on first use, on the item's own thread, with its handles placed:
+    // most items of a big board are never selected. Elsewhere (the render
+    // thread) only an existing one is returned.
+    GraphicController* controller() const;
+    // The controller if one was made; never makes one.
+    GraphicController* existingController() const { return m_controller; }
 
     GraphicItem* parentItem() const { return m_parentItem; }
     void setParentItem(GraphicItem* parentItem);
@@ -190,7 +195,9 @@ protected:
     void setType(int type);
     // Tells the scene that the area where the item can be hit changed.
     void notifyGeometryChange();
-    void setController(GraphicController* controller) { m_controller = controller; }
+    // The controller of this kind of item, a child of it; null for kinds
+    // without handles.
+    virtual GraphicController* makeController() { return nullptr; }
     // Scene position of a pointer event: view pixels mapped by the scene, then
     // through this item's own chain.
     QPointF eventScenePos(const QMouseEvent* event) const;
@@ -201,7 +208,7 @@ private:
 
     QPointF chainOffset() const;
 
-    GraphicController* m_controller = nullptr;
+    mutable GraphicController* m_controller = nullptr;
     GraphicScene* m_scene = nullptr;
     GraphicItem* m_parentItem = nullptr;
     Qt::CursorShape m_cursorShape = Qt::ArrowCursor;

@@ -16,7 +16,6 @@ GraphicLineItem::GraphicLineItem(GraphicScene* scene, GraphicItem* parent)
     setType(Line);
     setDrawingStyleDefaults();
     m_stroker.setWidth(6);
-    setController(new GraphicLineController(scene, this));
 }
 
 GraphicLineItem::GraphicLineItem(const GraphicLineItem& other)
@@ -26,7 +25,11 @@ GraphicLineItem::GraphicLineItem(const GraphicLineItem& other)
     , m_pressed(other.m_pressed)
 {
     m_stroker.setWidth(6);
-    setController(new GraphicLineController(other.scene(), this));
+}
+
+GraphicController* GraphicLineItem::makeController()
+{
+    return new GraphicLineController(scene(), this);
 }
 
 GraphicItem* GraphicLineItem::copy()

@@ -23,6 +23,7 @@ public:
     QPointF startPoint() const { return m_startPoint; }
 
     GraphicItem* copy() override;
+    GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;

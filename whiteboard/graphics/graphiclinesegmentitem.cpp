@@ -17,7 +17,6 @@ GraphicLineSegmentItem::GraphicLineSegmentItem(GraphicScene* scene, GraphicItem*
     setType(Segment);
     setDrawingStyleDefaults();
     m_stroker.setWidth(6);
-    setController(new GraphicLineSegmentController(scene, this));
 }
 
 GraphicLineSegmentItem::GraphicLineSegmentItem(const GraphicLineSegmentItem& other)
@@ -27,7 +26,11 @@ GraphicLineSegmentItem::GraphicLineSegmentItem(const GraphicLineSegmentItem& oth
     , m_segmentDragged(other.m_segmentDragged)
 {
     m_stroker.setWidth(6);
-    setController(new GraphicLineSegmentController(other.scene(), this));
+}
+
+GraphicController* GraphicLineSegmentItem::makeController()
+{
+    return new GraphicLineSegmentController(scene(), this);
 }
 
 GraphicItem* GraphicLineSegmentItem::copy()

@@ -26,6 +26,7 @@ public:
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
+    GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;

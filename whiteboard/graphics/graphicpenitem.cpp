@@ -18,7 +18,6 @@ GraphicPenItem::GraphicPenItem(GraphicScene* scene, GraphicItem* parent)
 {
     setType(Pen);
     setDrawingStyleDefaults();
-    setController(new GraphicPenController(scene, this));
 }
 
 GraphicPenItem::GraphicPenItem(const GraphicPenItem& other)
@@ -29,7 +28,11 @@ GraphicPenItem::GraphicPenItem(const GraphicPenItem& other)
     , m_pressed(other.m_pressed)
     , m_cacheImage(other.cacheImage())
 {
-    setController(new GraphicPenController(other.scene(), this));
+}
+
+GraphicController* GraphicPenItem::makeController()
+{
+    return new GraphicPenController(scene(), this);
 }
 
 GraphicItem* GraphicPenItem::copy()

@@ -14,13 +14,16 @@ GraphicRectItem::GraphicRectItem(GraphicScene* scene, GraphicItem* parent)
 {
     setType(Rectangle);
     setDrawingStyleDefaults();
-    setController(new GraphicRectController(scene, this));
 }
 
 GraphicRectItem::GraphicRectItem(const GraphicRectItem& other)
     : GraphicFrameItem(other)
 {
-    setController(new GraphicRectController(other.scene(), this));
+}
+
+GraphicController* GraphicRectItem::makeController()
+{
+    return new GraphicRectController(scene(), this);
 }
 
 GraphicItem* GraphicRectItem::copy()

@@ -15,6 +15,7 @@ public:
     GraphicRectItem(const GraphicRectItem& other);
 
     GraphicItem* copy() override;
+    GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;

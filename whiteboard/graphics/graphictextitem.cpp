@@ -15,7 +15,6 @@ GraphicTextItem::GraphicTextItem(const QString& text, const QFont& font, Graphic
 {
     setType(Text);
     setCursorShape(Qt::PointingHandCursor);
-    setController(new GraphicTextController(scene, this));
 }
 
 // The alignment is not copied: a copy starts at the default again.
@@ -24,7 +23,6 @@ GraphicTextItem::GraphicTextItem(const GraphicTextItem& other)
     , m_text(other.m_text)
     , m_font(other.m_font)
 {
-    setController(new GraphicTextController(other.scene(), this));
 }
 
 void GraphicTextItem::setText(const QString& text)
@@ -52,6 +50,11 @@ void GraphicTextItem::layoutAt(const QPointF& position)
     m_outlinePath.addRect(frame);
     m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
     setBoundary(frame);
+}
+
+GraphicController* GraphicTextItem::makeController()
+{
+    return new GraphicTextController(scene(), this);
 }
 
 GraphicItem* GraphicTextItem::copy()

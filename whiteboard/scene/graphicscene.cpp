@@ -450,7 +450,7 @@ void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
             m_hitReach = std::max(m_hitReach, shape->hitTolerance());
         // Pasted, received and restored items come with handles that were
         // never placed: place them on entry.
-        if (GraphicController* controller = item->controller())
+        if (GraphicController* controller = item->existingController())
             controller->update();
     }
     if (m_render)
