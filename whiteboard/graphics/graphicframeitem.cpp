@@ -10,7 +10,6 @@ namespace whiteboard {
 GraphicFrameItem::GraphicFrameItem(GraphicScene* scene, GraphicItem* parent)
     : AbstractGraphicShapeItem(scene, parent)
 {
-    m_stroker.setWidth(6);
 }
 
 GraphicFrameItem::GraphicFrameItem(const GraphicFrameItem& other)
@@ -18,7 +17,6 @@ GraphicFrameItem::GraphicFrameItem(const GraphicFrameItem& other)
     , m_startPoint(other.m_startPoint)
     , m_pressed(other.m_pressed)
 {
-    m_stroker.setWidth(6);
 }
 
 bool GraphicFrameItem::pressHits(const QPointF& point) const
@@ -63,7 +61,7 @@ void GraphicFrameItem::mouseMoveEvent(QMouseEvent* event)
     // While dragging, the hit path also covers the previous frame: it is the
     // area to repaint.
     old.addPath(m_outlinePath);
-    m_hitPath = m_stroker.createStroke(old).simplified();
+    m_hitPath = strokeOf(old);
     if (brush() == QBrush(Qt::NoBrush)) {
         scene()->updateLayer(GraphicScene::ActiveLayer, m_hitPath);
     } else {
@@ -81,7 +79,7 @@ void GraphicFrameItem::mouseReleaseEvent(QMouseEvent* event)
 void GraphicFrameItem::setReceivedOutline(const QPainterPath& outline, const QRectF& frame)
 {
     m_outlinePath = outline;
-    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    m_hitPath = strokeOf(m_outlinePath);
     setBoundary(frame);
 }
 

@@ -2,7 +2,6 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 
-#include <QPainterPathStroker>
 
 #include <optional>
 
@@ -85,7 +84,6 @@ protected:
             setReceivedOutline(framePath(*frame, Qt::NoModifier), *frame);
     }
 
-    QPainterPathStroker m_stroker;
     QPointF m_startPoint;
     bool m_pressed = false;
 };

@@ -15,7 +15,6 @@ GraphicLineItem::GraphicLineItem(GraphicScene* scene, GraphicItem* parent)
 {
     setType(Line);
     setDrawingStyleDefaults();
-    m_stroker.setWidth(6);
 }
 
 GraphicLineItem::GraphicLineItem(const GraphicLineItem& other)
@@ -24,7 +23,6 @@ GraphicLineItem::GraphicLineItem(const GraphicLineItem& other)
     , m_lastPoint(other.m_lastPoint)
     , m_pressed(other.m_pressed)
 {
-    m_stroker.setWidth(6);
 }
 
 GraphicController* GraphicLineItem::makeController()
@@ -92,7 +90,7 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
             r.setHeight(w);
         if (r.width() == 0.0)
             r.setWidth(w);
-        m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+        m_hitPath = strokeOf(m_outlinePath);
         setBoundary(r);
         scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
     }
@@ -143,7 +141,7 @@ void GraphicLineItem::deserialize(const QByteArray& data)
     m_outlinePath.clear();
     m_outlinePath.moveTo(ends->p1());
     m_outlinePath.lineTo(ends->p2());
-    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    m_hitPath = strokeOf(m_outlinePath);
     setBoundary(m_outlinePath.boundingRect());
 }
 

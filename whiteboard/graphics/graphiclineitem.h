@@ -2,7 +2,6 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 
-#include <QPainterPathStroker>
 
 namespace im::whiteboard {
 class Line;
@@ -39,7 +38,6 @@ private:
     QPointF m_startPoint;
     QPointF m_lastPoint;
     bool m_pressed = false;
-    QPainterPathStroker m_stroker;
 };
 
 } // namespace whiteboard

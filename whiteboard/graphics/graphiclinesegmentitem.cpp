@@ -16,7 +16,6 @@ GraphicLineSegmentItem::GraphicLineSegmentItem(GraphicScene* scene, GraphicItem*
 {
     setType(Segment);
     setDrawingStyleDefaults();
-    m_stroker.setWidth(6);
 }
 
 GraphicLineSegmentItem::GraphicLineSegmentItem(const GraphicLineSegmentItem& other)
@@ -25,7 +24,6 @@ GraphicLineSegmentItem::GraphicLineSegmentItem(const GraphicLineSegmentItem& oth
     , m_lastPoint(other.m_lastPoint)
     , m_segmentDragged(other.m_segmentDragged)
 {
-    m_stroker.setWidth(6);
 }
 
 GraphicController* GraphicLineSegmentItem::makeController()
@@ -70,7 +68,7 @@ void GraphicLineSegmentItem::mousePressEvent(QMouseEvent* event)
     }
     if (m_outlinePath.isEmpty())
         return;
-    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    m_hitPath = strokeOf(m_outlinePath);
     setBoundary(m_outlinePath.boundingRect());
 }
 
@@ -91,7 +89,7 @@ void GraphicLineSegmentItem::mouseMoveEvent(QMouseEvent* event)
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
     if (m_outlinePath.isEmpty())
-        m_hitPath = m_stroker.createStroke(m_currentSegment).simplified();
+        m_hitPath = strokeOf(m_currentSegment);
     scene()->updateLayer(GraphicScene::ActiveLayer,
                          QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
     m_segmentDragged = true;
@@ -109,7 +107,7 @@ void GraphicLineSegmentItem::hoverMoveEvent(QHoverEvent* event)
     m_currentSegment.clear();
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
-    m_hitPath = m_stroker.createStroke(m_currentSegment).simplified();
+    m_hitPath = strokeOf(m_currentSegment);
     scene()->updateLayer(GraphicScene::ActiveLayer,
                          QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
 }

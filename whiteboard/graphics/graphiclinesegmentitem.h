@@ -2,7 +2,6 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 
-#include <QPainterPathStroker>
 
 namespace im::whiteboard {
 class Polyline;
@@ -41,7 +40,6 @@ private:
 
     QPainterPath m_currentSegment;
     QPointF m_lastPoint;
-    QPainterPathStroker m_stroker;
     bool m_segmentDragged = false;
 };
 

@@ -27,7 +27,6 @@ GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, Graphic
     , m_text(text)
     , m_font(font)
 {
-    m_stroker.setWidth(6);
     m_font.setPixelSize(12);
     setType(Mark);
     setCursorShape(Qt::PointingHandCursor);
@@ -44,7 +43,6 @@ GraphicMarkItem::GraphicMarkItem(const GraphicMarkItem& other)
     , m_text(other.m_text)
     , m_font(other.m_font)
 {
-    m_stroker.setWidth(6);
 }
 
 void GraphicMarkItem::setText(const QString& text)

@@ -4,7 +4,6 @@
 
 #include <QColor>
 #include <QFont>
-#include <QPainterPathStroker>
 #include <QPointF>
 #include <QString>
 
@@ -45,7 +44,6 @@ signals:
 
 private:
     // Kept from the item's first form; nothing reads them.
-    QPainterPathStroker m_stroker;
     QPointF m_startPoint;
     bool m_pressed = false;
 

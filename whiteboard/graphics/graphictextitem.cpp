@@ -48,7 +48,7 @@ void GraphicTextItem::layoutAt(const QPointF& position)
     // One line high whatever the text holds, until the frame is resized.
     const QRectF frame(position, QPointF(position.x() + metrics.horizontalAdvance(m_text), position.y() + metrics.height()));
     m_outlinePath.addRect(frame);
-    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    m_hitPath = strokeOf(m_outlinePath);
     setBoundary(frame);
 }
 
