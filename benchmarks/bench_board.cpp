@@ -314,6 +314,8 @@ void hitTests()
     Board board(page);
     // Whole page in view, so a view point reaches every scene point.
     board.join(int(items.size()), items);
+    // Measured once the frame of the join is painted, as the other side has none.
+    board.settle();
     QGraphicsScene graphics(QRectF(0, 0, 5000, 5000));
     for (const Shape& shape : items)
         graphics.addItem(graphicsItem(shape));

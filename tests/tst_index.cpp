@@ -58,11 +58,11 @@ void tst_Index::insertDepth_data()
     QTest::addColumn<int>("depth");
     QTest::addColumn<int>("quadrant");
     QTest::newRow("empty at the origin sinks to the bottom") << QRectF(0, 0, 0, 0) << 8 << 2;
-    QTest::newRow("across x = 2500 stays in the root") << QRectF(2490, 100, 20, 20) << 0 << 0;
+    QTest::newRow("across x = 2500 sinks as far as its size allows") << QRectF(2490, 100, 20, 20) << 7 << 2;
     QTest::newRow("outside the tree stays in the root") << QRectF(6000, 6000, 10, 10) << 0 << 0;
-    QTest::newRow("top right quadrant, twice") << QRectF(4000, 100, 400, 400) << 2 << 1;
+    QTest::newRow("into the children holding its centre") << QRectF(4000, 100, 400, 400) << 3 << 2;
     QTest::newRow("bottom left quadrant") << QRectF(100, 2600, 2000, 2000) << 1 << 3;
-    QTest::newRow("touching a child's edge counts as inside") << QRectF(2500, 0, 2500, 2500) << 1 << 1;
+    QTest::newRow("as large as a child") << QRectF(2500, 0, 2500, 2500) << 1 << 1;
 }
 
 void tst_Index::insertDepth()

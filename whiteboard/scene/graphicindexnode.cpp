@@ -17,6 +17,12 @@ bool meets(const QRectF& a, const QRectF& b)
     return r.left() <= s.right() && s.left() <= r.right() && r.top() <= s.bottom() && s.top() <= r.bottom();
 }
 
+// The same for rectangles known to be normalized, as queries and reaches are.
+bool meetsNormal(const QRectF& r, const QRectF& s)
+{
+    return r.left() <= s.right() && s.left() <= r.right() && r.top() <= s.bottom() && s.top() <= r.bottom();
+}
+
 } // namespace
 
 GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant, GraphicIndexNode* parent)
@@ -24,6 +30,7 @@ GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant
     , m_quadrant(quadrant)
     , m_bounds(bounds)
     , m_depth(depth)
+    , m_reach(depth == 0 ? bounds : bounds.adjusted(-bounds.width() / 2, -bounds.height() / 2, bounds.width() / 2, bounds.height() / 2))
 {
 }
 
@@ -52,19 +59,24 @@ QRectF GraphicIndexNode::childBounds(int quadrant) const
 
 GraphicIndexNode* GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& item)
 {
-    if (m_depth < kMaxDepth) {
-        const QRectF boundary = item->boundary();
-        for (int quadrant = 1; quadrant <= 4; ++quadrant) {
-            const QRectF bounds = childBounds(quadrant);
-            // Corner by corner, so that an empty boundary sinks too; touching
-            // a child's edge counts as inside.
-            if (!bounds.contains(boundary.topLeft()) || !bounds.contains(boundary.bottomRight()))
-                continue;
-            GraphicIndexNode*& child = m_children[quadrant - 1];
-            if (!child)
-                child = new GraphicIndexNode(bounds, m_depth + 1, quadrant, this);
-            return child->insert(item);
-        }
+    const QRectF boundary = item->boundary().normalized();
+    const QPointF centre = boundary.center();
+    const double w = m_bounds.width() / 2;
+    const double h = m_bounds.height() / 2;
+    // Loose bounds: a child reaches half its size beyond its square, so an
+    // item no larger than a child sinks into the one holding its centre,
+    // wherever the dividing lines fall. Items whose centre lies outside the
+    // root stay in the root.
+    const bool centred = centre.x() >= m_bounds.left() && centre.x() <= m_bounds.right() && centre.y() >= m_bounds.top()
+        && centre.y() <= m_bounds.bottom();
+    if (m_depth < kMaxDepth && centred && boundary.width() <= w && boundary.height() <= h) {
+        const bool right = centre.x() >= m_bounds.x() + w;
+        const bool bottom = centre.y() >= m_bounds.y() + h;
+        const int quadrant = bottom ? (right ? 4 : 3) : (right ? 1 : 2);
+        GraphicIndexNode*& child = m_children[quadrant - 1];
+        if (!child)
+            child = new GraphicIndexNode(childBounds(quadrant), m_depth + 1, quadrant, this);
+        return child->insert(item);
     }
     m_items.insert(item.data(), item);
     return this;
@@ -104,14 +116,14 @@ void GraphicIndexNode::updateAll(const QList<QSharedPointer<GraphicItem>>& items
 QList<QSharedPointer<GraphicItem>> GraphicIndexNode::query(const QRectF& rect) const
 {
     QList<QSharedPointer<GraphicItem>> result;
-    query(rect, result);
+    query(rect.normalized(), result);
     return result;
 }
 
 void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicItem>>& result) const
 {
-    if (meets(rect, m_bounds)) {
-        if (rect.contains(m_bounds)) {
+    if (meetsNormal(rect, m_reach)) {
+        if (rect.contains(m_reach)) {
             for (const QSharedPointer<GraphicItem>& item : m_items)
                 result.append(item);
         } else {
@@ -121,13 +133,13 @@ void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicIte
             }
         }
     }
-    // A child holds only items inside its own square, so a child whose square
+    // A child holds only items within its reach, so a child whose reach
     // misses the rectangle cannot contribute: skipping it changes no result
     // and keeps a query proportional to what it finds. Only the root holds
-    // items outside its square, and the root is always visited.
+    // items beyond its square, and the root is always visited.
     if (m_depth < kMaxDepth) {
         for (const GraphicIndexNode* child : m_children) {
-            if (child && meets(child->m_bounds, rect))
+            if (child && meetsNormal(rect, child->m_reach))
                 child->query(rect, result);
         }
     }

@@ -11,8 +11,10 @@ namespace whiteboard {
 
 class GraphicItem;
 
-// One node of a layer's quad tree. An item sinks as deep as a child square
-// wholly contains its boundary; there is no capacity and no split on count.
+// One node of a layer's loose quad tree. A child reaches half its size beyond
+// its square; an item sinks into the child holding its centre as long as it
+// is no larger than that child, so items on dividing lines sink too. There is
+// no capacity and no split on count.
 // Nodes have no lock of their own: the scene's itemsMutex guards the tree
 // (LayerIndex), so a query sees it at one instant.
 class GraphicIndexNode
@@ -57,6 +59,9 @@ private:
     int m_quadrant;
     QRectF m_bounds;
     int m_depth;
+    // Where the items of this node may lie: the square, grown by half its
+    // size below the root.
+    QRectF m_reach;
 };
 
 } // namespace whiteboard

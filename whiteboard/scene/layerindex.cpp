@@ -57,6 +57,9 @@ void LayerIndex::clear()
 
 void LayerIndex::sort(QList<QSharedPointer<GraphicItem>>& items, int order)
 {
+    // A stable sort takes a buffer, even for the one candidate of most hit tests.
+    if (items.size() < 2)
+        return;
     if (order == 1) {
         std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
             return a->timestamp() < b->timestamp();
