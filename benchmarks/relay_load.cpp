@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <unistd.h>
 #include <vector>
 
 namespace pb = im::whiteboard;
@@ -93,6 +94,19 @@ qint64 peakRssKb(qint64 pid)
     const QRegularExpression hwm(QStringLiteral("VmHWM:\\s+(\\d+)"));
     const QRegularExpressionMatch match = hwm.match(QString::fromLatin1(status.readAll()));
     return match.hasMatch() ? match.captured(1).toLongLong() : 0;
+}
+
+// User and system CPU time of a process so far, in seconds.
+double cpuSeconds(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray line = stat.readAll();
+    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 13)
+        return 0;
+    return double(fields[11].toLongLong() + fields[12].toLongLong()) / double(sysconf(_SC_CLK_TCK));
 }
 
 } // namespace
@@ -223,7 +237,9 @@ int main(int argc, char* argv[])
         }
         bool more = false;
         for (Client& client : clients) {
-            const int due = rate > 0 ? int(std::min<qint64>(actions, (now - start) * rate / 1000000 + 1)) : std::min(actions, client.sent + 50);
+            // Clients are spread over the period, not sending all at once.
+            const qint64 offset = rate > 0 ? qint64(client.index) * 1000000 / rate / clientCount : 0;
+            const int due = rate > 0 ? int(std::min<qint64>(actions, (now - start + offset) * rate / 1000000 + 1)) : std::min(actions, client.sent + 50);
             while (client.sent < due)
                 client.socket->sendBinaryMessage(action(client, client.sent++));
             more = more || client.sent < actions;
@@ -266,6 +282,7 @@ int main(int argc, char* argv[])
         sent += client.sent;
     const double seconds = double(lastReceive - firstSend) / 1e6;
     const qint64 rss = peakRssKb(relay.processId());
+    const double relayCpu = cpuSeconds(relay.processId());
     const qint64 p50 = percentile(latencies, 0.50);
     const qint64 p99 = percentile(latencies, 0.99);
     for (Client& client : clients)
@@ -283,6 +300,7 @@ int main(int argc, char* argv[])
     std::printf("%-34s %14lld   %s\n", "lost messages", expected - received, "0");
     std::printf("%-34s %14s   %s\n", "same order for a board's clients", sameOrder ? "yes" : "no", "yes");
     std::printf("%-34s %14.1f   %s\n", "relay peak memory (MiB)", double(rss) / 1024.0, "-");
+    std::printf("%-34s %14.0f   %s\n", "relay CPU per action (us)", relayCpu * 1e6 / double(std::max<qint64>(1, sent)), "-");
     std::printf("%-34s %14.1f   %s\n", "wall time (s)", seconds, "-");
     return expected == received && sameOrder ? 0 : 1;
 }

@@ -6,6 +6,8 @@
 #include "relay/participant.h"
 #include "relay/relaylog.h"
 
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QUrlQuery>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -26,8 +28,17 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
     const bool secure = !ssl.localCertificate().isNull();
     m_server = std::make_unique<QWebSocketServer>(QStringLiteral("whiteboard-relay"),
                                                   secure ? QWebSocketServer::SecureMode : QWebSocketServer::NonSecureMode);
-    if (secure)
+    if (secure) {
         m_server->setSslConfiguration(ssl);
+    } else {
+        m_tcp = std::make_unique<QTcpServer>();
+        connect(m_tcp.get(), &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_tcp->nextPendingConnection()) {
+                socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+                m_server->handleConnection(socket);
+            }
+        });
+    }
     connect(m_server.get(), &QWebSocketServer::newConnection, this, &RelayServer::onNewConnection);
     connect(m_server.get(), &QWebSocketServer::sslErrors, this,
             [](const QList<QSslError>& errors) { qCWarning(lcRelay) << "tls errors:" << errors; });
@@ -40,7 +51,7 @@ RelayServer::~RelayServer()
 
 bool RelayServer::listen(const QHostAddress& address, quint16 port)
 {
-    if (!m_server->listen(address, port))
+    if (m_tcp ? !m_tcp->listen(address, port) : !m_server->listen(address, port))
         return false;
     qCInfo(lcRelay).noquote() << "listening on" << url();
     return true;
@@ -48,29 +59,31 @@ bool RelayServer::listen(const QHostAddress& address, quint16 port)
 
 quint16 RelayServer::port() const
 {
-    return m_server->serverPort();
+    return m_tcp ? m_tcp->serverPort() : m_server->serverPort();
 }
 
 QString RelayServer::errorString() const
 {
-    return m_server->errorString();
+    return m_tcp ? m_tcp->errorString() : m_server->errorString();
 }
 
 QString RelayServer::url() const
 {
-    QHostAddress address = m_server->serverAddress();
+    QHostAddress address = m_tcp ? m_tcp->serverAddress() : m_server->serverAddress();
     if (address == QHostAddress::Any || address == QHostAddress::AnyIPv4 || address == QHostAddress::AnyIPv6)
         address = QHostAddress::LocalHost;
     const QString scheme = m_server->secureMode() == QWebSocketServer::SecureMode ? QStringLiteral("wss") : QStringLiteral("ws");
     const QString host = address.protocol() == QAbstractSocket::IPv6Protocol ? QStringLiteral("[%1]").arg(address.toString()) : address.toString();
-    return QStringLiteral("%1://%2:%3").arg(scheme, host).arg(m_server->serverPort());
+    return QStringLiteral("%1://%2:%3").arg(scheme, host).arg(port());
 }
 
 void RelayServer::close()
 {
     for (BoardSession* session : std::as_const(m_sessions))
         session->closeAll();
-    if (m_server->isListening()) {
+    if (m_tcp ? m_tcp->isListening() : m_server->isListening()) {
+        if (m_tcp)
+            m_tcp->close();
         m_server->close();
         qCInfo(lcRelay) << "stopped listening";
     }

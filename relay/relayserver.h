@@ -10,6 +10,7 @@
 
 #include <memory>
 
+class QTcpServer;
 class QWebSocketServer;
 
 namespace relay {
@@ -48,6 +49,9 @@ private:
     BoardStore* m_store;
     RelayOptions m_options;
     std::unique_ptr<QWebSocketServer> m_server;
+    // Plain ws:// listens here, so that every socket can be told to send
+    // small frames at once (no Nagle delay) before the handshake.
+    std::unique_ptr<QTcpServer> m_tcp;
     QHash<QString, BoardSession*> m_sessions;
 };
 

@@ -77,7 +77,13 @@ bool SqliteBoardStore::open(QString* error)
     }
     query.exec(QStringLiteral("PRAGMA synchronous=NORMAL"));
     query.exec(QStringLiteral("PRAGMA busy_timeout=5000"));
-    return migrate(error);
+    if (!migrate(error))
+        return false;
+    m_nextSequence = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("UPDATE boards SET sequence = sequence + 1 WHERE id = ? RETURNING sequence")));
+    m_put = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("INSERT OR REPLACE INTO items (board, gid, author, version, versionuser, sequence, envelope)"
+                                                                    " VALUES (?, ?, ?, ?, ?, ?, ?)")));
+    m_remove = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("DELETE FROM items WHERE board = ? AND gid = ?")));
+    return true;
 }
 
 bool SqliteBoardStore::migrate(QString* error)
@@ -117,6 +123,9 @@ void SqliteBoardStore::close()
 {
     if (!QSqlDatabase::contains(m_connectionName))
         return;
+    m_nextSequence.reset();
+    m_put.reset();
+    m_remove.reset();
     {
         QSqlDatabase db = QSqlDatabase::database(m_connectionName, false);
         if (db.isOpen()) {
@@ -195,7 +204,7 @@ qint64 SqliteBoardStore::commit(const QString& boardId, const QList<Change>& cha
         qCWarning(lcRelay) << "storage error:" << db.lastError().text();
         return -1;
     }
-    QSqlQuery next = prepared(db, QStringLiteral("UPDATE boards SET sequence = sequence + 1 WHERE id = ? RETURNING sequence"));
+    QSqlQuery& next = *m_nextSequence;
     next.addBindValue(boardId);
     qint64 sequence = -1;
     bool ok = run(next) && next.next();
@@ -216,25 +225,21 @@ qint64 SqliteBoardStore::commit(const QString& boardId, const QList<Change>& cha
 
 bool SqliteBoardStore::apply(const QString& boardId, qint64 sequence, const Change& change)
 {
-    const QSqlDatabase db = QSqlDatabase::database(m_connectionName);
-    QSqlQuery query(db);
+    QSqlQuery query(QSqlDatabase::database(m_connectionName));
     switch (change.kind) {
     case Change::Put:
-        query.prepare(QStringLiteral("INSERT OR REPLACE INTO items (board, gid, author, version, versionuser, sequence, envelope)"
-                                     " VALUES (?, ?, ?, ?, ?, ?, ?)"));
-        query.addBindValue(boardId);
-        query.addBindValue(change.item.gid);
-        query.addBindValue(change.item.author);
-        query.addBindValue(versionValue(change.item.version, false));
-        query.addBindValue(versionValue(change.item.version, true));
-        query.addBindValue(sequence);
-        query.addBindValue(change.item.envelope);
-        break;
+        m_put->addBindValue(boardId);
+        m_put->addBindValue(change.item.gid);
+        m_put->addBindValue(change.item.author);
+        m_put->addBindValue(versionValue(change.item.version, false));
+        m_put->addBindValue(versionValue(change.item.version, true));
+        m_put->addBindValue(sequence);
+        m_put->addBindValue(change.item.envelope);
+        return run(*m_put);
     case Change::Remove:
-        query.prepare(QStringLiteral("DELETE FROM items WHERE board = ? AND gid = ?"));
-        query.addBindValue(boardId);
-        query.addBindValue(change.item.gid);
-        break;
+        m_remove->addBindValue(boardId);
+        m_remove->addBindValue(change.item.gid);
+        return run(*m_remove);
     case Change::ClearAll:
     case Change::ClearByAuthor: {
         QString text = QStringLiteral("DELETE FROM items WHERE board = ?");

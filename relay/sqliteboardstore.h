@@ -4,6 +4,10 @@
 
 #include <QString>
 
+#include <memory>
+
+class QSqlQuery;
+
 namespace relay {
 
 // The embedded store: one SQLite file through QtSql, in WAL mode. A commit
@@ -34,6 +38,10 @@ private:
 
     QString m_path;
     QString m_connectionName;
+    // The statements of every commit, prepared once.
+    std::unique_ptr<QSqlQuery> m_nextSequence;
+    std::unique_ptr<QSqlQuery> m_put;
+    std::unique_ptr<QSqlQuery> m_remove;
 };
 
 } // namespace relay
