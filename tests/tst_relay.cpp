@@ -19,6 +19,8 @@
 
 namespace pb = im::whiteboard;
 using relay::client::RelayConnection;
+
+Q_DECLARE_METATYPE(im::whiteboard::TransferData)
 using whiteboard::GraphicItemList;
 using whiteboard::GraphicScene;
 
@@ -155,24 +157,72 @@ struct RawClient
     std::vector<pb::TransferData> received;
 };
 
-// An add of a rectangle by `author`, as a board sends it.
-pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10)
+pb::TransferData wrap(const pb::WhiteboardData& body, const std::string& gid = std::string())
 {
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataGraphicAction);
-    pb::GraphicAction* action = body.mutable_graphicactiondata();
-    action->set_gid(gid);
-    action->set_graphicactiontype(pb::GraphicActionAdd);
-    pb::Rect* rect = action->mutable_rectdata()->add_data();
-    rect->mutable_baseinfo()->set_gid(gid);
-    rect->mutable_baseinfo()->set_userid(author);
-    rect->set_width(width);
     pb::TransferData data;
     data.set_whiteboardid(kBoard.toStdString());
     pb::SingleWhiteboardData* envelope = data.mutable_multi()->add_whiteboarddatalist();
     envelope->set_gid(gid);
     envelope->set_data(body.SerializeAsString());
     return data;
+}
+
+// An action on a rectangle by `author`, as a board sends it; its width tells
+// states apart. A negative version leaves the version fields out.
+pb::TransferData rectAction(pb::GraphicActionType type, const std::string& gid, qint64 author, float width = 10, qint64 version = -1,
+                            qint64 versionUser = 0)
+{
+    pb::WhiteboardData body;
+    body.set_datatype(pb::WhiteboardData::WhiteboardDataGraphicAction);
+    pb::GraphicAction* action = body.mutable_graphicactiondata();
+    action->set_gid(gid);
+    action->set_graphicactiontype(type);
+    if (version >= 0) {
+        action->set_version(version);
+        action->set_versionuser(versionUser);
+    }
+    pb::Rect* rect = action->mutable_rectdata()->add_data();
+    rect->mutable_baseinfo()->set_gid(gid);
+    rect->mutable_baseinfo()->set_userid(author);
+    rect->set_width(width);
+    return wrap(body, gid);
+}
+
+pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10)
+{
+    return rectAction(pb::GraphicActionAdd, gid, author, width);
+}
+
+pb::TransferData clearAll(qint64 user)
+{
+    pb::WhiteboardData body;
+    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserOperation);
+    body.mutable_useroperationdata()->set_operationtype(pb::UserOperation::UserOperationClearAll);
+    body.mutable_useroperationdata()->set_userid(user);
+    return wrap(body);
+}
+
+// "update a1 10 v6" per item action received from `first` on.
+QStringList actionsOf(const RawClient& client, size_t first)
+{
+    const char* names[] = { "add", "update", "modify", "remove" };
+    QStringList result;
+    for (size_t i = first; i < client.received.size(); ++i) {
+        for (const pb::SingleWhiteboardData& envelope : client.received[i].multi().whiteboarddatalist()) {
+            pb::WhiteboardData body;
+            body.ParseFromString(envelope.data());
+            const pb::GraphicAction& action = body.graphicactiondata();
+            if (body.datatype() != pb::WhiteboardData::WhiteboardDataGraphicAction)
+                continue;
+            QString text = QStringLiteral("%1 %2").arg(QLatin1String(names[action.graphicactiontype() & 3]), QString::fromStdString(action.gid()));
+            if (action.rectdata().data_size() > 0)
+                text += QStringLiteral(" %1").arg(action.rectdata().data(0).width());
+            if (action.has_version())
+                text += QStringLiteral(" v%1").arg(action.version());
+            result << text;
+        }
+    }
+    return result;
 }
 
 } // namespace
@@ -185,6 +235,8 @@ private slots:
     void boardsShareTheirDrawingAndLateJoinersCatchUp();
     void nothingReceivedIsLostWhenTheRelayIsKilled();
     void nonOwnerUpdateIsRefusedAndCorrected();
+    void refusalsCorrectTheSender_data();
+    void refusalsCorrectTheSender();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
 };
@@ -318,6 +370,69 @@ void tst_Relay::nonOwnerUpdateIsRefusedAndCorrected()
     alice.fixture.drag(aliceCentre, aliceCentre + QPoint(50, 100), 4);
     QVERIFY(alice.list()[0]->boundary() != original);
     QTRY_COMPARE(bob.list()[0]->boundary(), alice.list()[0]->boundary());
+}
+
+void tst_Relay::refusalsCorrectTheSender_data()
+{
+    QTest::addColumn<qint64>("addVersion"); // of Alice's a1; -1: none
+    QTest::addColumn<qint64>("sender");
+    QTest::addColumn<pb::TransferData>("message");
+    QTest::addColumn<QStringList>("toSender");
+    QTest::addColumn<QStringList>("toOthers");
+
+    const QStringList none;
+    QTest::newRow("update by a non-owner") << qint64(-1) << qint64(1002) << rectAction(pb::GraphicActionUpdate, "a1", 1001, 99)
+                                           << QStringList { "update a1 10" } << none;
+    QTest::newRow("versioned update by a non-owner") << qint64(1) << qint64(1002) << rectAction(pb::GraphicActionUpdate, "a1", 1001, 99, 5, 1002)
+                                                     << QStringList { "update a1 10 v6" } << QStringList { "update a1 10 v6" };
+    QTest::newRow("removal by a non-owner") << qint64(-1) << qint64(1002) << rectAction(pb::GraphicActionRemove, "a1", 1001)
+                                            << QStringList { "add a1 10" } << none;
+    QTest::newRow("add as another user") << qint64(-1) << qint64(1002) << rectAdd("b1", 1001) << QStringList { "remove b1" } << none;
+    QTest::newRow("update of an unknown item") << qint64(-1) << qint64(1002) << rectAction(pb::GraphicActionUpdate, "b2", 1002)
+                                               << QStringList { "remove b2" } << none;
+    QTest::newRow("clear all by a non-owner") << qint64(-1) << qint64(1002) << clearAll(1002) << QStringList { "add a1 10" } << none;
+    QTest::newRow("stale update by the owner") << qint64(5) << qint64(1001) << rectAction(pb::GraphicActionUpdate, "a1", 1001, 99, 3, 1001)
+                                               << none << none;
+}
+
+void tst_Relay::refusalsCorrectTheSender()
+{
+    QFETCH(qint64, addVersion);
+    QFETCH(qint64, sender);
+    QFETCH(pb::TransferData, message);
+    QFETCH(QStringList, toSender);
+    QFETCH(QStringList, toOthers);
+
+    RelayProcess relay;
+    QVERIFY(relay.start());
+    RawClient alice(relay.url, 1001);
+    alice.join();
+    QTRY_VERIFY(alice.joined()); // the first one: the owner
+    RawClient bob(relay.url, 1002);
+    RawClient carol(relay.url, 1003);
+    bob.join();
+    carol.join();
+    QTRY_VERIFY(bob.joined() && carol.joined());
+    alice.send(rectAction(pb::GraphicActionAdd, "a1", 1001, 10, addVersion, 1001));
+    QTRY_COMPARE(carol.gids(), QStringList { QStringLiteral("a1") });
+
+    RawClient& from = sender == 1001 ? alice : bob;
+    RawClient& other = sender == 1001 ? bob : alice;
+    const size_t fromMark = from.received.size(), otherMark = other.received.size(), carolMark = carol.received.size();
+    from.send(message);
+    // A change after it marks the end of what it caused, for everybody.
+    carol.send(rectAdd("c1", 1003));
+    QTRY_VERIFY(actionsOf(from, fromMark).endsWith(QStringLiteral("add c1 10")));
+    QTRY_VERIFY(actionsOf(other, otherMark).endsWith(QStringLiteral("add c1 10")));
+    QCOMPARE(actionsOf(from, fromMark), toSender + QStringList { "add c1 10" });
+    QCOMPARE(actionsOf(other, otherMark), toOthers + QStringList { "add c1 10" });
+    QCOMPARE(actionsOf(carol, carolMark), toOthers);
+
+    // The relay keeps the truth.
+    RawClient late(relay.url, 1004);
+    late.join();
+    QTRY_VERIFY(late.joined());
+    QCOMPARE(actionsOf(late, 0).first().section(QLatin1Char(' '), 0, 2), QStringLiteral("add a1 10"));
 }
 
 void tst_Relay::badInputClosesOnlyThatConnection_data()
