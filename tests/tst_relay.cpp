@@ -112,6 +112,27 @@ struct Peer
     RelayConnection connection;
 };
 
+// A relay with Alice, the board's owner as she comes first, and Bob online.
+struct TwoBoards
+{
+    explicit TwoBoards(const QStringList& options = {})
+        : relay(options)
+    {
+        if (!relay.start())
+            return;
+        alice = std::make_unique<Peer>(relay.url, 1001, QStringLiteral("Alice"));
+        if (!QTest::qWaitFor([this] { return alice->connection.status() == RelayConnection::Online; }, 10000))
+            return;
+        bob = std::make_unique<Peer>(relay.url, 1002, QStringLiteral("Bob"));
+        online = QTest::qWaitFor([this] { return bob->connection.status() == RelayConnection::Online; }, 10000);
+    }
+
+    RelayProcess relay;
+    std::unique_ptr<Peer> alice;
+    std::unique_ptr<Peer> bob;
+    bool online = false;
+};
+
 // A participant that sees the frames: every message it got, decoded.
 struct RawClient
 {
@@ -243,12 +264,11 @@ private slots:
 
 void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
 {
-    RelayProcess relay({ QStringLiteral("--replay-batch"), QStringLiteral("2") });
-    QVERIFY(relay.start());
-    auto alice = std::make_unique<Peer>(relay.url, 1001, QStringLiteral("Alice"));
-    QTRY_COMPARE(alice->connection.status(), RelayConnection::Online);
-    Peer bob(relay.url, 1002, QStringLiteral("Bob"));
-    QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
+    TwoBoards boards({ QStringLiteral("--replay-batch"), QStringLiteral("2") });
+    QVERIFY(boards.online);
+    RelayProcess& relay = boards.relay;
+    std::unique_ptr<Peer>& alice = boards.alice;
+    Peer& bob = *boards.bob;
 
     alice->drawRect(QPoint(100, 100), QPoint(300, 200));
     bob.drawRect(QPoint(400, 300), QPoint(500, 400));
@@ -305,12 +325,11 @@ void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
 
 void tst_Relay::nothingReceivedIsLostWhenTheRelayIsKilled()
 {
-    RelayProcess relay;
-    QVERIFY(relay.start());
-    Peer alice(relay.url, 1001, QStringLiteral("Alice"));
-    QTRY_COMPARE(alice.connection.status(), RelayConnection::Online);
-    Peer bob(relay.url, 1002, QStringLiteral("Bob"));
-    QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
+    TwoBoards boards;
+    QVERIFY(boards.online);
+    RelayProcess& relay = boards.relay;
+    Peer& alice = *boards.alice;
+    Peer& bob = *boards.bob;
     alice.drawRect(QPoint(100, 100), QPoint(200, 200));
     bob.drawRect(QPoint(300, 100), QPoint(400, 200));
     alice.drawRect(QPoint(500, 100), QPoint(600, 200));
@@ -341,12 +360,10 @@ void tst_Relay::nothingReceivedIsLostWhenTheRelayIsKilled()
 
 void tst_Relay::nonOwnerUpdateIsRefusedAndCorrected()
 {
-    RelayProcess relay;
-    QVERIFY(relay.start());
-    Peer alice(relay.url, 1001, QStringLiteral("Alice"));
-    QTRY_COMPARE(alice.connection.status(), RelayConnection::Online);
-    Peer bob(relay.url, 1002, QStringLiteral("Bob"));
-    QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
+    TwoBoards boards;
+    QVERIFY(boards.online);
+    Peer& alice = *boards.alice;
+    Peer& bob = *boards.bob;
     alice.drawRect(QPoint(100, 100), QPoint(300, 200));
     QTRY_COMPARE(bob.items(), 1);
     const QRectF original = alice.list()[0]->boundary();
@@ -360,7 +377,7 @@ void tst_Relay::nonOwnerUpdateIsRefusedAndCorrected()
     const QPoint centre = bob.fixture.scene->mapFromScene(edge).toPoint();
     bob.fixture.drag(centre, centre + QPoint(200, 250), 6);
     QVERIFY(bob.list()[0]->boundary() != original);
-    QTRY_VERIFY(relay.log().contains(QStringLiteral("refused update of gid %1 on board %2 by user 1002").arg(gid, kBoard)));
+    QTRY_VERIFY(boards.relay.log().contains(QStringLiteral("refused update of gid %1 on board %2 by user 1002").arg(gid, kBoard)));
     QTRY_COMPARE(bob.list()[0]->boundary(), original);
     QCOMPARE(alice.list()[0]->boundary(), original);
 
