@@ -20,7 +20,8 @@ ApplicationWindow {
 
     property color penColor: "#1f6feb"
     property int penWidth: 3
-    property string status: "Draw on either board: the other follows through the relay."
+    property string status: remote ? "Draw: everybody on board “" + boardId + "” follows through the relay."
+                                   : "Draw on either board: the other follows through the relay."
 
     width: 1440
     height: 880

@@ -33,8 +33,11 @@ void qml_register_types_com_im_whiteboard_relay();
 
 namespace {
 
+// The shown views only: a hidden board renders no frame.
 void collectViews(QQuickItem* item, QList<WhiteboardView*>& views)
 {
+    if (!item->isVisible())
+        return;
     if (auto* view = qobject_cast<WhiteboardView*>(item))
         views.append(view);
     const QList<QQuickItem*> children = item->childItems();

@@ -151,9 +151,12 @@ int main(int argc, char* argv[])
             return 2;
         ssl = QSslConfiguration::defaultConfiguration();
         ssl.setLocalCertificate(QSslCertificate(cert, QSsl::Pem));
-        ssl.setPrivateKey(QSslKey(key, QSsl::Rsa, QSsl::Pem));
+        QSslKey privateKey(key, QSsl::Rsa, QSsl::Pem);
+        if (privateKey.isNull())
+            privateKey = QSslKey(key, QSsl::Ec, QSsl::Pem);
+        ssl.setPrivateKey(privateKey);
         if (ssl.localCertificate().isNull() || ssl.privateKey().isNull()) {
-            std::fprintf(stderr, "whiteboard-relay: cannot use --cert/--key (PEM certificate and RSA key expected)\n");
+            std::fprintf(stderr, "whiteboard-relay: cannot use --cert/--key (PEM certificate and RSA or EC key expected)\n");
             return 2;
         }
     }
