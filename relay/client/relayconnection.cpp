@@ -142,9 +142,11 @@ bool RelayConnection::attach(QObject* board)
         return false;
     }
     m_board = board;
-    // Already connected: the board joins now, else on connecting.
-    if (m_status == Loading && !m_joinSent)
-        onConnected();
+    // The new board holds nothing yet; if the connection is up already, it
+    // starts again so that the board joins and gets the replay.
+    m_items.clear();
+    if (m_status == Loading || m_status == Online)
+        restart();
     return true;
 }
 
