@@ -69,6 +69,12 @@ public:
         m_process->kill();
         m_process->waitForFinished();
     }
+    // SIGTERM; true if the relay closed down cleanly.
+    bool terminate()
+    {
+        m_process->terminate();
+        return m_process->waitForFinished() && m_process->exitStatus() == QProcess::NormalExit && m_process->exitCode() == 0;
+    }
 
     bool running() const { return m_process && m_process->state() == QProcess::Running; }
     QString log() const { return QString::fromUtf8(m_log); }
@@ -254,7 +260,8 @@ class tst_Relay : public QObject
 
 private slots:
     void boardsShareTheirDrawingAndLateJoinersCatchUp();
-    void nothingReceivedIsLostWhenTheRelayIsKilled();
+    void nothingReceivedIsLostWhenTheRelayStops_data();
+    void nothingReceivedIsLostWhenTheRelayStops();
     void nonOwnerUpdateIsRefusedAndCorrected();
     void refusalsCorrectTheSender_data();
     void refusalsCorrectTheSender();
@@ -323,8 +330,16 @@ void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
     QTRY_COMPARE(aliceMarks(), 0);
 }
 
-void tst_Relay::nothingReceivedIsLostWhenTheRelayIsKilled()
+void tst_Relay::nothingReceivedIsLostWhenTheRelayStops_data()
 {
+    QTest::addColumn<bool>("killed");
+    QTest::newRow("SIGKILL") << true;
+    QTest::newRow("SIGTERM") << false;
+}
+
+void tst_Relay::nothingReceivedIsLostWhenTheRelayStops()
+{
+    QFETCH(bool, killed);
     TwoBoards boards;
     QVERIFY(boards.online);
     RelayProcess& relay = boards.relay;
@@ -336,7 +351,10 @@ void tst_Relay::nothingReceivedIsLostWhenTheRelayIsKilled()
     QTRY_COMPARE(bob.items(), 3);
     QTRY_COMPARE(alice.items(), 3);
 
-    relay.kill();
+    if (killed)
+        relay.kill();
+    else
+        QVERIFY(relay.terminate());
     QTRY_COMPARE(alice.connection.status(), RelayConnection::Offline);
     QTRY_VERIFY(bob.connection.status() != RelayConnection::Online);
     // Drawn offline: it waits for the connection.
