@@ -32,6 +32,7 @@ Participant::Participant(QWebSocket* socket, const QString& boardId, qint64 acco
     connect(m_socket, &QWebSocket::textMessageReceived, this,
             [this] { closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, QStringLiteral("text frame")); });
     connect(m_socket, &QWebSocket::disconnected, this, &Participant::onDisconnected);
+    connect(m_socket, &QWebSocket::bytesWritten, this, [this](qint64 written) { m_backlog = std::max<qint64>(0, m_backlog - written); });
 }
 
 Participant::~Participant() = default;
@@ -48,8 +49,16 @@ bool Participant::isOpen() const
 
 void Participant::send(const QByteArray& frame)
 {
-    if (isOpen())
-        m_socket->sendBinaryMessage(frame);
+    if (!isOpen())
+        return;
+    // A reader that does not keep up would hold the relay's memory without
+    // bound: it goes, and its replay brings it up to date when it is back.
+    m_backlog += frame.size();
+    if (m_backlog > RelayOptions::kMaxBacklogBytes) {
+        closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("too far behind"));
+        return;
+    }
+    m_socket->sendBinaryMessage(frame);
 }
 
 void Participant::closeWith(QWebSocketProtocol::CloseCode code, const QString& reason)

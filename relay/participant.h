@@ -69,6 +69,7 @@ private:
     QString m_userName;
     RelayOptions m_options;
     QString m_peer;
+    qint64 m_backlog = 0; // bytes handed to the socket and not yet written
     bool m_joined = false;
     bool m_closing = false;
     QElapsedTimer m_clock;

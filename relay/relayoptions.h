@@ -24,6 +24,9 @@ struct RelayOptions
     // per `multi` batch.
     static constexpr int kDefaultReplayBatchItems = 64;
     static constexpr qint64 kReplayBatchBytes = 1024 * 1024;
+    // Bytes waiting to go to one participant; a participant that falls this
+    // far behind is closed with 1013 and comes back through a replay.
+    static constexpr qint64 kMaxBacklogBytes = 64 * 1024 * 1024;
     // Longest board id, and the range of account ids, in a connection's URL.
     static constexpr int kMaxBoardIdLength = 200;
     static constexpr int kMaxUserNameLength = 200;
