@@ -38,7 +38,9 @@ public:
     void setJoined() { m_joined = true; }
     bool isOpen() const;
 
-    void send(const QByteArray& frame);
+    // A replay (a board's stored items) does not count against the backlog
+    // limit while it drains: a board may be larger than the limit.
+    void send(const QByteArray& frame, bool replay = false);
     void closeWith(QWebSocketProtocol::CloseCode code, const QString& reason);
 
     // Rate limits: false when the pointer position or item message is over
@@ -70,6 +72,7 @@ private:
     RelayOptions m_options;
     QString m_peer;
     qint64 m_backlog = 0; // bytes handed to the socket and not yet written
+    qint64 m_replayBacklog = 0; // of which replay
     bool m_joined = false;
     bool m_closing = false;
     QElapsedTimer m_clock;
