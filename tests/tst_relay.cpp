@@ -26,7 +26,8 @@ using whiteboard::GraphicScene;
 
 namespace {
 
-const QString kBoard = QStringLiteral("team-sketch");
+// Spaces, a slash and a non-ASCII letter: the id travels encoded in the URL.
+const QString kBoard = QStringLiteral("team sketch/ü");
 
 // One whiteboard-relay process with its database in a private folder. A
 // restart keeps the port and the file.
