@@ -219,26 +219,34 @@ void SceneRender::updateRenderSize(const QSize& size, double ratio)
     updateBorderRegion();
 }
 
+QRegion SceneRender::pageRegion() const
+{
+    const GraphicScene* scene = m_scene;
+    const QRectF viewport = scene->m_viewport;
+    const QPointF tl = viewport.topLeft();
+    const QPointF br = viewport.bottomRight();
+    const QRectF viewRect = scene->viewBoundingRect();
+    QRectF rect;
+    if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
+        rect = viewRect;
+    } else {
+        // The page is smaller than the view, or shifted.
+        rect = QRectF(-tl.x() / viewport.width() * viewRect.width(), -tl.y() / viewport.height() * viewRect.height(),
+                      GraphicScene::roundPixel(scene->m_sceneSize.width() * scene->m_scale),
+                      GraphicScene::roundPixel(scene->m_sceneSize.height() * scene->m_scale));
+    }
+    return QRegion(rect.toRect());
+}
+
 void SceneRender::updateBorderRegion()
 {
-    QRectF rect;
+    QRegion region;
     {
         QMutexLocker locker(&m_scene->m_itemsMutex);
-        const QRectF viewport = m_scene->m_viewport;
-        const QPointF tl = viewport.topLeft();
-        const QPointF br = viewport.bottomRight();
-        const QRectF viewRect = m_scene->viewBoundingRect();
-        if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
-            rect = viewRect;
-        } else {
-            // The page is smaller than the view, or shifted.
-            rect = QRectF(-tl.x() / viewport.width() * viewRect.width(), -tl.y() / viewport.height() * viewRect.height(),
-                          GraphicScene::roundPixel(m_scene->m_sceneSize.width() * m_scene->m_scale),
-                          GraphicScene::roundPixel(m_scene->m_sceneSize.height() * m_scene->m_scale));
-        }
+        region = pageRegion();
     }
     QMutexLocker locker(&m_imageMutex);
-    m_borderRegion = QRegion(rect.toRect());
+    m_borderRegion = region;
 }
 
 // --- frames -----------------------------------------------------------------
@@ -330,7 +338,9 @@ FrameState SceneRender::takeFrameState() const
     state.scale = scene->m_scale;
     state.rotation = scene->m_rotation;
     state.backgroundColor = scene->m_backgroundColor;
-    state.borderRegion = borderRegion();
+    // From the viewport of this very frame: the queued border update may
+    // not have run yet.
+    state.borderRegion = pageRegion();
     state.paintMargin = scene->paintMargin();
     state.selectedItems = scene->m_selectedItems;
     state.focusItem = scene->m_focusItem;
