@@ -296,11 +296,13 @@ private slots:
                                                            : int(pb::UserOperation::UserOperationClearAll));
         QCOMPARE(operation.userid(), qint64(7));
 
-        // A remote clear is a local step: undoable here, silently.
-        QVERIFY(b->view->canUndo());
-        b->scene->undo();
-        QCOMPARE(b->scene->itemCount(GraphicScene::ItemLayer), 2);
-        QVERIFY(hostB->sent.empty());
+        // A received clear is not the receiver's to undo; the sender's undo
+        // brings its items back on every board.
+        QVERIFY(!b->view->canUndo());
+        a->scene->undo();
+        QCOMPARE(hostA->lastItemMessage().first().action(), pb::GraphicActionAdd);
+        if (call == 1)
+            QCOMPARE(gidsOf(b->scene->items(GraphicScene::ItemLayer, 1)), gidsOf(a->scene->items(GraphicScene::ItemLayer, 1)));
     }
 
     void joinFixesClockAndSendsOldestTime_data()

@@ -425,33 +425,50 @@ QSharedPointer<GraphicItem> GraphicScene::addItem(SceneLayer layer, GraphicItem*
 
 void GraphicScene::addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->insert(item);
+    addItems(layer, { item });
 }
 
 void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
-        for (const QSharedPointer<GraphicItem>& item : items)
-            root->insert(item);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        if (layer == ItemLayer) {
+            // One item per gid: an item already in holds its place, another
+            // object of the gid gives way.
+            GidRecord& record = m_gids[item->gid()];
+            const QSharedPointer<GraphicItem> held = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
+            if (held == item)
+                continue;
+            if (held)
+                root->remove(held);
+            record.item = item;
+            record.live = true;
+        }
+        root->insert(item);
     }
 }
 
 void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->remove(item);
+    removeItems(layer, { item });
 }
 
 void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
-        for (const QSharedPointer<GraphicItem>& item : items)
-            root->remove(item);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        root->remove(item);
+        if (layer != ItemLayer)
+            continue;
+        const auto record = m_gids.find(item->gid());
+        if (record != m_gids.end() && record->item == item)
+            record->live = false;
     }
 }
 
@@ -471,15 +488,15 @@ int GraphicScene::itemCount(SceneLayer layer)
 
 void GraphicScene::sortItems(GraphicItemList& items, int order)
 {
-    if (order == 1) {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() < b->timestamp();
-        });
-    } else {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() > b->timestamp();
-        });
-    }
+    // Equal times fall back on the gid, so that every board stacks items drawn
+    // in one millisecond alike, whatever order they arrived in.
+    const auto older = [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+        return a->timestamp() < b->timestamp() || (a->timestamp() == b->timestamp() && a->gid() < b->gid());
+    };
+    if (order == 1)
+        std::stable_sort(items.begin(), items.end(), older);
+    else
+        std::stable_sort(items.begin(), items.end(), [&older](const auto& a, const auto& b) { return older(b, a); });
 }
 
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
@@ -547,12 +564,23 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 
 QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 {
-    const GraphicItemList all = items(ItemLayer, 1);
-    for (const QSharedPointer<GraphicItem>& item : all) {
-        if (item->gid() == gid)
-            return item;
-    }
-    return {};
+    QMutexLocker locker(&m_itemsMutex);
+    const auto record = m_gids.constFind(gid);
+    if (record == m_gids.constEnd() || !record->live)
+        return {};
+    return record->item.toStrongRef();
+}
+
+GraphicScene::Version GraphicScene::itemVersion(const QString& gid)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    return m_gids.value(gid).version;
+}
+
+void GraphicScene::takeWireForm(GraphicItem* item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    item->deserialize(item->serialize());
 }
 
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
