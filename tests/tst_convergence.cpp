@@ -266,29 +266,39 @@ private slots:
         const auto maybeDeliver = [&] {
             if (!batched)
                 boards.relay.deliver();
-            else if (rng.bounded(3) == 0)
+            else if (rng.bounded(4) == 0)
                 boards.relay.deliver(rng.bounded(boards.relay.pending() + 1));
         };
         const int steps = 40;
         const int lateJoin = rng.bounded(steps);
+        QString lastTouched;
 
         for (int step = 0; step < steps; ++step) {
             if (step == lateJoin)
                 boards.join(4);
-            const int i = rng.bounded(Boards::kActing);
+            // The owner acts as often as the others together, and mostly on
+            // the item last touched: people work on the same things at once.
+            const int i = rng.bounded(2) ? 0 : 1 + rng.bounded(Boards::kActing - 1);
             GraphicScene* scene = boards[i].scene;
             GraphicItemList mine = scene->items(GraphicScene::ItemLayer, 1);
             mine.removeIf([scene](const QSharedPointer<GraphicItem>& item) {
                 return !scene->canOperate(item)
                     || (item->type() != GraphicItem::Rectangle && item->type() != GraphicItem::Line);
             });
-            const QSharedPointer<GraphicItem> target = mine.isEmpty() ? nullptr : mine.at(rng.bounded(int(mine.size())));
+            const auto hot = std::find_if(mine.cbegin(), mine.cend(), [&](const auto& item) { return item->gid() == lastTouched; });
+            const QSharedPointer<GraphicItem> target = hot != mine.cend() && rng.bounded(3) ? *hot
+                : mine.isEmpty()                                                      ? nullptr
+                                                                                      : mine.at(rng.bounded(int(mine.size())));
+            if (target)
+                lastTouched = target->gid();
             const int action = rng.bounded(100);
             if (action < 25 || !target) {
                 const QPoint from = point();
                 boards.draw(i, action % 3 == 0 ? GraphicDefine::Line : action % 3 == 1 ? GraphicDefine::Pen : GraphicDefine::Rectangle,
                             from, from + QPoint(20 + rng.bounded(150), 20 + rng.bounded(100)),
                             kColours.at(rng.bounded(int(kColours.size()))));
+                if (const QSharedPointer<GraphicItem> drawn = scene->items(GraphicScene::ItemLayer, 0).value(0))
+                    lastTouched = drawn->gid();
             } else if (action < 50) {
                 // Messages may arrive while the button is held.
                 boards.drag(i, Boards::grip(target), inside(Boards::grip(target) + QPoint(rng.bounded(120) - 60, rng.bounded(120) - 60)),

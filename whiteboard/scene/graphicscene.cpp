@@ -669,9 +669,10 @@ void GraphicScene::updateFocusItem()
     const QSharedPointer<GraphicItem> item = focusItem();
     if (!item)
         return;
+    takeWireForm(item.data());
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
-    // get its new state.
+    // get its new state, which this board holds as they will.
     emit sendData(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
 }
 
