@@ -6,7 +6,7 @@
 // of the few that CI runs.
 #include "testsupport.h"
 
-#include "graphics/graphiclineitem.h"
+#include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicpalette.h"
 #include "scene/scenerender.h"
 
@@ -232,6 +232,20 @@ void expectConverged(Boards& boards)
     }
 }
 
+// True when every point of the item's outline is a float, as the wire carries it.
+bool floatExact(const QSharedPointer<GraphicItem>& item)
+{
+    const auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data());
+    if (!shape || shape->outlinePath().elementCount() < 2)
+        return false;
+    for (int e = 0; e < shape->outlinePath().elementCount(); ++e) {
+        const QPainterPath::Element p = shape->outlinePath().elementAt(e);
+        if (double(float(p.x)) != p.x || double(float(p.y)) != p.y)
+            return false;
+    }
+    return true;
+}
+
 const QList<QColor> kColours = { Qt::blue, Qt::red, Qt::darkGreen, QColor("#E0A020") };
 
 } // namespace
@@ -337,6 +351,7 @@ private slots:
         QTest::newRow("undo after somebody else's clear") << 3;
         QTest::newRow("paste twice, then move a copy") << 4;
         QTest::newRow("line at a view pixel the wire rounds") << 5;
+        QTest::newRow("stroke scaled by its handle") << 6;
     }
 
     void reproductions()
@@ -398,13 +413,20 @@ private slots:
         }
         case 5: {
             // The view maps pixel 371 to a scene value no float holds.
-            boards.draw(2, GraphicDefine::Line, QPoint(100, 371), QPoint(500, 380), Qt::black);
-            const auto* line = qobject_cast<GraphicLineItem*>(boards[2].scene->items(GraphicScene::ItemLayer, 0).value(0).data());
-            QVERIFY(line && line->outlinePath().elementCount() >= 2);
-            for (int e = 0; e < line->outlinePath().elementCount(); ++e) {
-                const QPointF p = line->outlinePath().elementAt(e);
-                QCOMPARE(QPointF(float(p.x()), float(p.y())), p);
-            }
+            boards.draw(2, GraphicDefine::Line, QPoint(100, 371), QPoint(500, 371), Qt::black);
+            QVERIFY(floatExact(boards[2].scene->items(GraphicScene::ItemLayer, 0).value(0)));
+            break;
+        }
+        case 6: {
+            boards.draw(2, GraphicDefine::Pen, QPoint(500, 300), QPoint(700, 450), Qt::black);
+            const QSharedPointer<GraphicItem> stroke = boards[2].scene->items(GraphicScene::ItemLayer, 0).value(0);
+            QVERIFY(stroke && stroke->type() == GraphicItem::Pen);
+            boards.click(2, QPoint(600, 375));
+            QCOMPARE(boards[2].scene->focusItem(), stroke);
+            const QPoint corner = stroke->shape().boundingRect().bottomRight().toPoint();
+            boards.drag(2, corner, corner + QPoint(37, 23));
+            QVERIFY(stroke->boundary().width() > 180);
+            QVERIFY(floatExact(stroke));
             break;
         }
         }
