@@ -121,14 +121,6 @@ struct Boards
         joined.insert(i);
     }
 
-    void focus(int i)
-    {
-        ViewFixture& b = (*this)[i];
-        b.window->requestActivate();
-        QVERIFY(QTest::qWaitForWindowActive(b.window.get()));
-        b.view->forceActiveFocus();
-    }
-
     // A drag by real input; `between` runs after each move, while the button is held.
     void drag(int i, QPoint from, QPoint to, const std::function<void()>& between = nullptr)
     {
@@ -153,18 +145,20 @@ struct Boards
     }
 
     void click(int i, QPoint at) { QTest::mouseClick((*this)[i].window.get(), Qt::LeftButton, Qt::NoModifier, at); }
+    // Keys go to the active window.
     void key(int i, Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
     {
-        focus(i);
-        QTest::keyClick((*this)[i].window.get(), key, modifiers);
+        ViewFixture& b = (*this)[i];
+        b.window->requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(b.window.get()));
+        b.view->forceActiveFocus();
+        QTest::keyClick(b.window.get(), key, modifiers);
     }
 
-    // The view point of an item that a press there would take first.
-    static QPoint grip(const QSharedPointer<GraphicItem>& item)
-    {
-        const QPoint p = item->boundary().center().toPoint();
-        return QPoint(std::clamp(p.x(), 2, 1077), std::clamp(p.y(), 2, 717));
-    }
+    // Pointer events stay inside the window.
+    static QPoint inside(QPoint p) { return QPoint(std::clamp(p.x(), 2, 1077), std::clamp(p.y(), 2, 717)); }
+    // Where a press would take the item, unless another lies on it.
+    static QPoint grip(const QSharedPointer<GraphicItem>& item) { return inside(item->boundary().center().toPoint()); }
 
     std::vector<std::unique_ptr<ViewFixture>> boards;
     QSet<int> joined;
@@ -218,15 +212,14 @@ void expectConverged(Boards& boards)
     for (int i = 0; i < Boards::kActing; ++i) {
         const QMap<QString, QByteArray> held = itemsOf(boards[i].scene);
         QStringList differing;
-        for (const QString& gid : held.keys() + expected.keys()) {
-            if (held.value(gid) != expected.value(gid) && !differing.contains(gid))
+        QSet<QString> gids(held.keyBegin(), held.keyEnd());
+        gids.unite(QSet<QString>(expected.keyBegin(), expected.keyEnd()));
+        for (const QString& gid : std::as_const(gids)) {
+            if (held.value(gid) != expected.value(gid))
                 differing.append(gid);
         }
         QVERIFY2(differing.isEmpty(), qPrintable(QStringLiteral("board %1 differs in %2 of %3 items: %4")
-                                                     .arg(i)
-                                                     .arg(differing.size())
-                                                     .arg(expected.size())
-                                                     .arg(differing.join(QLatin1Char(' ')))));
+                                                     .arg(i).arg(differing.size()).arg(expected.size()).arg(differing.join(' '))));
         const QImage mine = thumbnailOf(boards[i]);
         QVERIFY2(mine == picture, qPrintable(QStringLiteral("board %1 paints differently").arg(i)));
     }
@@ -274,8 +267,6 @@ private slots:
         QRandomGenerator rng(seed);
         Boards boards;
         const auto point = [&rng] { return QPoint(60 + rng.bounded(860), 60 + rng.bounded(500)); };
-        // Drags stay inside the window.
-        const auto inside = [](QPoint p) { return QPoint(std::clamp(p.x(), 2, 1077), std::clamp(p.y(), 2, 717)); };
         // In batches, a random part of what waits goes through now and then.
         const auto maybeDeliver = [&] {
             if (!batched)
@@ -309,13 +300,13 @@ private slots:
             if (action < 25 || !target) {
                 const QPoint from = point();
                 boards.draw(i, action % 3 == 0 ? GraphicDefine::Line : action % 3 == 1 ? GraphicDefine::Pen : GraphicDefine::Rectangle,
-                            from, from + QPoint(20 + rng.bounded(150), 20 + rng.bounded(100)),
+                            from, Boards::inside(from + QPoint(20 + rng.bounded(150), 20 + rng.bounded(100))),
                             kColours.at(rng.bounded(int(kColours.size()))));
                 if (const QSharedPointer<GraphicItem> drawn = scene->items(GraphicScene::ItemLayer, 0).value(0))
                     lastTouched = drawn->gid();
             } else if (action < 50) {
                 // Messages may arrive while the button is held.
-                boards.drag(i, Boards::grip(target), inside(Boards::grip(target) + QPoint(rng.bounded(120) - 60, rng.bounded(120) - 60)),
+                boards.drag(i, Boards::grip(target), Boards::inside(Boards::grip(target) + QPoint(rng.bounded(120) - 60, rng.bounded(120) - 60)),
                             maybeDeliver);
             } else if (action < 60) {
                 boards.click(i, Boards::grip(target));
