@@ -571,12 +571,6 @@ QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
     return record->item.toStrongRef();
 }
 
-GraphicScene::Version GraphicScene::itemVersion(const QString& gid)
-{
-    QMutexLocker locker(&m_itemsMutex);
-    return m_gids.value(gid).version;
-}
-
 void GraphicScene::takeWireForm(GraphicItem* item)
 {
     QMutexLocker locker(&m_itemsMutex);

@@ -200,9 +200,6 @@ public:
     // lies; the key of received updates and removals.
     QSharedPointer<GraphicItem> itemByGid(const QString& gid);
     QSharedPointer<GraphicItem> findItem(const QString& gid) { return itemByGid(gid); }
-    // The version of the last change that this board holds for a gid, of a
-    // live item or of its removal.
-    Version itemVersion(const QString& gid);
     // Gives `item` the state that its message carries, so that the board that
     // makes a change holds what the others receive (float points, path text).
     void takeWireForm(GraphicItem* item);
