@@ -147,6 +147,17 @@ private slots:
         QVERIFY(f->scene->selectedItems().isEmpty());
         QTest::keyClick(f->window.get(), Qt::Key_C, Qt::ControlModifier);
         QCOMPARE(f->scene->clipboardItems(), GraphicItemList { clone });
+
+        // The newest copy takes the click; its handles work before it was
+        // ever moved, for the one who pasted it.
+        const QSharedPointer<GraphicItem> newest = f->scene->items(GraphicScene::ItemLayer, 0).first();
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 125));
+        QCOMPARE(f->scene->focusItem(), newest);
+        QTest::mouseMove(f->window.get(), QPoint(150, 150));
+        QCOMPARE(f->view->cursor().shape(), Qt::SizeFDiagCursor);
+        f->drag(QPoint(150, 150), QPoint(180, 170));
+        QCOMPARE(newest->boundary(), QRectF(100, 100, 80, 70));
+        QCOMPARE(source->boundary(), QRectF(100, 100, 50, 50));
     }
 
     void doubleClickEditsText_data()

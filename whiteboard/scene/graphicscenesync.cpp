@@ -196,7 +196,7 @@ GraphicScene::Version GraphicScene::sendOperation(pb::UserOperation_Type type)
     operation->set_version(version.clock);
     operation->set_versionuser(version.user);
     envelope->set_data(body.SerializeAsString());
-    emit sendData(data);
+    post(data);
     return version;
 }
 
@@ -218,7 +218,7 @@ void GraphicScene::sendMouseInfo(const QPointF& position)
     info->mutable_mouseposition()->set_x(float(position.x()));
     info->mutable_mouseposition()->set_y(float(position.y()));
     envelope->set_data(body.SerializeAsString());
-    emit sendData(data);
+    post(data);
 }
 
 void GraphicScene::joinWhiteboard(qint64 serverTime)
@@ -231,7 +231,7 @@ void GraphicScene::joinWhiteboard(qint64 serverTime)
     const GraphicItemList all = items(ItemLayer, 1);
     // The oldest time travels through 32 bits: that is the protocol's format.
     join->set_oldesttimestamp(all.isEmpty() ? qint64(1) : qint64(qint32(all.first()->timestamp())));
-    emit sendData(data);
+    post(data);
 }
 
 // --- inbound ----------------------------------------------------------------
@@ -442,7 +442,6 @@ void GraphicScene::applyUserAction(const pb::UserAction& action)
                 boundary.moveTo(info.mouseposition().x(), info.mouseposition().y());
                 mark->setBoundary(boundary);
             }
-            updateItemIndex(MarkLayer, entry);
             updateLayer(MarkLayer, QRegion(mark->boundary().toRect()));
             return;
         }
