@@ -604,12 +604,6 @@ QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
     return record->item.toStrongRef();
 }
 
-void GraphicScene::takeWireForm(GraphicItem* item)
-{
-    QMutexLocker locker(&m_itemsMutex);
-    item->deserialize(item->serialize());
-}
-
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
 {
     QMutexLocker locker(&m_itemsMutex);

@@ -234,6 +234,19 @@ void GraphicScene::joinWhiteboard(qint64 serverTime)
     post(data);
 }
 
+void GraphicScene::takeWireForm(GraphicItem* item)
+{
+    // Read back as a receiving board builds it, on a fresh item: what the
+    // message leaves out takes a fresh item's value here too.
+    const QByteArray bytes = item->serialize();
+    if (bytes.isEmpty())
+        return;
+    const std::unique_ptr<GraphicItem> fresh(makeReceivedItem(this, item->type()));
+    fresh->deserialize(bytes);
+    QMutexLocker locker(&m_itemsMutex);
+    item->deserialize(fresh->serialize());
+}
+
 // --- inbound ----------------------------------------------------------------
 
 void GraphicScene::receiveData(pb::TransferData* data)
