@@ -149,7 +149,7 @@ struct Board
     {
         QElapsedTimer clock;
         clock.start();
-        while (render()->framesPainted() < count) {
+        while (render()->composedFrames() < count) {
             if (clock.elapsed() > timeout)
                 return false;
             QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
@@ -161,8 +161,8 @@ struct Board
     void settle()
     {
         int frames = -1;
-        while (frames != render()->framesPainted()) {
-            frames = render()->framesPainted();
+        while (frames != render()->composedFrames()) {
+            frames = render()->composedFrames();
             QTest::qWait(120);
         }
     }
@@ -171,7 +171,7 @@ struct Board
     double timeFrame(const std::function<void()>& change)
     {
         settle();
-        const int before = render()->framesPainted();
+        const int before = render()->composedFrames();
         QElapsedTimer clock;
         clock.start();
         change();
@@ -303,7 +303,7 @@ void frames()
     });
     printRow(QStringLiteral("frame after moving one item, 10,000-item board"), ms(moved), ms(graphicsMoved) + QStringLiteral(" part"),
              moved / graphicsMoved, QStringLiteral("< 5 ms"));
-    printf("|   (frames painted %d, of them partial %d, thumbnail passes %d)\n", board.render()->framesPainted(),
+    printf("|   (frames painted %d, of them partial %d, thumbnail passes %d)\n", board.render()->composedFrames(),
            board.render()->partialFrames(), board.render()->thumbnailPasses());
 }
 
@@ -391,7 +391,7 @@ SyncFigures syncRun(int boardSize, int messages)
         Board board;
         QElapsedTimer clock;
         clock.start();
-        const int before = board.render()->framesPainted();
+        const int before = board.render()->composedFrames();
         board.join(boardSize, items);
         board.waitFrames(before + 1);
         f.join = clock.nsecsElapsed() / 1e6;

@@ -443,6 +443,21 @@ void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
         return;
     QRectF area;
     for (const QSharedPointer<GraphicItem>& item : items) {
+        if (layer == ItemLayer) {
+            // One item per gid: an item already in holds its place, another
+            // object of the gid gives way.
+            GidRecord& record = m_gids[item->gid()];
+            const QSharedPointer<GraphicItem> held = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
+            if (held == item)
+                continue;
+            if (held) {
+                index->remove(held.data());
+                area = area.united(held->boundary());
+                held->m_indexLayers &= quint8(~(1u << layer));
+            }
+            record.item = item;
+            record.live = true;
+        }
         index->insert(item);
         area = area.united(item->boundary());
         item->m_indexLayers |= quint8(1u << layer);
@@ -473,6 +488,11 @@ void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
         index->remove(item.data());
         area = area.united(item->boundary());
         item->m_indexLayers &= quint8(~(1u << layer));
+        if (layer != ItemLayer)
+            continue;
+        const auto record = m_gids.find(item->gid());
+        if (record != m_gids.end() && record->item == item)
+            record->live = false;
     }
     if (m_render)
         m_render->makeDirtySilently(area, layer);
@@ -587,12 +607,11 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 
 QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 {
-    const GraphicItemList all = items(ItemLayer, 1);
-    for (const QSharedPointer<GraphicItem>& item : all) {
-        if (item->gid() == gid)
-            return item;
-    }
-    return {};
+    QMutexLocker locker(&m_itemsMutex);
+    const auto record = m_gids.constFind(gid);
+    if (record == m_gids.constEnd() || !record->live)
+        return {};
+    return record->item.toStrongRef();
 }
 
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
@@ -727,9 +746,10 @@ void GraphicScene::updateFocusItem()
     const QSharedPointer<GraphicItem> item = focusItem();
     if (!item)
         return;
+    takeWireForm(item.data());
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
-    // get its new state.
+    // get its new state, which this board holds as they will.
     post(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
 }
 

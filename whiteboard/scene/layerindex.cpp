@@ -60,15 +60,15 @@ void LayerIndex::sort(QList<QSharedPointer<GraphicItem>>& items, int order)
     // A stable sort takes a buffer, even for the one candidate of most hit tests.
     if (items.size() < 2)
         return;
-    if (order == 1) {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() < b->timestamp();
-        });
-    } else {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() > b->timestamp();
-        });
-    }
+    // Equal times fall back on the gid, so that every board stacks items drawn
+    // in one millisecond alike, whatever order they arrived in.
+    const auto older = [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+        return a->timestamp() < b->timestamp() || (a->timestamp() == b->timestamp() && a->gid() < b->gid());
+    };
+    if (order == 1)
+        std::stable_sort(items.begin(), items.end(), older);
+    else
+        std::stable_sort(items.begin(), items.end(), [&older](const auto& a, const auto& b) { return older(b, a); });
 }
 
 } // namespace whiteboard

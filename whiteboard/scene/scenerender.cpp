@@ -385,7 +385,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
         QMutexLocker locker(&m_imageMutex);
         m_frameImage = frame;
     }
-    ++m_framesPainted;
+    ++m_composedFrames;
     if (!whole)
         ++m_partialFrames;
     emit finished(frame);

@@ -50,8 +50,10 @@ public:
     QRegion borderRegion() const;
     double devicePixelRatio() const;
     // Any thread: frames handed over, of them those that repainted only
-    // their dirty regions, and thumbnail passes.
-    int framesPainted() const { return m_framesPainted; }
+    // their dirty regions, and thumbnail passes. A frame counted after a
+    // change was made may have started before it; thumbnailImage() brings
+    // the thumbnails up to date whatever the count.
+    int composedFrames() const { return m_composedFrames; }
     int partialFrames() const { return m_partialFrames; }
     int thumbnailPasses() const { return m_thumbnailPasses; }
 
@@ -126,7 +128,7 @@ private:
     void scheduleThumbnails();
 
     std::atomic<int> m_quitRequested { 0 };
-    std::atomic<int> m_framesPainted { 0 };
+    std::atomic<int> m_composedFrames { 0 };
     std::atomic<int> m_partialFrames { 0 };
     std::atomic<int> m_thumbnailPasses { 0 };
     QMutex m_dirtyMutex;
