@@ -68,26 +68,22 @@ QList<DirtyArea> SceneRender::dirtyAreas(GraphicScene::SceneLayer layer)
 
 QImage SceneRender::baseImage() const
 {
-    QMutexLocker locker(&m_imageMutex);
-    return m_baseImage;
+    return underImageMutex(m_baseImage);
 }
 
 QImage SceneRender::frameImage() const
 {
-    QMutexLocker locker(&m_imageMutex);
-    return m_frameImage;
+    return underImageMutex(m_frameImage);
 }
 
 QRegion SceneRender::borderRegion() const
 {
-    QMutexLocker locker(&m_imageMutex);
-    return m_borderRegion;
+    return underImageMutex(m_borderRegion);
 }
 
 double SceneRender::devicePixelRatio() const
 {
-    QMutexLocker locker(&m_imageMutex);
-    return m_devicePixelRatio;
+    return underImageMutex(m_devicePixelRatio);
 }
 
 // --- dirty tracking ---------------------------------------------------------

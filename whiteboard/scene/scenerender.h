@@ -103,6 +103,13 @@ private slots:
     void paintThumbnails();
 
 private:
+    // Any thread: a copy of one of the members imageMutex guards.
+    template <class T>
+    T underImageMutex(const T& member) const
+    {
+        QMutexLocker locker(&m_imageMutex);
+        return member;
+    }
     // Any thread, takes dirtyMutex.
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer);
     // Any thread, under itemsMutex: the part of the view the page covers.
