@@ -14,6 +14,9 @@
 #include <QPointer>
 #include <QRegularExpression>
 
+#include <limits>
+#include <string>
+
 using namespace whiteboard;
 namespace pb = im::whiteboard;
 
@@ -113,6 +116,19 @@ pb::WhiteboardData presenceBody(pb::UserAction::Type type, qint64 userId, const 
     action->mutable_mouseinfo()->mutable_mouseposition()->set_y(float(position.y()));
     return body;
 }
+
+// A zig-zag of `points` points across a 800 x 600 square: every piece
+// crosses many others, which made a received stroke's hit band take minutes.
+std::string crossingPathText(int points)
+{
+    std::string text = "M 0 0";
+    for (int i = 1; i < points; ++i)
+        text += " L " + std::to_string((i * 7919) % 800) + " " + std::to_string((i % 2) * 600);
+    return text + " z";
+}
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
 
 QStringList gidsOf(const GraphicItemList& items)
 {
@@ -394,6 +410,106 @@ private slots:
         QCOMPARE(gidsOf(b->scene->items(GraphicScene::ItemLayer, 1)), QStringList({ "g1", "g3" }));
     }
 
+    // Whatever one participant sends, each entry is bounded or refused on
+    // its own with one line on "whiteboard.input", and the rest of the
+    // message applies: here a good rectangle after the hostile entry.
+    void hostileEntryIsBoundedAndTheRestApplies_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("log");
+        QTest::addColumn<int>("elements"); // of the hostile item's outline; -1: no item
+        QTest::addColumn<QRectF>("bounds");
+
+        auto bytes = [](const pb::WhiteboardData& body) { return QByteArray::fromStdString(body.SerializeAsString()); };
+        pb::WhiteboardData crossing = itemBody(pb::GraphicActionAdd, "s");
+        pb::Path* path = crossing.mutable_graphicactiondata()->mutable_pathdata()->add_data();
+        path->mutable_baseinfo()->set_gid("s");
+        path->set_path(crossingPathText(600));
+        QTest::newRow("600 crossing points") << bytes(crossing) << QString() << 600 << QRectF(0, 0, 797, 600);
+        path->set_path(crossingPathText(20500));
+        QTest::newRow("stroke past the point limit") << bytes(crossing) << "clamped pen stroke s: points" << 20000
+                                                     << QRectF(0, 0, 799, 600);
+        path->set_path("M 10 10 L 1e30 20 L 30 30 z");
+        QTest::newRow("stroke far out") << bytes(crossing) << "clamped pen stroke s: coordinates" << 3
+                                        << QRectF(QPointF(10, 10), QPointF(100000, 30));
+
+        pb::WhiteboardData polyline = itemBody(pb::GraphicActionAdd, "p");
+        pb::Polyline* points = polyline.mutable_graphicactiondata()->mutable_polylinedata()->add_data();
+        points->mutable_baseinfo()->set_gid("p");
+        QTest::newRow("polyline without points") << bytes(polyline) << "refused polyline p: no points" << -1 << QRectF();
+        for (int i = 0; i < 25000; ++i) {
+            pb::Point* point = points->add_points();
+            point->set_x(float(i % 500));
+            point->set_y(float(i % 7) * 1e30f);
+        }
+        QTest::newRow("polyline far out and past the point limit")
+            << bytes(polyline) << "clamped polyline p: points, coordinates" << 20000 << QRectF(0, 0, 499, 100000);
+
+        pb::WhiteboardData rect = rectBody(pb::GraphicActionAdd, "r", QRectF());
+        pb::Rect* frame = rect.mutable_graphicactiondata()->mutable_rectdata()->mutable_data(0);
+        frame->set_width(kNaN);
+        QTest::newRow("rectangle of NaN width") << bytes(rect) << "refused rectangle r: coordinates not finite" << -1 << QRectF();
+        frame->mutable_leftpos()->set_x(3e38f);
+        frame->mutable_leftpos()->set_y(-1e30f);
+        frame->set_width(1e30f);
+        frame->set_heigth(1e30f);
+        frame->mutable_strokestyle()->set_linecap(pb::StrokeStyle_LineCapStyle(1000));
+        QTest::newRow("rectangle far out") << bytes(rect) << "clamped rectangle r: frame, line cap" << 5
+                                           << QRectF(QPointF(100000, -100000), QPointF(100000, 0));
+
+        pb::WhiteboardData line = itemBody(pb::GraphicActionAdd, "l");
+        pb::Line* ends = line.mutable_graphicactiondata()->mutable_linedata()->add_data();
+        ends->mutable_baseinfo()->set_gid("l");
+        ends->mutable_endpoint()->set_x(kInf);
+        QTest::newRow("line to infinity") << bytes(line) << "refused line l: coordinates not finite" << -1 << QRectF();
+
+        pb::WhiteboardData text = itemBody(pb::GraphicActionAdd, "t");
+        pb::Text* words = text.mutable_graphicactiondata()->mutable_textdata()->add_data();
+        words->mutable_baseinfo()->set_gid("t");
+        words->set_text(std::string(1 << 20, 'W'));
+        words->mutable_fontstyle()->set_pixelsize(1 << 20);
+        QTest::newRow("text of a megabyte") << bytes(text) << "clamped text t: text length, font size" << 5
+                                            << QRectF(QPointF(0, 0), QPointF(100000, 0));
+    }
+
+    void hostileEntryIsBoundedAndTheRestApplies()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QString, log);
+        QFETCH(int, elements);
+        QFETCH(QRectF, bounds);
+        pb::WhiteboardData hostile;
+        QVERIFY(hostile.ParseFromArray(body.constData(), int(body.size())));
+        if (!log.isEmpty())
+            QTest::ignoreMessage(QtWarningMsg, qPrintable(log));
+        if (log.startsWith(QLatin1String("clamped text")))
+            QTest::ignoreMessage(QtWarningMsg, "clamped text t: frame");
+        b->view->receiveData(wrap({ hostile, rectBody(pb::GraphicActionAdd, "good", QRectF(100, 100, 50, 50)) }));
+
+        const GraphicItemList all = b->scene->layerIndex(GraphicScene::ItemLayer)->query(QRectF(-2e5, -2e5, 4e5, 4e5));
+        QCOMPARE(all.size(), elements < 0 ? 1 : 2);
+        QVERIFY(b->scene->findItem(QStringLiteral("good")));
+        if (elements < 0)
+            return;
+        const auto* item = qobject_cast<AbstractGraphicShapeItem*>(all.first()->gid() == "good" ? all.last().data() : all.first().data());
+        QCOMPARE(item->outlinePath().elementCount(), elements);
+        if (bounds.height() == 0.0) {
+            // A text: one line high, as wide as its frame may be.
+            QCOMPARE(item->boundary().topLeft(), bounds.topLeft());
+            QCOMPARE(item->boundary().right(), bounds.right());
+            QCOMPARE(item->property("text").toString().size(), 64 * 1024);
+        } else {
+            QCOMPARE(item->boundary(), bounds);
+        }
+        QVERIFY(item->pen().capStyle() == Qt::SquareCap || item->pen() == QPen(Qt::NoPen));
+        // Strokes are hit along their pieces only, not between them.
+        if (elements == 600) {
+            QVERIFY(item->collidesWithPoint(QPointF(720, 600), Qt::IntersectsItemShape));
+            QVERIFY(!item->collidesWithPoint(QPointF(5, 299), Qt::IntersectsItemShape));
+        }
+        QVERIFY(b->waitForFrame());
+    }
+
     void receivedLineAloneDirtiesNothing()
     {
         pb::WhiteboardData line = itemBody(pb::GraphicActionAdd, "l1");
@@ -451,6 +567,14 @@ private slots:
         // Filed under its new place, and never hit by the pointer.
         QCOMPARE(b->scene->layerIndex(GraphicScene::MarkLayer)->query(QRectF(495, 295, 10, 10)), GraphicItemList { mark });
         QVERIFY(!mark->collidesWithPoint(QPointF(501, 301), Qt::IntersectsItemShape));
+
+        // A pointer that is not a number is refused; one far out is held at the margin.
+        QTest::ignoreMessage(QtWarningMsg, "refused pointer of user 5: coordinates not finite");
+        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(kNaN, 1)) }));
+        QCOMPARE(mark->boundary().topLeft(), QPointF(500, 300));
+        QTest::ignoreMessage(QtWarningMsg, "clamped pointer of user 5: coordinates");
+        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(1e38, -3e38)) }));
+        QCOMPARE(mark->boundary().topLeft(), QPointF(100000, -100000));
 
         // Presence about oneself is ignored.
         b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 2, "me") }));

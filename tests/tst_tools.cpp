@@ -6,7 +6,14 @@
 #include "graphics/graphicpalette.h"
 #include "graphics/graphicpenitem.h"
 
+#include "proto/whiteboard.pb.h"
+
+#include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
+
+#include <memory>
+#include <vector>
 
 using namespace whiteboard;
 
@@ -20,6 +27,8 @@ private slots:
     void dragDrawsItem_data();
     void dragDrawsItem();
     void imagePlacedTwiceIsDecodedOnce();
+    void pictureIsRefusedOrScaledAndSentOnce_data();
+    void pictureIsRefusedOrScaledAndSentOnce();
     void strokeCornerDragUndoesAsAMove();
 
 private:
@@ -111,6 +120,82 @@ void tst_Tools::imagePlacedTwiceIsDecodedOnce()
     const QImage frame = f->frame();
     QCOMPARE(frame.pixelColor(200, 150), QColor(250, 20, 20));
     QCOMPARE(frame.pixelColor(520, 310), QColor(250, 20, 20));
+}
+
+void tst_Tools::pictureIsRefusedOrScaledAndSentOnce_data()
+{
+    QTest::addColumn<QSize>("size"); // of the picture written; empty: a file of text
+    QTest::addColumn<bool>("missing");
+    QTest::addColumn<QSize>("placed"); // empty: refused
+    QTest::newRow("missing file") << QSize() << true << QSize();
+    QTest::newRow("not a picture") << QSize() << false << QSize();
+    QTest::newRow("longer than the limit") << QSize(5000, 10) << false << QSize(4096, 8);
+}
+
+void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
+{
+    QFETCH(QSize, size);
+    QFETCH(bool, missing);
+    QFETCH(QSize, placed);
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("picture.png"));
+    if (size.isValid()) {
+        QImage picture(size, QImage::Format_ARGB32);
+        picture.fill(QColor(250, 20, 20));
+        QVERIFY(picture.save(file));
+    } else if (!missing) {
+        QFile text(file);
+        QVERIFY(text.open(QIODevice::WriteOnly));
+        text.write("not a picture");
+    }
+    std::vector<std::unique_ptr<im::whiteboard::TransferData>> sent;
+    connect(f->view, &WhiteboardView::sendData, f->view, [&sent](im::whiteboard::TransferData* data) {
+        // Item actions only, not the pointer's travels.
+        std::unique_ptr<im::whiteboard::TransferData> owned(data);
+        im::whiteboard::WhiteboardData body;
+        if (body.ParseFromString(data->multi().whiteboarddatalist(0).data()) && body.has_graphicactiondata())
+            sent.push_back(std::move(owned));
+    });
+    QSignalSpy refused(f->view, &WhiteboardView::pictureRefused);
+
+    const QString path = QUrl::fromLocalFile(file).toString();
+    f->scene->setImagePath(path);
+    f->view->setToolType(GraphicDefine::Image);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^(refused|clamped) picture ")));
+    drag(QPoint(100, 100), QPoint(300, 200));
+
+    if (!placed.isValid()) {
+        // Refused before any item or history step exists, and told to the host.
+        QCOMPARE(refused.size(), 1);
+        QCOMPARE(refused.first().at(0).toString(), path);
+        QVERIFY(!refused.first().at(1).toString().isEmpty());
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        QVERIFY(!f->view->canUndo());
+        QVERIFY(sent.empty());
+        return;
+    }
+    QVERIFY(refused.isEmpty());
+    const QSharedPointer<GraphicItem> item = f->scene->focusItem();
+    const auto* image = qobject_cast<GraphicImage*>(item.data());
+    QVERIFY(image);
+    QCOMPARE(f->scene->imageByKey(image->imageKey())->size(), placed);
+
+    // A move carries the frame only; the other board keeps the pixels it has.
+    f->view->setToolType(GraphicDefine::Selector);
+    drag(QPoint(200, 150), QPoint(260, 190));
+    QCOMPARE(sent.size(), size_t(2));
+    GraphicScene other;
+    for (const std::unique_ptr<im::whiteboard::TransferData>& data : sent) {
+        im::whiteboard::WhiteboardData body;
+        body.ParseFromString(data->multi().whiteboarddatalist(0).data());
+        const im::whiteboard::GraphicAction& action = body.graphicactiondata();
+        QCOMPARE(action.imagedata().data(0).has_data(), action.graphicactiontype() == im::whiteboard::GraphicActionAdd);
+        other.receiveData(new im::whiteboard::TransferData(*data));
+    }
+    const auto* received = qobject_cast<GraphicImage*>(other.findItem(image->gid()).data());
+    QVERIFY(received);
+    QCOMPARE(received->boundary(), image->boundary());
+    QCOMPARE(other.imageByKey(received->imageKey())->size(), placed);
 }
 
 void tst_Tools::strokeCornerDragUndoesAsAMove()

@@ -23,7 +23,7 @@ GraphicFrameItem::GraphicFrameItem(const GraphicFrameItem& other)
 
 bool GraphicFrameItem::pressHits(const QPointF& point) const
 {
-    return m_hitPath.contains(point);
+    return hitPath().contains(point);
 }
 
 QPainterPath GraphicFrameItem::framePath(const QRectF& frame, Qt::KeyboardModifiers) const
@@ -63,9 +63,9 @@ void GraphicFrameItem::mouseMoveEvent(QMouseEvent* event)
     // While dragging, the hit path also covers the previous frame: it is the
     // area to repaint.
     old.addPath(m_outlinePath);
-    m_hitPath = m_stroker.createStroke(old).simplified();
+    setHitPath(m_stroker.createStroke(old).simplified());
     if (brush() == QBrush(Qt::NoBrush)) {
-        scene()->updateLayer(GraphicScene::ActiveLayer, m_hitPath);
+        scene()->updateLayer(GraphicScene::ActiveLayer, hitPath());
     } else {
         const int w = pen().width();
         scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(old.boundingRect().adjusted(-w, -w, w, w).toRect()));
@@ -81,7 +81,7 @@ void GraphicFrameItem::mouseReleaseEvent(QMouseEvent* event)
 void GraphicFrameItem::setReceivedOutline(const QPainterPath& outline, const QRectF& frame)
 {
     m_outlinePath = outline;
-    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    rebuildHitPath();
     setBoundary(frame);
 }
 

@@ -89,7 +89,7 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
             r.setHeight(w);
         if (r.width() == 0.0)
             r.setWidth(w);
-        m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+        setHitPath(m_stroker.createStroke(m_outlinePath).simplified());
         setBoundary(r);
         scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
     }
@@ -140,7 +140,7 @@ void GraphicLineItem::deserialize(const QByteArray& data)
     m_outlinePath.clear();
     m_outlinePath.moveTo(ends->p1());
     m_outlinePath.lineTo(ends->p2());
-    m_hitPath = m_stroker.createStroke(m_outlinePath).simplified();
+    rebuildHitPath();
     setBoundary(m_outlinePath.boundingRect());
 }
 

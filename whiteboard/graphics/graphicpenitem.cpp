@@ -1,6 +1,7 @@
 #include "graphics/graphicpenitem.h"
 
 #include "graphics/graphicpencontroller.h"
+#include "inputlimits.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
@@ -43,16 +44,16 @@ QImage GraphicPenItem::cacheImage() const
     return m_cacheImage;
 }
 
-QString GraphicPenItem::pathString() const
+QString GraphicPenItem::pathStringOf(const QPainterPath& path)
 {
-    const int count = m_outlinePath.elementCount();
+    const int count = path.elementCount();
     if (count == 0)
         return QString();
     const QLatin1Char fill(' ');
-    const QPainterPath::Element first = m_outlinePath.elementAt(0);
+    const QPainterPath::Element first = path.elementAt(0);
     QString text = QStringLiteral("M %1 %2").arg(first.x, 0, 'g', -1, fill).arg(first.y, 0, 'g', -1, fill);
     for (int i = 1; i < count; ++i) {
-        const QPainterPath::Element e = m_outlinePath.elementAt(i);
+        const QPainterPath::Element e = path.elementAt(i);
         text += QStringLiteral(" L %1 %2").arg(e.x, 0, 'g', -1, fill).arg(e.y, 0, 'g', -1, fill);
     }
     text += QStringLiteral(" z");
@@ -88,7 +89,18 @@ bool GraphicPenItem::collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode 
 
 bool GraphicPenItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
 {
-    return isEditMode() || AbstractGraphicShapeItem::collidesWithPoint(point, mode);
+    if (isEditMode())
+        return true;
+    // A finished stroke is hit along its centre line; one not yet released
+    // has no band.
+    if ((mode == Qt::ContainsItemShape || mode == Qt::IntersectsItemShape) && hasHitPath())
+        return nearPolyline(point, kHitBandHalfWidth);
+    return AbstractGraphicShapeItem::collidesWithPoint(point, mode);
+}
+
+QPainterPath GraphicPenItem::makeHitPath() const
+{
+    return plainStrokeOf(m_outlinePath);
 }
 
 void GraphicPenItem::mousePressEvent(QMouseEvent* event)
@@ -112,7 +124,14 @@ void GraphicPenItem::mouseMoveEvent(QMouseEvent* event)
                 m_strokeStarted = true;
                 m_outlinePath.moveTo(m_startPoint);
             }
+            // A stroke stops growing at the points a receiver accepts.
+            if (m_outlinePath.elementCount() >= InputLimits::kMaxPoints) {
+                m_lastPoint = p;
+                return;
+            }
             m_outlinePath.lineTo(p);
+            if (m_outlinePath.elementCount() == InputLimits::kMaxPoints)
+                qCWarning(lcWhiteboardInput, "clamped pen stroke %s: points", qPrintable(gid()));
             setBoundary(m_outlinePath.boundingRect());
             if (cache())
                 updateCacheImage(m_lastPoint, p);

@@ -29,7 +29,8 @@ public:
     QImage cacheImage() const;
 
     // The stroke as "M x y L x y ... z" text; empty when there is no stroke.
-    QString pathString() const;
+    QString pathString() const { return pathStringOf(m_outlinePath); }
+    static QString pathStringOf(const QPainterPath& path);
     // The inverse of pathString(), at single precision.
     static QPainterPath parsePathString(const QString& text);
 
@@ -47,6 +48,9 @@ public:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+
+protected:
+    QPainterPath makeHitPath() const override;
 
 private:
     // The shared body of serialize() and serializeToAction().

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "graphicdefine.h"
+#include "scene/annotatedmutex.h"
 #include "scene/dirtyarea.h"
 
 #include <QBrush>
@@ -103,7 +104,7 @@ public:
 
     QQuickItem* view() const;
     SceneRender* renderer() const { return m_render; }
-    QRecursiveMutex& itemsMutex() { return m_itemsMutex; }
+    SceneRecursiveMutex& itemsMutex() { return m_itemsMutex; }
     QUndoStack& undoStack() { return m_undoStack; }
 
     // Properties.
@@ -289,6 +290,8 @@ signals:
     void smallThumbnailChanged(QImage* imageData);
     void toolTypeChanged();
     void disableDragChanged();
+    // A picture the host named could not be read; nothing was placed.
+    void pictureRefused(const QString& path, const QString& reason);
 
 protected slots:
     void onReady();
@@ -339,8 +342,8 @@ private:
     void rubberBandMove(QMouseEvent* event);
     void nudgeSelection(QKeyEvent* event);
 
-    QRecursiveMutex m_itemsMutex;
-    QMutex m_renderMutex;
+    SceneRecursiveMutex m_itemsMutex;
+    SceneMutex m_renderMutex;
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
     SceneRender* m_render = nullptr;

@@ -13,6 +13,7 @@
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "scene/batchremovegraphiccommand.h"
+#include "scene/inboundguard.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -58,11 +59,13 @@ QByteArray bytesOf(const Message& entry)
     return QByteArray::fromStdString(entry.SerializeAsString());
 }
 
-// Builds one new item per entry of a received list.
+// Builds one new item per admitted entry of a received list.
 template <class List, class Make>
 void buildItems(const List& list, Make make, bool dirties, GraphicItemList& built, QRect& dirty)
 {
-    for (const auto& entry : list.data()) {
+    for (auto entry : list.data()) {
+        if (!InboundGuard::admit(entry))
+            continue;
         GraphicItem* item = make();
         item->deserialize(bytesOf(entry));
         // A line alone dirties nothing; it shows with the next repaint of its region.
@@ -77,7 +80,9 @@ void buildItems(const List& list, Make make, bool dirties, GraphicItemList& buil
 template <class List>
 void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, bool refresh)
 {
-    for (const auto& entry : list.data()) {
+    for (auto entry : list.data()) {
+        if (!InboundGuard::admit(entry))
+            continue;
         const QByteArray bytes = bytesOf(entry);
         {
             // The render thread may be painting the item.
@@ -190,6 +195,8 @@ void GraphicScene::receiveData(pb::TransferData* data)
     const pb::MultiWhiteboardData multi = data->multi();
     for (int i = 0; i < multi.whiteboarddatalist_size(); ++i) {
         const pb::SingleWhiteboardData envelope = multi.whiteboarddatalist(i);
+        if (!InboundGuard::admitEnvelope(envelope.data()))
+            continue;
         pb::WhiteboardData body;
         // Not tested: what fails to parse reads as defaults.
         body.ParseFromString(envelope.data());
@@ -309,11 +316,14 @@ void GraphicScene::updateReceivedItem(const pb::GraphicAction& action)
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
 }
 
-void GraphicScene::applyUserAction(const pb::UserAction& action)
+void GraphicScene::applyUserAction(const pb::UserAction& received)
 {
-    const qlonglong userId = action.userid();
+    const qlonglong userId = received.userid();
     // A client keeps no mark for itself.
     if (userId == m_currentUserId)
+        return;
+    pb::UserAction action = received;
+    if (!InboundGuard::admit(action))
         return;
     const pb::UserMouseInfoData info = action.mouseinfo();
 

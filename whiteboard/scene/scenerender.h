@@ -78,7 +78,7 @@ private:
     bool paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items);
 
     std::atomic<int> m_quitRequested { 0 };
-    QMutex m_dirtyMutex;
+    SceneMutex m_dirtyMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;
     double m_devicePixelRatio = 2.0;

@@ -1,0 +1,51 @@
+#include "inputlimits.h"
+
+#include <algorithm>
+
+Q_LOGGING_CATEGORY(lcWhiteboardInput, "whiteboard.input")
+
+bool InputLimits::clampCoordinate(double& value)
+{
+    const double bounded = std::clamp(value, -kMaxCoordinate, kMaxCoordinate);
+    if (bounded == value)
+        return false;
+    value = bounded;
+    return true;
+}
+
+bool InputLimits::clampPoint(QPointF& point)
+{
+    double x = point.x();
+    double y = point.y();
+    const bool moved = clampCoordinate(x) | clampCoordinate(y);
+    point = QPointF(x, y);
+    return moved;
+}
+
+bool InputLimits::clampRect(QRectF& rect)
+{
+    QPointF topLeft = rect.topLeft();
+    QPointF bottomRight = rect.bottomRight();
+    const bool moved = clampPoint(topLeft) | clampPoint(bottomRight);
+    if (moved)
+        rect = QRectF(topLeft, bottomRight);
+    return moved;
+}
+
+bool InputLimits::cutText(QString& text)
+{
+    if (text.size() <= kMaxTextLength)
+        return false;
+    qsizetype end = kMaxTextLength;
+    if (text.at(end - 1).isHighSurrogate())
+        --end;
+    text.truncate(end);
+    return true;
+}
+
+QString InputLimits::typedText(QString text)
+{
+    if (cutText(text))
+        qCWarning(lcWhiteboardInput, "clamped typed text: length");
+    return text;
+}
