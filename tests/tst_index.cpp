@@ -137,6 +137,12 @@ void tst_Index::itemAtPrefersNewestOrOldest()
     QCOMPARE(f.scene->itemAt(QPointF(175, 175), 1, Qt::IntersectsItemShape), older);
     QCOMPARE(f.scene->itemAt(QPointF(120, 120), 0, Qt::IntersectsItemShape), older);
     QVERIFY(!f.scene->itemAt(QPointF(500, 500), 0, Qt::IntersectsItemShape));
+    // A mode from QML that is no selection mode finds nothing.
+    for (int mode : { -1, 4, 1 << 30 }) {
+        QVERIFY(!f.scene->itemAt(QPointF(175, 175), 0, mode));
+        QVERIFY(f.scene->itemsByPoint(GraphicScene::ItemLayer, QPointF(175, 175), mode, 0).isEmpty());
+        QVERIFY(f.scene->itemsByRect(GraphicScene::ItemLayer, QRectF(0, 0, 500, 500), mode, 0).isEmpty());
+    }
     QCOMPARE(f.scene->itemByGid(newer->gid()), newer);
     QVERIFY(!f.scene->itemByGid(QStringLiteral("nope")));
 }
