@@ -6,11 +6,14 @@
 #include "scene/graphicscene.h"
 #include "whiteboardview.h"
 
+#include "proto/whiteboard.pb.h"
+
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
+#include <vector>
 
 // A finished rectangle in `layer`, as a drawn or received one stands: with a
 // valid `fill` it is filled and has no outline, else it keeps the outline of a
@@ -97,7 +100,16 @@ struct ViewFixture
         release(to, modifiers);
     }
 
+    // Takes every message the view sends from here on, as a host would:
+    // for tests that play no host of their own.
+    void keepSent()
+    {
+        QObject::connect(view, &WhiteboardView::sendData, view,
+                         [this](im::whiteboard::TransferData* data) { sent.emplace_back(data); });
+    }
+
     std::unique_ptr<QQuickWindow> window;
     WhiteboardView* view = nullptr;
     whiteboard::GraphicScene* scene = nullptr;
+    std::vector<std::unique_ptr<im::whiteboard::TransferData>> sent;
 };

@@ -44,6 +44,7 @@ private slots:
         palette->setStrokeWidth(3);
         palette->setFillStyleByColor(Qt::blue);
         f = std::make_unique<ViewFixture>();
+        f->keepSent();
     }
     void cleanup() { f.reset(); }
 

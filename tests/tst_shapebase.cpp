@@ -135,7 +135,6 @@ void tst_ShapeBase::pointAndRectTests()
     line.rebuildHitPath();
     QVERIFY(line.collidesWithPoint(QPointF(50, 52.5), Qt::IntersectsItemShape));
     QVERIFY(!line.collidesWithPoint(QPointF(50, 54), Qt::IntersectsItemShape));
-    QVERIFY(!line.collidesWithPoint(QPointF(50, 52.5), Qt::ItemSelectionMode(7)));
 }
 
 QTEST_MAIN(tst_ShapeBase)

@@ -41,6 +41,19 @@ private:
         f->release(to);
     }
 
+    // The item actions the view sent, not the pointer's travels.
+    QList<const im::whiteboard::TransferData*> actions() const
+    {
+        QList<const im::whiteboard::TransferData*> result;
+        for (const std::unique_ptr<im::whiteboard::TransferData>& data : f->sent) {
+            im::whiteboard::WhiteboardData body;
+            body.ParseFromString(data->multi().whiteboarddatalist(0).data());
+            if (body.has_graphicactiondata())
+                result.append(data.get());
+        }
+        return result;
+    }
+
     std::unique_ptr<ViewFixture> f;
 };
 
@@ -49,6 +62,7 @@ void tst_Tools::init()
     GraphicPalette::instance()->setStrokeColor(QColor(10, 120, 200));
     GraphicPalette::instance()->setStrokeWidth(4);
     f = std::make_unique<ViewFixture>(QSize(1080, 720), 77);
+    f->keepSent();
 }
 
 void tst_Tools::dragDrawsItem_data()
@@ -148,14 +162,6 @@ void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
         QVERIFY(text.open(QIODevice::WriteOnly));
         text.write("not a picture");
     }
-    std::vector<std::unique_ptr<im::whiteboard::TransferData>> sent;
-    connect(f->view, &WhiteboardView::sendData, f->view, [&sent](im::whiteboard::TransferData* data) {
-        // Item actions only, not the pointer's travels.
-        std::unique_ptr<im::whiteboard::TransferData> owned(data);
-        im::whiteboard::WhiteboardData body;
-        if (body.ParseFromString(data->multi().whiteboarddatalist(0).data()) && body.has_graphicactiondata())
-            sent.push_back(std::move(owned));
-    });
     QSignalSpy refused(f->view, &WhiteboardView::pictureRefused);
 
     const QString path = QUrl::fromLocalFile(file).toString();
@@ -171,7 +177,7 @@ void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
         QVERIFY(!refused.first().at(1).toString().isEmpty());
         QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
         QVERIFY(!f->view->canUndo());
-        QVERIFY(sent.empty());
+        QVERIFY(actions().isEmpty());
         return;
     }
     QVERIFY(refused.isEmpty());
@@ -183,9 +189,10 @@ void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
     // A move carries the frame only; the other board keeps the pixels it has.
     f->view->setToolType(GraphicDefine::Selector);
     drag(QPoint(200, 150), QPoint(260, 190));
-    QCOMPARE(sent.size(), size_t(2));
+    const QList<const im::whiteboard::TransferData*> sent = actions();
+    QCOMPARE(sent.size(), 2);
     GraphicScene other;
-    for (const std::unique_ptr<im::whiteboard::TransferData>& data : sent) {
+    for (const im::whiteboard::TransferData* data : sent) {
         im::whiteboard::WhiteboardData body;
         body.ParseFromString(data->multi().whiteboarddatalist(0).data());
         const im::whiteboard::GraphicAction& action = body.graphicactiondata();

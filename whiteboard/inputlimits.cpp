@@ -17,16 +17,20 @@ bool InputLimits::clampPoint(QPointF& point)
 {
     double x = point.x();
     double y = point.y();
-    const bool moved = clampCoordinate(x) | clampCoordinate(y);
+    // Both are clamped, whichever moves.
+    const bool movedX = clampCoordinate(x);
+    const bool movedY = clampCoordinate(y);
     point = QPointF(x, y);
-    return moved;
+    return movedX || movedY;
 }
 
 bool InputLimits::clampRect(QRectF& rect)
 {
     QPointF topLeft = rect.topLeft();
     QPointF bottomRight = rect.bottomRight();
-    const bool moved = clampPoint(topLeft) | clampPoint(bottomRight);
+    const bool movedTopLeft = clampPoint(topLeft);
+    const bool movedBottomRight = clampPoint(bottomRight);
+    const bool moved = movedTopLeft || movedBottomRight;
     if (moved)
         rect = QRectF(topLeft, bottomRight);
     return moved;

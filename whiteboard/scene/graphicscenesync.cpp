@@ -13,6 +13,7 @@
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "scene/batchremovegraphiccommand.h"
+#include "inputlimits.h"
 #include "scene/inboundguard.h"
 
 #include "proto/whiteboard.pb.h"
@@ -75,11 +76,17 @@ void buildItems(const List& list, Make make, bool dirties, GraphicItemList& buil
     }
 }
 
-// Applies each entry of a received list to an existing item; with `refresh`
-// the item is filed again under its new bounds.
+// Applies each entry of a received list to an existing item of `type`; with
+// `refresh` the item is filed again under its new bounds.
 template <class List>
-void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, bool refresh)
+void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, int type, bool refresh)
 {
+    // An item reads any entry as its own message, where the fields checked
+    // by the guard mean other things: only entries of its own kind apply.
+    if (item->type() != type) {
+        qCWarning(lcWhiteboardInput, "refused update %s: entries of another kind of item", qPrintable(item->gid()));
+        return;
+    }
     for (auto entry : list.data()) {
         if (!InboundGuard::admit(entry))
             continue;
@@ -289,27 +296,27 @@ void GraphicScene::updateReceivedItem(const pb::GraphicAction& action)
     if (!item)
         return;
     // Selection, focus, controller and history stay as they are: the remote
-    // state simply wins. The class of the item is not checked against the list.
+    // state simply wins.
     // Polylines, rectangles and texts stay filed under their old bounds, as
     // the protocol's clients have always done.
     if (action.has_arrowdata()) {
-        applyEntries(this, action.arrowdata(), item, true);
+        applyEntries(this, action.arrowdata(), item, GraphicItem::ArrowLine, true);
     } else if (action.has_canvasdata()) {
         // Reserved: recognised, and nothing to apply.
     } else if (action.has_ellipsedata()) {
-        applyEntries(this, action.ellipsedata(), item, true);
+        applyEntries(this, action.ellipsedata(), item, GraphicItem::Ellipse, true);
     } else if (action.has_imagedata()) {
-        applyEntries(this, action.imagedata(), item, true);
+        applyEntries(this, action.imagedata(), item, GraphicItem::Image, true);
     } else if (action.has_linedata()) {
-        applyEntries(this, action.linedata(), item, true);
+        applyEntries(this, action.linedata(), item, GraphicItem::Line, true);
     } else if (action.has_pathdata()) {
-        applyEntries(this, action.pathdata(), item, true);
+        applyEntries(this, action.pathdata(), item, GraphicItem::Pen, true);
     } else if (action.has_polylinedata()) {
-        applyEntries(this, action.polylinedata(), item, false);
+        applyEntries(this, action.polylinedata(), item, GraphicItem::Segment, false);
     } else if (action.has_rectdata()) {
-        applyEntries(this, action.rectdata(), item, false);
+        applyEntries(this, action.rectdata(), item, GraphicItem::Rectangle, false);
     } else if (action.has_textdata()) {
-        applyEntries(this, action.textdata(), item, false);
+        applyEntries(this, action.textdata(), item, GraphicItem::Text, false);
     } else {
         qWarning("unknown graphic action data");
     }
