@@ -24,6 +24,11 @@ packages=(
     # The file dialog's own implementation, used where the desktop offers none.
     qml6-module-qt-labs-folderlistmodel
     fonts-dejavu-core
+    # The sanitizer stage and the fuzz target: clang with its runtimes, and
+    # the symbolizer for readable reports.
+    clang-14
+    libclang-rt-14-dev
+    llvm-14
 )
 
 missing=()
