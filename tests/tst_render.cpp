@@ -4,7 +4,6 @@
 #include "graphics/abstractgraphicshapeitem.h"
 #include "scene/scenerender.h"
 
-#include <QCursor>
 #include <QPointer>
 #include <QSemaphore>
 
@@ -50,8 +49,6 @@ class tst_Render : public QObject
     Q_OBJECT
 
 private slots:
-    // Windows open at the origin; the pointer stays off them, so no view sends its travels.
-    void initTestCase() { QCursor::setPos(-1000, -1000); }
     void burstGivesAtMostTwoFramesShowingTheLast();
     void cleanUpdateGivesNoFrame();
     void dirtyListsPerLayer();
