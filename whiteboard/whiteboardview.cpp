@@ -29,6 +29,14 @@ WhiteboardView::WhiteboardView(QQuickItem* parent)
     // Set here rather than in the scene's constructor, which QML also runs.
     QJSEngine::setObjectOwnership(m_scene, QJSEngine::CppOwnership);
     m_scene->init();
+    // The host owns each message from here on; a host that connects nothing
+    // (a read-only viewer) would leak them, so they are deleted instead.
+    connect(m_scene, &whiteboard::GraphicScene::sendData, this, [this](im::whiteboard::TransferData* data) {
+        if (isSignalConnected(QMetaMethod::fromSignal(&WhiteboardView::sendData)))
+            emit sendData(data);
+        else
+            delete data;
+    });
     connect(m_scene, &whiteboard::GraphicScene::viewportChanged, this, &WhiteboardView::onSceneViewportChanged);
     connect(m_scene, &whiteboard::GraphicScene::pictureRefused, this, &WhiteboardView::pictureRefused);
 }

@@ -76,10 +76,10 @@ void buildItems(const List& list, Make make, bool dirties, GraphicItemList& buil
     }
 }
 
-// Applies each entry of a received list to an existing item of `type`; with
-// `refresh` the item is filed again under its new bounds.
+// Applies each entry of a received list to an existing item of `type`,
+// which files itself again if its bounds change.
 template <class List>
-void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, int type, bool refresh)
+void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, int type)
 {
     // An item reads any entry as its own message, where the fields checked
     // by the guard mean other things: only entries of its own kind apply.
@@ -91,13 +91,9 @@ void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<Gr
         if (!InboundGuard::admit(entry))
             continue;
         const QByteArray bytes = bytesOf(entry);
-        {
-            // The render thread may be painting the item.
-            QMutexLocker locker(&scene->itemsMutex());
-            item->deserialize(bytes);
-        }
-        if (refresh)
-            scene->updateItemIndex(GraphicScene::ItemLayer, item);
+        // The render thread may be painting the item.
+        QMutexLocker locker(&scene->itemsMutex());
+        item->deserialize(bytes);
     }
 }
 
@@ -147,7 +143,7 @@ void GraphicScene::sendOperation(pb::UserOperation_Type type)
     // Our own id also for a clear by user: the others clear the sender's items.
     operation->set_userid(m_currentUserId);
     envelope->set_data(body.SerializeAsString());
-    emit sendData(data);
+    post(data);
 }
 
 void GraphicScene::sendMouseInfo(const QPointF& position)
@@ -168,7 +164,7 @@ void GraphicScene::sendMouseInfo(const QPointF& position)
     info->mutable_mouseposition()->set_x(float(position.x()));
     info->mutable_mouseposition()->set_y(float(position.y()));
     envelope->set_data(body.SerializeAsString());
-    emit sendData(data);
+    post(data);
 }
 
 void GraphicScene::joinWhiteboard(qint64 serverTime)
@@ -181,7 +177,7 @@ void GraphicScene::joinWhiteboard(qint64 serverTime)
     const GraphicItemList all = items(ItemLayer, 1);
     // The oldest time travels through 32 bits: that is the protocol's format.
     join->set_oldesttimestamp(all.isEmpty() ? qint64(1) : qint64(qint32(all.first()->timestamp())));
-    emit sendData(data);
+    post(data);
 }
 
 // --- inbound ----------------------------------------------------------------
@@ -297,26 +293,24 @@ void GraphicScene::updateReceivedItem(const pb::GraphicAction& action)
         return;
     // Selection, focus, controller and history stay as they are: the remote
     // state simply wins.
-    // Polylines, rectangles and texts stay filed under their old bounds, as
-    // the protocol's clients have always done.
     if (action.has_arrowdata()) {
-        applyEntries(this, action.arrowdata(), item, GraphicItem::ArrowLine, true);
+        applyEntries(this, action.arrowdata(), item, GraphicItem::ArrowLine);
     } else if (action.has_canvasdata()) {
         // Reserved: recognised, and nothing to apply.
     } else if (action.has_ellipsedata()) {
-        applyEntries(this, action.ellipsedata(), item, GraphicItem::Ellipse, true);
+        applyEntries(this, action.ellipsedata(), item, GraphicItem::Ellipse);
     } else if (action.has_imagedata()) {
-        applyEntries(this, action.imagedata(), item, GraphicItem::Image, true);
+        applyEntries(this, action.imagedata(), item, GraphicItem::Image);
     } else if (action.has_linedata()) {
-        applyEntries(this, action.linedata(), item, GraphicItem::Line, true);
+        applyEntries(this, action.linedata(), item, GraphicItem::Line);
     } else if (action.has_pathdata()) {
-        applyEntries(this, action.pathdata(), item, GraphicItem::Pen, true);
+        applyEntries(this, action.pathdata(), item, GraphicItem::Pen);
     } else if (action.has_polylinedata()) {
-        applyEntries(this, action.polylinedata(), item, GraphicItem::Segment, false);
+        applyEntries(this, action.polylinedata(), item, GraphicItem::Segment);
     } else if (action.has_rectdata()) {
-        applyEntries(this, action.rectdata(), item, GraphicItem::Rectangle, false);
+        applyEntries(this, action.rectdata(), item, GraphicItem::Rectangle);
     } else if (action.has_textdata()) {
-        applyEntries(this, action.textdata(), item, GraphicItem::Text, false);
+        applyEntries(this, action.textdata(), item, GraphicItem::Text);
     } else {
         qWarning("unknown graphic action data");
     }
@@ -362,7 +356,6 @@ void GraphicScene::applyUserAction(const pb::UserAction& received)
                 boundary.moveTo(info.mouseposition().x(), info.mouseposition().y());
                 mark->setBoundary(boundary);
             }
-            updateItemIndex(MarkLayer, entry);
             updateLayer(MarkLayer, QRegion(mark->boundary().toRect()));
             return;
         }
