@@ -60,6 +60,12 @@ void* operator new(std::size_t size)
         return p;
     throw std::bad_alloc();
 }
+// Also the no-throw form (std::stable_sort's buffer): its delete comes here,
+// and a sanitizer's own allocation must not be freed by std::free.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return std::malloc(size ? size : 1);
+}
 void operator delete(void* p) noexcept
 {
     noteDelete(p);
