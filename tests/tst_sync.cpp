@@ -27,6 +27,14 @@
 using namespace whiteboard;
 namespace pb = im::whiteboard;
 
+// ThreadSanitizer's runtime defines operator new itself; there the deletions
+// are not recorded and the test that needs them is skipped.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define SYNC_TEST_UNDER_TSAN 1
+#endif
+#endif
+
 // While `recordingDeletes` is set, every address freed by delete is noted, so
 // that a test can tell whether a message it saw go out was deleted.
 namespace {
@@ -34,7 +42,7 @@ std::atomic<bool> recordingDeletes { false };
 std::array<std::atomic<void*>, 1 << 16> deletedAddresses;
 std::atomic<size_t> deletedCount { 0 };
 
-void noteDelete(void* p)
+[[maybe_unused]] void noteDelete(void* p)
 {
     if (!p || !recordingDeletes.load(std::memory_order_relaxed))
         return;
@@ -54,6 +62,7 @@ bool wasDeleted(const void* p)
 }
 } // namespace
 
+#ifndef SYNC_TEST_UNDER_TSAN
 void* operator new(std::size_t size)
 {
     if (void* p = std::malloc(size ? size : 1))
@@ -76,6 +85,7 @@ void operator delete(void* p, std::size_t) noexcept
     noteDelete(p);
     std::free(p);
 }
+#endif
 
 namespace {
 
@@ -533,6 +543,9 @@ private slots:
     // (A host that takes them owns them: the Host above deletes each one.)
     void messagesWithoutReceiverAreDeleted()
     {
+#ifdef SYNC_TEST_UNDER_TSAN
+        QSKIP("deletions are not recorded under ThreadSanitizer");
+#endif
         ViewFixture lone(QSize(400, 300), 3);
         // The first position only enters the view.
         QTest::mouseMove(lone.window.get(), QPoint(50, 50));
