@@ -8,7 +8,6 @@
 
 #include "proto/whiteboard.pb.h"
 
-#include <QCursor>
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
@@ -45,9 +44,6 @@ struct ViewFixture
     explicit ViewFixture(const QSize& size = QSize(1080, 720), qlonglong accountId = 1)
         : window(new QQuickWindow)
     {
-        // Windows open at the origin: with the pointer over one, its view
-        // would send the pointer's travels to nobody.
-        QCursor::setPos(-1000, -1000);
         window->resize(size);
         view = new WhiteboardView(window->contentItem());
         view->setSize(QSizeF(size));

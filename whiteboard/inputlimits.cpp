@@ -53,3 +53,18 @@ QString InputLimits::typedText(QString text)
         qCWarning(lcWhiteboardInput, "clamped typed text: length");
     return text;
 }
+
+bool InputLimits::clampPath(QPainterPath& path)
+{
+    bool moved = false;
+    for (int i = 0; i < path.elementCount(); ++i) {
+        QPointF point = path.elementAt(i);
+        if (!isFinite(point))
+            point = QPointF();
+        else if (!clampPoint(point))
+            continue;
+        path.setElementPositionAt(i, point.x(), point.y());
+        moved = true;
+    }
+    return moved;
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QLoggingCategory>
+#include <QPainterPath>
 #include <QPointF>
 #include <QRectF>
 #include <QString>
@@ -45,6 +46,9 @@ public:
     static bool clampPoint(QPointF& point);
     // The rectangle with both corners clamped; returns whether it changed.
     static bool clampRect(QRectF& rect);
+    // Every element of `path` clamped, a non-finite one to the origin;
+    // returns whether any moved.
+    static bool clampPath(QPainterPath& path);
     // Cuts `text` to kMaxTextLength, never between the halves of a
     // surrogate pair; returns whether it was longer.
     static bool cutText(QString& text);

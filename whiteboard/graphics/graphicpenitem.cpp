@@ -44,16 +44,16 @@ QImage GraphicPenItem::cacheImage() const
     return m_cacheImage;
 }
 
-QString GraphicPenItem::pathStringOf(const QPainterPath& path)
+QString GraphicPenItem::pathString() const
 {
-    const int count = path.elementCount();
+    const int count = m_outlinePath.elementCount();
     if (count == 0)
         return QString();
     const QLatin1Char fill(' ');
-    const QPainterPath::Element first = path.elementAt(0);
+    const QPainterPath::Element first = m_outlinePath.elementAt(0);
     QString text = QStringLiteral("M %1 %2").arg(first.x, 0, 'g', -1, fill).arg(first.y, 0, 'g', -1, fill);
     for (int i = 1; i < count; ++i) {
-        const QPainterPath::Element e = path.elementAt(i);
+        const QPainterPath::Element e = m_outlinePath.elementAt(i);
         text += QStringLiteral(" L %1 %2").arg(e.x, 0, 'g', -1, fill).arg(e.y, 0, 'g', -1, fill);
     }
     text += QStringLiteral(" z");
@@ -243,6 +243,10 @@ void GraphicPenItem::deserialize(const QByteArray& data)
     if (!message.has_path())
         return;
     m_outlinePath = parsePathString(QString::fromStdString(message.path()));
+    // Where the text is read, its numbers are bounded: the receiving guard
+    // has only cut the points.
+    if (InputLimits::clampPath(m_outlinePath))
+        qCWarning(lcWhiteboardInput, "clamped pen stroke %s: coordinates", qPrintable(gid()));
     setBoundary(m_outlinePath.boundingRect());
     rebuildHitPath();
 }

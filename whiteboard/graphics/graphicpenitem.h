@@ -29,8 +29,7 @@ public:
     QImage cacheImage() const;
 
     // The stroke as "M x y L x y ... z" text; empty when there is no stroke.
-    QString pathString() const { return pathStringOf(m_outlinePath); }
-    static QString pathStringOf(const QPainterPath& path);
+    QString pathString() const;
     // The inverse of pathString(), at single precision.
     static QPainterPath parsePathString(const QString& text);
 

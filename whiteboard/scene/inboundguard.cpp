@@ -1,6 +1,5 @@
 #include "scene/inboundguard.h"
 
-#include "graphics/graphicpenitem.h"
 #include "inputlimits.h"
 
 #include "proto/whiteboard.pb.h"
@@ -269,21 +268,8 @@ bool InboundGuard::admit(pb::Path& message)
                 break;
             }
         }
-        QPainterPath path = GraphicPenItem::parsePathString(QString::fromStdString(*text));
-        bool moved = false;
-        for (int i = 0; i < path.elementCount() && !check.refused(); ++i) {
-            QPointF p = path.elementAt(i);
-            if (!InputLimits::isFinite(p)) {
-                check.refuse(kNotFinite);
-            } else if (InputLimits::clampPoint(p)) {
-                path.setElementPositionAt(i, p.x(), p.y());
-                moved = true;
-            }
-        }
-        if (moved && !check.refused()) {
-            *text = GraphicPenItem::pathStringOf(path).toStdString();
-            check.clamp("coordinates");
-        }
+        // The coordinates are text: the item bounds them as it parses them,
+        // so that a long stroke is read once.
     }
     boundStroke(message, check);
     boundOpacity(message, check);
