@@ -199,7 +199,7 @@ void BoardSession::answerJoin(Participant* participant)
         envelopes.append(item.envelope);
     const QList<QByteArray> frames = batches(envelopes);
     for (const QByteArray& frame : frames)
-        participant->send(frame);
+        participant->send(frame, true);
 
     pb::TransferData done;
     done.set_whiteboardid(m_boardId.toStdString());
@@ -413,7 +413,7 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
             sendToJoined(onward, from, sequence);
     }
     for (const QByteArray& frame : batches(outcome.toSender))
-        from->send(frame);
+        from->send(frame, true);
 }
 
 void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::WhiteboardData& body,

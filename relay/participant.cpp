@@ -37,7 +37,11 @@ Participant::Participant(QWebSocket* socket, const QString& boardId, qint64 acco
     connect(m_socket, &QWebSocket::textMessageReceived, this,
             [this] { closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, QStringLiteral("text frame")); });
     connect(m_socket, &QWebSocket::disconnected, this, &Participant::onDisconnected);
-    connect(m_socket, &QWebSocket::bytesWritten, this, [this](qint64 written) { m_backlog = std::max<qint64>(0, m_backlog - written); });
+    connect(m_socket, &QWebSocket::bytesWritten, this, [this](qint64 written) {
+        // The replay went first, so it is written first.
+        m_backlog = std::max<qint64>(0, m_backlog - written);
+        m_replayBacklog = std::max<qint64>(0, m_replayBacklog - written);
+    });
 }
 
 Participant::~Participant() = default;
@@ -52,14 +56,16 @@ bool Participant::isOpen() const
     return !m_closing && m_socket->state() == QAbstractSocket::ConnectedState;
 }
 
-void Participant::send(const QByteArray& frame)
+void Participant::send(const QByteArray& frame, bool replay)
 {
     if (!isOpen())
         return;
     // A reader that does not keep up would hold the relay's memory without
     // bound: it goes, and its replay brings it up to date when it is back.
     m_backlog += frame.size();
-    if (m_backlog > RelayOptions::kMaxBacklogBytes) {
+    if (replay)
+        m_replayBacklog += frame.size();
+    if (m_backlog - m_replayBacklog > RelayOptions::kMaxBacklogBytes) {
         closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("too far behind"));
         return;
     }

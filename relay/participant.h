@@ -47,7 +47,9 @@ public:
     }
     bool isOpen() const;
 
-    void send(const QByteArray& frame);
+    // A replay (a board's stored items) does not count against the backlog
+    // limit while it drains: a board may be larger than the limit.
+    void send(const QByteArray& frame, bool replay = false);
     void closeWith(QWebSocketProtocol::CloseCode code, const QString& reason);
 
     // Rate limits: false when the pointer position or item message is over
@@ -81,6 +83,7 @@ private:
     QString m_key;
     qint64 m_joinedAt = 0;
     qint64 m_backlog = 0; // bytes handed to the socket and not yet written
+    qint64 m_replayBacklog = 0; // of which replay
     bool m_joined = false;
     bool m_closing = false;
     QElapsedTimer m_clock;

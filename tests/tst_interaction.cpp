@@ -2,6 +2,7 @@
 // erasing and panning, with the undo steps they leave.
 #include "testsupport.h"
 
+#include "graphics/graphiccontroller.h"
 #include "graphics/graphicpalette.h"
 #include "graphics/graphicrectitem.h"
 
@@ -24,10 +25,10 @@ class tst_Interaction : public QObject
     Q_OBJECT
 
 private:
-    // Draws a rectangle with the tool; it starts at the first forwarded move.
-    void drawRect(QPoint firstMove, QPoint end)
+    // Draws with a tool; the item starts at the first forwarded move.
+    void drawRect(QPoint firstMove, QPoint end, GraphicDefine::ToolType tool = GraphicDefine::Rectangle)
     {
-        f->view->setToolType(GraphicDefine::Rectangle);
+        f->view->setToolType(tool);
         f->press(firstMove - QPoint(20, 20));
         f->move(firstMove);
         f->move(end);
@@ -91,24 +92,46 @@ private slots:
 
     void clickSelectsByShape_data()
     {
+        QTest::addColumn<GraphicDefine::ToolType>("tool");
         QTest::addColumn<bool>("filled");
         QTest::addColumn<QPoint>("click");
         QTest::addColumn<bool>("selected");
+        const auto rect = GraphicDefine::Rectangle;
         // Frame (140,130)-(300,250), pen width 3: the band reaches 4.5 either side.
-        QTest::newRow("outline, on the edge") << false << QPoint(142, 190) << true;
-        QTest::newRow("outline, in the middle") << false << QPoint(220, 190) << false;
-        QTest::newRow("outline, just off the band") << false << QPoint(135, 190) << false;
-        QTest::newRow("filled, in the middle") << true << QPoint(220, 190) << true;
-        QTest::newRow("filled, outside") << true << QPoint(120, 190) << false;
+        QTest::newRow("outline, on the edge") << rect << false << QPoint(142, 190) << true;
+        QTest::newRow("outline, in the middle") << rect << false << QPoint(220, 190) << false;
+        QTest::newRow("outline, just off the band") << rect << false << QPoint(135, 190) << false;
+        QTest::newRow("outline, exactly on the right edge") << rect << false << QPoint(300, 190) << true;
+        QTest::newRow("outline, exactly on the bottom edge") << rect << false << QPoint(220, 250) << true;
+        QTest::newRow("outline, 4 right of the right edge") << rect << false << QPoint(304, 190) << true;
+        QTest::newRow("outline, 4 below the bottom edge") << rect << false << QPoint(220, 254) << true;
+        QTest::newRow("filled, in the middle") << rect << true << QPoint(220, 190) << true;
+        QTest::newRow("filled, outside") << rect << true << QPoint(120, 190) << false;
+        // Frame (100,100)-(500,300): the ends of the short axis are on the outline too.
+        QTest::newRow("ellipse, top of the short axis") << GraphicDefine::Ellipse << false << QPoint(300, 100) << true;
+        QTest::newRow("ellipse, 4 below its bottom") << GraphicDefine::Ellipse << false << QPoint(300, 304) << true;
+        QTest::newRow("ellipse, in the middle") << GraphicDefine::Ellipse << false << QPoint(300, 200) << false;
+        // A horizontal line from (140,190) to (300,190): hit within 4.5 above and below.
+        QTest::newRow("line, on it") << GraphicDefine::Line << false << QPoint(220, 190) << true;
+        QTest::newRow("line, 4 above") << GraphicDefine::Line << false << QPoint(220, 186) << true;
+        QTest::newRow("line, 4 below") << GraphicDefine::Line << false << QPoint(220, 194) << true;
+        QTest::newRow("line, 5 below") << GraphicDefine::Line << false << QPoint(220, 195) << false;
+        QTest::newRow("line, 4 past its end") << GraphicDefine::Line << false << QPoint(304, 190) << true;
     }
 
     void clickSelectsByShape()
     {
+        QFETCH(GraphicDefine::ToolType, tool);
         QFETCH(bool, filled);
         QFETCH(QPoint, click);
         QFETCH(bool, selected);
         f->scene->setFillShape(filled);
-        drawRect(QPoint(140, 130), QPoint(300, 250));
+        if (tool == GraphicDefine::Line)
+            drawRect(QPoint(140, 190), QPoint(300, 190), tool);
+        else if (tool == GraphicDefine::Ellipse)
+            drawRect(QPoint(100, 100), QPoint(500, 300), tool);
+        else
+            drawRect(QPoint(140, 130), QPoint(300, 250), tool);
         const QSharedPointer<GraphicItem> rect = f->scene->focusItem();
         QVERIFY(rect);
 
@@ -215,6 +238,72 @@ private slots:
         QCOMPARE(rect->boundary(), QRectF(150, 140, 200, 100));
     }
 
+    // Whoever changes an item's bounds (here the history), the item is found
+    // where it is drawn: by a click, by the rubber band and by the eraser.
+    void itemIsHitWhereItIsDrawn_data()
+    {
+        QTest::addColumn<QPoint>("from");
+        QTest::addColumn<QPoint>("to");
+        QTest::addColumn<QString>("probe");
+        for (const QString probe : { "click", "band", "eraser" }) {
+            // Dragging the outline moves the rectangle; dragging a corner
+            // reshapes it, here into a small square far from the right edge.
+            QTest::addRow("undo of a far move, %s", qPrintable(probe)) << QPoint(140, 190) << QPoint(840, 440) << probe;
+            QTest::addRow("undo of a shrinking resize, %s", qPrintable(probe)) << QPoint(300, 250) << QPoint(150, 140) << probe;
+        }
+    }
+
+    void itemIsHitWhereItIsDrawn()
+    {
+        QFETCH(QPoint, from);
+        QFETCH(QPoint, to);
+        QFETCH(QString, probe);
+        drawRect(QPoint(140, 130), QPoint(300, 250));
+        const QSharedPointer<GraphicItem> rect = f->scene->focusItem();
+        f->view->setToolType(GraphicDefine::Selector);
+        f->drag(from, to);
+        QVERIFY(rect->boundary() != QRectF(140, 130, 160, 120));
+        f->scene->undo();
+        QCOMPARE(rect->boundary(), QRectF(140, 130, 160, 120));
+
+        // Off the page's empty corner: nothing selected, no focus.
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(1000, 700));
+        QVERIFY(!f->scene->focusItem());
+        const QPoint onRightEdge(298, 200);
+        if (probe == "click") {
+            QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, onRightEdge);
+            QCOMPARE(f->scene->selectedItems(), GraphicItemList { rect });
+        } else if (probe == "band") {
+            f->drag(QPoint(250, 180), QPoint(320, 270));
+            QCOMPARE(f->scene->selectedItems(), GraphicItemList { rect });
+        } else {
+            f->view->setToolType(GraphicDefine::Eraser);
+            QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, onRightEdge);
+            QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        }
+    }
+
+    // Leaving the focus asks for the frame that takes the handles away;
+    // nothing else changes on screen to ask for one.
+    void handlesGoWithTheFocus()
+    {
+        drawRect(QPoint(140, 130), QPoint(400, 300), GraphicDefine::ArrowLine);
+        const QSharedPointer<GraphicItem> arrow = f->scene->focusItem();
+        QVERIFY(arrow);
+        QPointF head;
+        for (const GraphicControlPoint& point : arrow->controller()->controlPoints()) {
+            if (point.style == GraphicDefine::GCP_Circle)
+                head = point.position;
+        }
+        const QPoint pixel = head.toPoint();
+        QTRY_COMPARE(f->frame().pixelColor(pixel), QColor(Qt::white));
+
+        f->view->setToolType(GraphicDefine::Selector);
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(800, 600));
+        QVERIFY(!f->scene->focusItem());
+        QTRY_VERIFY(f->scene->renderedImage().pixelColor(pixel) != QColor(Qt::white));
+    }
+
     void rubberBandSelectsOwnItemsOnly()
     {
         const QSharedPointer<GraphicItem> a = addRect(f->scene, QRectF(100, 100, 50, 50), 1);
@@ -276,8 +365,16 @@ private slots:
         QCOMPARE(f->scene->undoStack().count(), 0);
     }
 
+    void polylineClosedByToolChange_data()
+    {
+        QTest::addColumn<GraphicDefine::ToolType>("tool");
+        QTest::newRow("selector") << GraphicDefine::Selector;
+        QTest::newRow("eraser") << GraphicDefine::Eraser;
+    }
+
     void polylineClosedByToolChange()
     {
+        QFETCH(GraphicDefine::ToolType, tool);
         f->view->setToolType(GraphicDefine::Segment);
         QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 100));
         QTest::mouseMove(f->window.get(), QPoint(200, 100));
@@ -287,7 +384,7 @@ private slots:
         QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 1);
         QCOMPARE(f->scene->undoStack().count(), 0);
 
-        f->view->setToolType(GraphicDefine::Selector);
+        f->view->setToolType(tool);
         QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
         const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
         QCOMPARE(items.size(), 1);

@@ -136,6 +136,18 @@ private slots:
         QVERIFY(f->scene->selectedItems().isEmpty());
         QTest::keyClick(f->window.get(), Qt::Key_C, Qt::ControlModifier);
         QCOMPARE(f->scene->clipboardItems(), GraphicItemList { clone });
+
+        // The copy, newer than its source, takes the click; its handles work
+        // before it was ever moved. (The owner of the board may touch it
+        // whoever it belongs to.)
+        f->view->setIsOwner(true);
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 125));
+        QCOMPARE(f->scene->focusItem(), clone);
+        QTest::mouseMove(f->window.get(), QPoint(150, 150));
+        QCOMPARE(f->view->cursor().shape(), Qt::SizeFDiagCursor);
+        f->drag(QPoint(150, 150), QPoint(180, 170));
+        QCOMPARE(clone->boundary(), QRectF(100, 100, 80, 70));
+        QCOMPARE(source->boundary(), QRectF(100, 100, 50, 50));
     }
 
     void doubleClickEditsText_data()

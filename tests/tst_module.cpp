@@ -1,8 +1,14 @@
 // The module as a host sees it: loaded by import from the build tree alone.
+#include <QFileInfo>
+#include <QLibrary>
+#include <QMetaMethod>
+#include <QPluginLoader>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QTest>
+
+#include <dlfcn.h>
 
 class tst_Module : public QObject
 {
@@ -13,6 +19,7 @@ private slots:
     void registrations_data();
     void registrations();
     void compiledInResources();
+    void pluginFace();
 };
 
 void tst_Module::importCreatesView()
@@ -88,6 +95,33 @@ void tst_Module::compiledInResources()
     QVERIFY(arrow.open(QIODevice::ReadOnly));
     QCOMPARE(arrow.size(), 1292);
     QVERIFY(arrow.readAll().contains("viewBox=\"0 0 17 23\""));
+}
+
+void tst_Module::pluginFace()
+{
+    const QString path = qEnvironmentVariable("QML_IMPORT_PATH") + QStringLiteral("/com/im/whiteboard/libwhiteboardplugin.so");
+    QPluginLoader loader(path);
+    QCOMPARE(loader.metaData().value(QStringLiteral("IID")).toString(), QStringLiteral("org.qt-project.Qt.QQmlExtensionInterface"));
+    QCOMPARE(loader.metaData().value(QStringLiteral("className")).toString(), QStringLiteral("ComponentPlugin"));
+
+    // Found in the plugin itself, not only in the library behind it.
+    QLibrary plugin(path);
+    QVERIFY2(plugin.load(), qPrintable(plugin.errorString()));
+    const auto entry = plugin.resolve("_Z36qml_register_types_com_im_whiteboardv");
+    QVERIFY(entry);
+    Dl_info info;
+    QVERIFY(dladdr(reinterpret_cast<void*>(entry), &info));
+    QCOMPARE(QFileInfo(QString::fromLocal8Bit(info.dli_fname)).canonicalFilePath(), QFileInfo(path).canonicalFilePath());
+
+    QQmlEngine engine;
+    QQmlComponent component(&engine);
+    component.setData("import com.im.whiteboard 1.0\nGraphicScene {}", QUrl());
+    QScopedPointer<QObject> scene(component.create());
+    QVERIFY(scene);
+    const QMetaObject* meta = scene->metaObject();
+    const QMetaMethod timestamp = meta->method(meta->indexOfSlot("serverTimestamp()"));
+    QVERIFY(timestamp.isValid());
+    QCOMPARE(timestamp.access(), QMetaMethod::Protected);
 }
 
 QTEST_MAIN(tst_Module)

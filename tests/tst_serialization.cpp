@@ -239,41 +239,36 @@ private slots:
         QCOMPARE(item->boundary(), boundary);
     }
 
-    void fillWinsOverStroke()
+    // The receiver paints with the styles the sender paints with, whatever
+    // it painted with before.
+    void receiverTakesTheSendersStyles_data()
     {
-        GraphicRectItem sent(scene.get());
-        sent.setBrush(QBrush(QColor("#0000ff")));
-        sent.setPen(QPen(QColor("#ff0000"), 3));
-        const auto message = decoded<wire::Rect>(sent);
-        QVERIFY(message.has_fillstyle() && message.has_strokestyle());
-
-        GraphicRectItem got(scene.get());
-        got.deserialize(sent.serialize());
-        QCOMPARE(got.brush(), QBrush(QColor("#0000ff")));
-        QCOMPARE(got.pen(), QPen(Qt::NoPen));
+        QTest::addColumn<QBrush>("brush");
+        QTest::addColumn<QPen>("pen");
+        QTest::addColumn<QBrush>("brushBefore");
+        QTest::addColumn<QPen>("penBefore");
+        const QBrush blue(QColor("#0000ff"));
+        const QPen red(QBrush(QColor("#ff0000")), 3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+        QTest::newRow("filled and outlined") << blue << red << QBrush(Qt::NoBrush) << QPen(Qt::NoPen);
+        QTest::newRow("outline only, onto a filled item") << QBrush(Qt::NoBrush) << red << blue << QPen(Qt::NoPen);
+        QTest::newRow("fill only, onto an outlined item") << blue << QPen(Qt::NoPen) << QBrush(Qt::NoBrush) << red;
     }
 
-    void strokeColourOfAFilledItemGoesThroughTheBrush()
+    void receiverTakesTheSendersStyles()
     {
-        GraphicRectItem item(scene.get());
-        item.setBrush(QBrush(QColor("#ff0000")));
-        item.setPen(QPen(QColor("#0000ff"), 1));
-        QList<QBrush> brushes;
-        connect(&item, &AbstractGraphicShapeItem::brushChanged, this, [&] { brushes << item.brush(); });
-        QSignalSpy colour(&item, &AbstractGraphicShapeItem::colorChanged);
-
-        wire::Rect message;
-        wire::StrokeStyle* stroke = message.mutable_strokestyle();
-        stroke->set_color("#00ff00");
-        stroke->set_width(4);
-        stroke->set_linecap(wire::StrokeStyle_LineCapStyle_RoundCap);
-        stroke->set_linejoin(wire::StrokeStyle_LineJoinStyle_RoundJoin);
-        item.deserialize(bytesOf(message));
-
-        // The fill takes the colour first, the pen follows it, then the fill goes.
-        QCOMPARE(brushes, QList<QBrush>({ QBrush(QColor("#00ff00")), QBrush(Qt::NoBrush) }));
-        QCOMPARE(colour.count(), 1);
-        QCOMPARE(item.pen(), QPen(QColor("#00ff00"), 4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        QFETCH(QBrush, brush);
+        QFETCH(QPen, pen);
+        QFETCH(QBrush, brushBefore);
+        QFETCH(QPen, penBefore);
+        GraphicRectItem sent(scene.get());
+        sent.setBrush(brush);
+        sent.setPen(pen);
+        GraphicRectItem got(scene.get());
+        got.setBrush(brushBefore);
+        got.setPen(penBefore);
+        got.deserialize(sent.serialize());
+        QCOMPARE(got.brush(), brush);
+        QCOMPARE(got.pen(), pen);
     }
 
     void dashedLineArrivesSolid_data()

@@ -94,9 +94,9 @@ private slots:
         // Ellipse (100,100 400x200): the distance along an axis is exact.
         QTest::newRow("ellipse 3.5 right") << int(Ellipse) << false << 1 << QPointF(503.5, 200) << true;
         QTest::newRow("ellipse 3.6 right") << int(Ellipse) << false << 1 << QPointF(503.6, 200) << false;
-        // Near the minor axis the closed form takes the cosine branch, whose
-        // distances are the board's own: even the top vertex lies 9.8 away.
-        QTest::newRow("ellipse top vertex") << int(Ellipse) << false << 1 << QPointF(300, 100) << false;
+        QTest::newRow("ellipse top vertex") << int(Ellipse) << false << 1 << QPointF(300, 100) << true;
+        QTest::newRow("ellipse 3.5 above") << int(Ellipse) << false << 1 << QPointF(300, 96.5) << true;
+        QTest::newRow("ellipse 3.6 above") << int(Ellipse) << false << 1 << QPointF(300, 96.4) << false;
         QTest::newRow("ellipse middle") << int(Ellipse) << false << 1 << QPointF(300, 200) << false;
         QTest::newRow("ellipse filled") << int(Ellipse) << true << 1 << QPointF(300, 200) << true;
         QTest::newRow("ellipse frame corner") << int(Ellipse) << false << 1 << QPointF(102, 102) << false;
@@ -122,8 +122,7 @@ private slots:
         QCOMPARE(item->collidesWithPoint(point, Qt::ItemSelectionMode(mode)), hit);
     }
 
-    // A square frame takes the circle's distance (the ellipse's closed form
-    // would divide by zero): a diagonal point is judged by its distance to the centre.
+    // A square frame is a circle: a diagonal point is judged by its distance to the centre.
     void circleHitTolerance_data()
     {
         QTest::addColumn<double>("offset");

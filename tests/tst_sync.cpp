@@ -2,10 +2,13 @@
 // what a received message does to the other board.
 #include "testsupport.h"
 
+#include "graphics/graphiclinesegmentitem.h"
 #include "graphics/graphicmarkitem.h"
 #include "graphics/graphicpalette.h"
+#include "graphics/graphictextitem.h"
 #include "scene/addgraphiccommand.h"
 #include "scene/graphicindexnode.h"
+#include "scene/movegraphiccommand.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -14,8 +17,57 @@
 #include <QPointer>
 #include <QRegularExpression>
 
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
 using namespace whiteboard;
 namespace pb = im::whiteboard;
+
+// While `recordingDeletes` is set, every address freed by delete is noted, so
+// that a test can tell whether a message it saw go out was deleted.
+namespace {
+std::atomic<bool> recordingDeletes { false };
+std::array<std::atomic<void*>, 1 << 16> deletedAddresses;
+std::atomic<size_t> deletedCount { 0 };
+
+void noteDelete(void* p)
+{
+    if (!p || !recordingDeletes.load(std::memory_order_relaxed))
+        return;
+    const size_t i = deletedCount.fetch_add(1);
+    if (i < deletedAddresses.size())
+        deletedAddresses[i].store(p);
+}
+
+bool wasDeleted(const void* p)
+{
+    const size_t n = std::min(deletedCount.load(), deletedAddresses.size());
+    for (size_t i = 0; i < n; ++i) {
+        if (deletedAddresses[i].load() == p)
+            return true;
+    }
+    return false;
+}
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept
+{
+    noteDelete(p);
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept
+{
+    noteDelete(p);
+    std::free(p);
+}
 
 namespace {
 
@@ -381,6 +433,85 @@ private slots:
             QCOMPARE(b->scene->itemCount(GraphicScene::ItemLayer), 0);
         else
             QCOMPARE(known->boundary(), QRectF(0, 0, 500, 500));
+    }
+
+    // Whatever kind of item a remote change moves, the receiving board finds
+    // it where it now draws it.
+    void remoteUpdateIsHitWhereItIsDrawn_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QPoint>("probe");
+        QTest::newRow("rectangle") << int(GraphicItem::Rectangle) << QPoint(700, 480);
+        QTest::newRow("polyline") << int(GraphicItem::Segment) << QPoint(740, 450);
+        // A received text is laid out one line high around its own text.
+        QTest::newRow("text") << int(GraphicItem::Text) << QPoint(705, 455);
+    }
+
+    void remoteUpdateIsHitWhereItIsDrawn()
+    {
+        QFETCH(int, type);
+        QFETCH(QPoint, probe);
+        AbstractGraphicShapeItem* shape = nullptr;
+        QPainterPath path;
+        if (type == GraphicItem::Segment) {
+            shape = new GraphicLineSegmentItem(a->scene);
+            path.moveTo(100, 100);
+            path.lineTo(180, 100);
+            path.lineTo(180, 160);
+        } else {
+            shape = type == GraphicItem::Text ? static_cast<AbstractGraphicShapeItem*>(new GraphicTextItem("hi", QFont(), a->scene))
+                                              : new GraphicRectItem(a->scene);
+            path.addRect(100, 100, 80, type == GraphicItem::Text ? 30 : 60);
+        }
+        shape->setOutlinePath(path);
+        shape->rebuildHitPath();
+        shape->setBoundary(path.boundingRect());
+        shape->setUserId(1);
+        const QSharedPointer<GraphicItem> item = GraphicScene::makeShared(shape);
+        a->scene->pushCommand(new AddGraphicCommand(item, a->scene));
+        a->scene->pushCommand(new MoveGraphicCommand(QPointF(), QPointF(600, 350), item, a->scene));
+        const QSharedPointer<GraphicItem> theirs = b->scene->findItem(item->gid());
+        QVERIFY(theirs);
+        QCOMPARE(theirs->boundary().topLeft(), QPointF(700, 450));
+
+        b->view->setIsOwner(true);
+        QTest::mouseClick(b->window.get(), Qt::LeftButton, Qt::NoModifier, probe);
+        QCOMPARE(b->scene->selectedItems(), GraphicItemList { theirs });
+    }
+
+    // A filled rectangle changed by the host to an outline only: the other
+    // board draws the outline.
+    void strokeOnlyUpdateOfAFilledItemShows()
+    {
+        const QSharedPointer<GraphicItem> item = addRect(a->scene, QRectF(100, 100, 200, 100), 1, Qt::blue);
+        a->scene->pushCommand(new AddGraphicCommand(item, a->scene));
+        const QSharedPointer<GraphicItem> theirs = b->scene->findItem(item->gid());
+        QVERIFY(theirs);
+        QTRY_VERIFY(near(b->frame().pixelColor(200, 150), Qt::blue));
+
+        auto* shape = static_cast<AbstractGraphicShapeItem*>(item.data());
+        shape->setBrush(QBrush(Qt::NoBrush));
+        shape->setPen(QPen(QBrush(Qt::red), 5));
+        a->scene->setFocusItem(item);
+        a->scene->updateFocusItem();
+        QTRY_VERIFY(near(b->frame().pixelColor(100, 150), Qt::red));
+        QCOMPARE(b->frame().pixelColor(200, 150).alpha(), 0);
+    }
+
+    // A board whose host takes no messages deletes what it would have sent.
+    // (A host that takes them owns them: the Host above deletes each one.)
+    void messagesWithoutReceiverAreDeleted()
+    {
+        ViewFixture lone(QSize(400, 300), 3);
+        // The first position only enters the view.
+        QTest::mouseMove(lone.window.get(), QPoint(50, 50));
+        QSignalSpy sent(lone.scene, &GraphicScene::sendData);
+        recordingDeletes = true;
+        QTest::mouseMove(lone.window.get(), QPoint(100, 100));
+        recordingDeletes = false;
+        QVERIFY(!sent.isEmpty());
+        for (const QList<QVariant>& arguments : std::as_const(sent))
+            QVERIFY(wasDeleted(arguments.first().value<pb::TransferData*>()));
     }
 
     void invalidEnvelopeBetweenTwoGoodOnes()

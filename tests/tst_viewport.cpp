@@ -20,6 +20,8 @@ private slots:
     void viewportRefusesToHideTheBoard();
     void scaleKeepsThePointUnderTheCursor();
     void scaleLimits();
+    void zoomOutInOneStepShowsThePageSmall_data();
+    void zoomOutInOneStepShowsThePageSmall();
     void moveIsInViewPixels();
     void moveToChangesNothing();
     void mappingsRoundTrip();
@@ -102,6 +104,29 @@ void tst_Viewport::scaleLimits()
     f.scene->setScale(0.1 + 1e-15);
     QCOMPARE(spy.count(), 0);
     QCOMPARE(f.scene->scale(), 0.1);
+}
+
+void tst_Viewport::zoomOutInOneStepShowsThePageSmall_data()
+{
+    QTest::addColumn<double>("scale");
+    QTest::newRow("to a tenth, smaller than 100 pixels") << 0.1;
+    QTest::newRow("to a quarter") << 0.25;
+}
+
+void tst_Viewport::zoomOutInOneStepShowsThePageSmall()
+{
+    QFETCH(double, scale);
+    ViewFixture f;
+    f.view->scaleSceneToCenter(scale);
+    QCOMPARE(f.scene->scale(), scale);
+    const double side = 1.0 / scale;
+    QCOMPARE(f.scene->viewport(), QRectF(0.5 - side / 2, 0.5 - side / 2, side, side));
+
+    // The page, transparent, in the middle; the darkened surround around it.
+    const QImage frame = f.frame();
+    QCOMPARE(frame.pixelColor(540, 360).alpha(), 0);
+    QVERIFY(frame.pixelColor(540, 360 - 720 * scale / 2 - 2).alpha() > 0);
+    QVERIFY(frame.pixelColor(100, 100).alpha() > 0);
 }
 
 void tst_Viewport::moveIsInViewPixels()

@@ -26,6 +26,14 @@ WhiteboardView::WhiteboardView(QQuickItem* parent)
 
     m_scene = new whiteboard::GraphicScene(this);
     m_scene->init();
+    // The host owns each message from here on; a host that connects nothing
+    // (a read-only viewer) would leak them, so they are deleted instead.
+    connect(m_scene, &whiteboard::GraphicScene::sendData, this, [this](im::whiteboard::TransferData* data) {
+        if (isSignalConnected(QMetaMethod::fromSignal(&WhiteboardView::sendData)))
+            emit sendData(data);
+        else
+            delete data;
+    });
     connect(m_scene, &whiteboard::GraphicScene::viewportChanged, this, &WhiteboardView::onSceneViewportChanged);
 }
 

@@ -59,7 +59,11 @@ void AbstractGraphicShapeItem::setPen(const QPen& pen)
 {
     if (m_pen == pen)
         return;
+    // The pen's width is part of the hit tolerance, so of where the item is hit.
+    const bool reachChanged = pen.width() != m_pen.width();
     m_pen = pen;
+    if (reachChanged)
+        notifyGeometryChange();
     emit penChanged();
 }
 
@@ -344,15 +348,10 @@ void AbstractGraphicShapeItem::applyFillStyle(const im::whiteboard::FillStyle& s
 
 void AbstractGraphicShapeItem::applyStrokeStyle(const im::whiteboard::StrokeStyle& style)
 {
-    // The dash pattern is not applied: a received stroke is always solid.
-    // The colour goes where `color` points: to the brush while there is one.
-    setColor(QColor(QString::fromStdString(style.color())));
-    QPen pen = m_pen;
-    pen.setWidth(style.width());
-    pen.setCapStyle(Qt::PenCapStyle(style.linecap()));
-    pen.setJoinStyle(Qt::PenJoinStyle(style.linejoin()));
-    pen.setColor(m_brush == QBrush(Qt::NoBrush) ? m_pen.color() : m_brush.color());
-    setPen(pen);
+    // The dash pattern is not applied: a received stroke is always solid,
+    // whatever pen the item had before (Qt::NoPen for a filled one).
+    setPen(QPen(QBrush(QColor(QString::fromStdString(style.color())), Qt::SolidPattern), style.width(), Qt::SolidLine,
+                Qt::PenCapStyle(style.linecap()), Qt::PenJoinStyle(style.linejoin())));
 }
 
 } // namespace whiteboard

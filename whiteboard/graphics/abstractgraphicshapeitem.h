@@ -148,18 +148,22 @@ protected:
     }
 
     // The steps every received styled item starts with: identity, styles,
-    // opacity. A fill wins: the stroke is read only when no fill came, so a
-    // received item is either filled or outlined, never both.
+    // opacity. The sender sends the styles it paints with, so what is absent
+    // beside a present one is not painted; a message with neither leaves
+    // both as they are.
     template <class Message>
     void applyCommon(const Message& message)
     {
         applyBaseInfo(message.baseinfo());
-        if (message.has_fillstyle()) {
-            applyFillStyle(message.fillstyle());
-            setPen(QPen(Qt::NoPen));
-        } else if (message.has_strokestyle()) {
-            applyStrokeStyle(message.strokestyle());
-            setBrush(QBrush(Qt::NoBrush));
+        if (message.has_fillstyle() || message.has_strokestyle()) {
+            if (message.has_fillstyle())
+                applyFillStyle(message.fillstyle());
+            else
+                setBrush(QBrush(Qt::NoBrush));
+            if (message.has_strokestyle())
+                applyStrokeStyle(message.strokestyle());
+            else
+                setPen(QPen(Qt::NoPen));
         }
         if (message.has_opacity())
             setOpacity(message.opacity());

@@ -12,11 +12,6 @@ double length(double x, double y)
     return std::sqrt(y * y + x * x);
 }
 
-double sign(double v)
-{
-    return v > 0.0 ? 1.0 : (v < 0.0 ? -1.0 : 0.0);
-}
-
 } // namespace
 
 double sdCircle(const QPointF& q, double r)
@@ -42,48 +37,37 @@ double sdSegment(const QPointF& q, const QPointF& a, const QPointF& b)
 
 double sdEllipse(const QPointF& q, const QPointF& ab)
 {
-    constexpr double third = 0.3333333333333333;
-    double px = std::abs(q.x());
-    double py = std::abs(q.y());
-    double a = ab.x();
-    double b = ab.y();
-    if (px > py) {
-        std::swap(px, py);
-        std::swap(a, b);
+    const double px = std::abs(q.x());
+    const double py = std::abs(q.y());
+    const double a = std::abs(ab.x());
+    const double b = std::abs(ab.y());
+    // A flat ellipse is the segment along its other axis.
+    if (a == 0.0 || b == 0.0)
+        return sdSegment(QPointF(px, py), QPointF(0.0, 0.0), QPointF(a, b));
+    // The closest point on the quarter arc, found by stepping along the arc
+    // from its middle through the local centre of curvature. No branch is
+    // ill-conditioned, the axes' ends included; six steps leave an error
+    // far below a pixel at any eccentricity.
+    double tx = std::sqrt(0.5);
+    double ty = tx;
+    for (int i = 0; i < 6; ++i) {
+        const double ex = (a * a - b * b) * tx * tx * tx / a;
+        const double ey = (b * b - a * a) * ty * ty * ty / b;
+        const double r = length(a * tx - ex, b * ty - ey);
+        const double qx = px - ex;
+        const double qy = py - ey;
+        const double qLength = length(qx, qy);
+        if (qLength == 0.0)
+            break;
+        tx = std::clamp((qx * r / qLength + ex) / a, 0.0, 1.0);
+        ty = std::clamp((qy * r / qLength + ey) / b, 0.0, 1.0);
+        const double t = length(tx, ty);
+        tx /= t;
+        ty /= t;
     }
-    const double l = b * b - a * a;
-    const double m = a * px / l;
-    const double n = b * py / l;
-    const double m2 = m * m;
-    const double n2 = n * n;
-    const double c = (m2 + n2 - 1) / 3;
-    const double c3 = c * c * c;
-    const double d = c3 + m2 * n2;
-    const double q2 = d + m2 * n2;
-    const double g = m + m * n2;
-    double co;
-    if (d < 0) {
-        const double h = std::cos(q2 / c3) / 3;
-        const double s = std::cos(h);
-        const double t = std::sin(h) * std::sqrt(3.0);
-        const double rx = std::sqrt(m2 - c * (s + t + 2));
-        const double ry = std::sqrt(m2 - c * (s - t + 2));
-        co = ry + sign(l) * rx + std::abs(g) / (rx * ry);
-    } else {
-        const double h = 2 * m * n * std::sqrt(d);
-        const double s = sign(q2 + h) * std::pow(std::abs(q2 + h), third);
-        const double u = sign(q2 - h) * std::pow(std::abs(q2 - h), third);
-        const double rx = -s - u - 4 * c + 2 * m2;
-        const double ry = (s - u) * std::sqrt(3.0);
-        const double rm = std::sqrt(rx * rx + ry * ry);
-        co = ry / std::sqrt(rm - rx) + 2 * g / rm;
-    }
-    co = (co - m) * 0.5;
-    const double si = std::sqrt(std::max(1 - co * co, 0.0));
-    const double nx = a * co;
-    const double ny = b * si;
-    const double distance = length(nx - px, ny - py);
-    return py - ny < 0 ? -distance : distance;
+    const double distance = length(px - a * tx, py - b * ty);
+    const bool inside = (px / a) * (px / a) + (py / b) * (py / b) < 1.0;
+    return inside ? -distance : distance;
 }
 
 } // namespace whiteboard

@@ -28,9 +28,7 @@ GraphicItem* GraphicEllipseItem::copy()
 bool GraphicEllipseItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
 {
     return closedShapeHit(point, mode, [](const QPointF& q, const QRectF& b) {
-        // The closed form divides by the difference of the axes: a circle takes its own.
-        return b.width() == b.height() ? sdCircle(q, b.width() * 0.5)
-                                       : sdEllipse(q, QPointF(b.width() * 0.5, b.height() * 0.5));
+        return sdEllipse(q, QPointF(b.width() * 0.5, b.height() * 0.5));
     });
 }
 

@@ -15,6 +15,7 @@ GraphicItem::GraphicItem(GraphicScene* scene, GraphicItem* parent)
 
 GraphicItem::GraphicItem(const GraphicItem& other)
     : GraphicObject(other)
+    , QEnableSharedFromThis<GraphicItem>()
     , m_scene(other.m_scene)
     , m_parentItem(other.m_parentItem)
     , m_cursorShape(other.m_cursorShape)
@@ -84,7 +85,14 @@ void GraphicItem::setBoundary(const QRectF& rect)
         m_height = m_boundary.height();
         emit heightChanged();
     }
+    notifyGeometryChange();
     emit boundaryChanged();
+}
+
+void GraphicItem::notifyGeometryChange()
+{
+    if (m_scene && m_indexLayers)
+        m_scene->itemGeometryChanged(this);
 }
 
 void GraphicItem::setSelected(bool selected)

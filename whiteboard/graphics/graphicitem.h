@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QPainterPath>
 #include <QRectF>
+#include <QSharedPointer>
 #include <QVariant>
 
 class QFocusEvent;
@@ -30,8 +31,10 @@ class GraphicController;
 
 // Base of every drawable. Geometry is kept in scene coordinates; `boundary` is
 // the item's rectangle, and x/y read out its top left. Items never move
-// themselves: controllers and commands do.
-class GraphicItem : public GraphicObject
+// themselves: controllers and commands do. Whoever changes the boundary, the
+// item tells its scene, which files it again in the index of every layer
+// that holds it (as a graphics item tells its scene index).
+class GraphicItem : public GraphicObject, public QEnableSharedFromThis<GraphicItem>
 {
     Q_OBJECT
     Q_PROPERTY(whiteboard::GraphicItem* parentItem READ parentItem WRITE setParentItem NOTIFY parentItemChanged)
@@ -185,12 +188,17 @@ signals:
 
 protected:
     void setType(int type);
+    // Tells the scene that the area where the item can be hit changed.
+    void notifyGeometryChange();
     void setController(GraphicController* controller) { m_controller = controller; }
     // Scene position of a pointer event: view pixels mapped by the scene, then
     // through this item's own chain.
     QPointF eventScenePos(const QMouseEvent* event) const;
 
 private:
+    // The scene keeps the layers whose index holds the item.
+    friend class GraphicScene;
+
     QPointF chainOffset() const;
 
     GraphicController* m_controller = nullptr;
@@ -210,6 +218,8 @@ private:
     bool m_hoverEnabled = false;
     bool m_hovered = false;
     bool m_cache = false;
+    // One bit per SceneLayer; written by the scene under itemsMutex, never copied.
+    quint8 m_indexLayers = 0;
 };
 
 } // namespace whiteboard

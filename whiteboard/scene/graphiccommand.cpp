@@ -54,12 +54,12 @@ void GraphicCommand::changeItem(const std::function<void()>& change)
 
 void GraphicCommand::send(im::whiteboard::GraphicActionType type)
 {
-    emit m_scene->sendData(m_scene->makeItemAction(type, m_item));
+    m_scene->post(m_scene->makeItemAction(type, m_item));
 }
 
 void GraphicCommand::sendBatch(im::whiteboard::GraphicActionType type, const QList<QSharedPointer<GraphicItem>>& items)
 {
-    emit m_scene->sendData(m_scene->makeBatchAction(type, items));
+    m_scene->post(m_scene->makeBatchAction(type, items));
 }
 
 } // namespace whiteboard

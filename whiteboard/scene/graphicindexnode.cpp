@@ -6,6 +6,20 @@
 
 namespace whiteboard {
 
+namespace {
+
+// Closed intervals on both axes: a rectangle touching another meets it, and
+// so does one of no width or height, as the boundary of a straight line is.
+// QRectF::intersects would refuse both.
+bool meets(const QRectF& a, const QRectF& b)
+{
+    const QRectF r = a.normalized();
+    const QRectF s = b.normalized();
+    return r.left() <= s.right() && s.left() <= r.right() && r.top() <= s.bottom() && s.top() <= r.bottom();
+}
+
+} // namespace
+
 GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant, GraphicIndexNode* parent)
     : m_mutex(new QRecursiveMutex)
     , m_parent(parent)
@@ -101,13 +115,13 @@ void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicIte
 {
     {
         QMutexLocker locker(m_mutex);
-        if (rect.intersects(m_bounds)) {
+        if (meets(rect, m_bounds)) {
             if (rect.contains(m_bounds)) {
                 for (const QSharedPointer<GraphicItem>& item : m_items)
                     result.append(item);
             } else {
                 for (const QSharedPointer<GraphicItem>& item : m_items) {
-                    if (item->boundary().intersects(rect))
+                    if (meets(item->boundary(), rect))
                         result.append(item);
                 }
             }
@@ -119,7 +133,7 @@ void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicIte
     // items outside its square, and the root is always visited.
     if (m_depth < kMaxDepth) {
         for (const GraphicIndexNode* child : m_children) {
-            if (child && child->m_bounds.intersects(rect))
+            if (child && meets(child->m_bounds, rect))
                 child->query(rect, result);
         }
     }

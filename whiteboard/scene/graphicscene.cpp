@@ -1,6 +1,7 @@
 #include "scene/graphicscene.h"
 
 #include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 #include "scene/graphicindexnode.h"
 #include "scene/scenerender.h"
@@ -29,7 +30,6 @@ GraphicScene::GraphicScene(QQuickItem* view)
     if (view) {
         connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
         connect(view, SIGNAL(heightChanged()), this, SLOT(onViewHeightChanged()));
-        connect(this, SIGNAL(sendData(im::whiteboard::TransferData*)), view, SIGNAL(sendData(im::whiteboard::TransferData*)));
     }
 
     // The layer images are made on first use (layerImage): an empty board must
@@ -116,12 +116,14 @@ void GraphicScene::setViewport(const QRectF& r)
         return;
     const bool insidePage = r.left() >= 0.0 && r.top() >= 0.0 && r.right() <= 1.0 && r.bottom() <= 1.0;
     if (!insidePage) {
-        // The board may leave the window only as far as 100 view pixels stay in sight.
+        // The board may leave the window only as far as 100 view pixels stay
+        // in sight, or all of it when it shows smaller than that. Measured
+        // with the new viewport: a zoom changes its size in the same step.
         const QSizeF vs = viewSize();
-        const QRectF onScreen(-r.x() / m_viewport.width() * vs.width(), -r.y() / m_viewport.height() * vs.height(),
+        const QRectF onScreen(-r.x() / r.width() * vs.width(), -r.y() / r.height() * vs.height(),
                               GraphicScene::roundPixel(m_sceneSize.width() * m_scale), GraphicScene::roundPixel(m_sceneSize.height() * m_scale));
         const QRectF visible = onScreen.intersected(viewBoundingRect());
-        if (visible.width() < 100 || visible.height() < 100)
+        if (visible.width() < std::min(100.0, onScreen.width()) || visible.height() < std::min(100.0, onScreen.height()))
             return;
     }
     m_viewport = r;
@@ -155,6 +157,7 @@ void GraphicScene::setFocusItem(const QSharedPointer<GraphicItem>& item)
     const QString newGid = item ? item->gid() : QString();
     if (bool(m_focusItem) == bool(item) && oldGid == newGid)
         return;
+    const QRectF handles = handlesArea();
     if (m_focusItem)
         m_focusItem->setActiveFocus(false);
     m_focusItem = item;
@@ -162,6 +165,7 @@ void GraphicScene::setFocusItem(const QSharedPointer<GraphicItem>& item)
         m_focusItem->setActiveFocus(true);
         qDebug() << "focus item:" << m_focusItem->gid();
     }
+    repaintHandles(handles);
     emit focusItemChanged();
 }
 
@@ -425,33 +429,55 @@ QSharedPointer<GraphicItem> GraphicScene::addItem(SceneLayer layer, GraphicItem*
 
 void GraphicScene::addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->insert(item);
+    addItems(layer, GraphicItemList { item });
 }
 
 void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
-        for (const QSharedPointer<GraphicItem>& item : items)
-            root->insert(item);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        root->insert(item);
+        item->m_indexLayers |= quint8(1u << layer);
+        if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data()))
+            m_hitReach = std::max(m_hitReach, shape->hitTolerance());
+        // Pasted, received and restored items come with handles that were
+        // never placed: place them on entry.
+        if (GraphicController* controller = item->controller())
+            controller->update();
     }
 }
 
 void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer))
-        root->remove(item);
+    removeItems(layer, GraphicItemList { item });
 }
 
 void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
 {
     QMutexLocker locker(&m_itemsMutex);
-    if (GraphicIndexNode* root = m_layerIndexes.value(layer)) {
-        for (const QSharedPointer<GraphicItem>& item : items)
-            root->remove(item);
+    GraphicIndexNode* root = m_layerIndexes.value(layer);
+    if (!root)
+        return;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        root->remove(item);
+        item->m_indexLayers &= quint8(~(1u << layer));
+    }
+}
+
+void GraphicScene::itemGeometryChanged(GraphicItem* item)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    const QSharedPointer<GraphicItem> shared = item->sharedFromThis();
+    if (!shared)
+        return;
+    if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item))
+        m_hitReach = std::max(m_hitReach, shape->hitTolerance());
+    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
+        if (item->m_indexLayers & (1u << layer))
+            updateItemIndex(SceneLayer(layer), shared);
     }
 }
 
@@ -514,10 +540,15 @@ GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& 
     });
 }
 
+QRectF GraphicScene::pointQueryRect(const QPointF& p) const
+{
+    return QRectF(p.x() - m_hitReach, p.y() - m_hitReach, 2 * m_hitReach, 2 * m_hitReach);
+}
+
 GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform)
 {
     const QPointF mapped = transform.map(point);
-    return itemsWhere(layer, QRectF(mapped, QSizeF(1, 1)), order, [&](const GraphicItem& item) {
+    return itemsWhere(layer, pointQueryRect(mapped), order, [&](const GraphicItem& item) {
         return item.collidesWithPoint(mapped, Qt::ItemSelectionMode(mode));
     });
 }
@@ -534,7 +565,7 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 {
     QMutexLocker locker(&m_itemsMutex);
     const QPointF p = transform.map(mapToScene(viewPos));
-    GraphicItemList candidates = m_layerIndexes.value(ItemLayer)->query(QRectF(p, QSizeF(1, 1)));
+    GraphicItemList candidates = m_layerIndexes.value(ItemLayer)->query(pointQueryRect(p));
     if (candidates.isEmpty())
         return {};
     sortItems(candidates, order);
@@ -558,14 +589,48 @@ QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
 {
     QMutexLocker locker(&m_itemsMutex);
+    const QRectF handles = handlesArea();
     const QString gid = item->gid();
     m_selectedItems.removeIf([&gid](const QSharedPointer<GraphicItem>& selected) { return selected->gid() == gid; });
+    repaintHandles(handles);
 }
 
 void GraphicScene::clearSelection()
 {
     QMutexLocker locker(&m_itemsMutex);
+    const QRectF handles = handlesArea();
     m_selectedItems.clear();
+    repaintHandles(handles);
+}
+
+QRectF GraphicScene::handlesArea()
+{
+    QMutexLocker locker(&m_itemsMutex);
+    GraphicItemList shown = m_selectedItems;
+    if (shown.isEmpty() && m_focusItem)
+        shown.append(m_focusItem);
+    QRectF area;
+    for (const QSharedPointer<GraphicItem>& item : std::as_const(shown)) {
+        GraphicController* controller = item->controller();
+        if (!controller)
+            continue;
+        area = area.united(controller->boundingRect());
+        // Handles keep their size on screen, so they reach further in scene
+        // units when zoomed out; one more unit for their outline.
+        const QList<GraphicControlPoint> points = controller->controlPoints();
+        for (const GraphicControlPoint& point : points) {
+            const double h = point.size * 0.5 / m_scale + 1.0;
+            area = area.united(QRectF(point.position - QPointF(h, h), point.position + QPointF(h, h)));
+        }
+    }
+    return area;
+}
+
+void GraphicScene::repaintHandles(const QRectF& before)
+{
+    const QRectF area = before.united(handlesArea());
+    if (area.width() > 0 && area.height() > 0)
+        updateLayer(ItemLayer, QRegion(area.toAlignedRect()));
 }
 
 // --- image cache ------------------------------------------------------------
@@ -644,7 +709,7 @@ void GraphicScene::updateFocusItem()
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
     // get its new state.
-    emit sendData(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
+    post(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
 }
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
@@ -701,6 +766,16 @@ void GraphicScene::paint(QPainter* painter, const QRectF&, const QRectF&, int)
     const QSizeF vs = viewSize();
     const QRectF source(0, 0, vs.width() * m_devicePixelRatio, vs.height() * m_devicePixelRatio);
     painter->drawImage(viewBoundingRect(), m_renderedImage, source, Qt::AutoColor);
+}
+
+void GraphicScene::post(im::whiteboard::TransferData* data)
+{
+    // A message belongs to whoever receives it: one that nobody would
+    // receive is deleted here rather than leaked.
+    if (isSignalConnected(QMetaMethod::fromSignal(&GraphicScene::sendData)))
+        emit sendData(data);
+    else
+        delete data;
 }
 
 qulonglong GraphicScene::serverTimestamp() const

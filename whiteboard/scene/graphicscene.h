@@ -172,6 +172,11 @@ public:
     void removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
     void removeItems(SceneLayer layer, const GraphicItemList& items);
     void updateItemIndex(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
+    // Items call this when their boundary or hit tolerance changed: the item
+    // is filed again in the index of every layer that holds it, so that no
+    // caller of a geometry change has to remember it. Any thread that may
+    // write item geometry (under itemsMutex).
+    void itemGeometryChanged(GraphicItem* item);
     int itemCount(SceneLayer layer);
     // Order 1 sorts ascending by timestamp, anything else descending.
     GraphicItemList items(SceneLayer layer, int order);
@@ -218,8 +223,6 @@ public:
 
     // Emits initScene under itemsMutex: the worker makes its images then.
     void init();
-
-    qulonglong serverTimestamp() const;
 
     // Fixes the server clock offset and announces this user on the board.
     void joinWhiteboard(qint64 serverTime);
@@ -291,6 +294,7 @@ signals:
     void disableDragChanged();
 
 protected slots:
+    qulonglong serverTimestamp() const;
     void onReady();
     void onViewWidthChanged();
     void onViewHeightChanged();
@@ -308,6 +312,8 @@ private:
     im::whiteboard::TransferData* makeBatchAction(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
     void sendOperation(im::whiteboard::UserOperation_Type type);
     void sendMouseInfo(const QPointF& position);
+    // Every outgoing message leaves through here.
+    void post(im::whiteboard::TransferData* data);
 
     // Incoming envelopes, by kind of body.
     void applyGraphicAction(const im::whiteboard::GraphicAction& action);
@@ -322,6 +328,15 @@ private:
                                const std::function<bool(const GraphicItem&)>& keep);
     // Requesting a frame is always these three emissions.
     void requestFrame();
+    // Where a point query looks: the point grown by the widest hit tolerance
+    // of the items filed, so that every item is found within its own.
+    QRectF pointQueryRect(const QPointF& scenePoint) const;
+    // The scene area of the handles on screen: those of the selection, or
+    // of the focus item when nothing is selected. Under itemsMutex.
+    QRectF handlesArea();
+    // Repaints `before` and the handles shown now: a change of focus or
+    // selection makes handles appear or go.
+    void repaintHandles(const QRectF& before);
     QSizeF viewSize() const;
     void setViewCursor(const QCursor& cursor);
     void setItemCursor(const QSharedPointer<GraphicItem>& item, Qt::CursorShape cursor);
@@ -353,6 +368,8 @@ private:
     GraphicItemList m_erasedItems;
     GraphicItemList m_inboundItems;
     GraphicItemList m_markItems;
+    // The widest hit tolerance of any item filed so far; it only grows.
+    double m_hitReach = 0.0;
     QPainterPath m_borderPath;
     QTransform m_viewToSceneTransform;
     QTransform m_sceneToViewTransform;

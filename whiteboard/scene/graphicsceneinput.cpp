@@ -155,9 +155,11 @@ void GraphicScene::setToolType(GraphicDefine::ToolType tool)
 {
     if (m_toolType == tool)
         return;
-    m_toolType = tool;
+    // Finished before the new tool takes over, as a right click finishes it:
+    // the release steps of the eraser and the text tool would skip the commit.
     if (tool != GraphicDefine::Segment && isOpenPolyline(m_activeItem))
         finishSegment(true);
+    m_toolType = tool;
     emit toolTypeChanged();
 }
 
@@ -183,13 +185,13 @@ void GraphicScene::finishSegment(bool closingByToolChange)
 void GraphicScene::deselectAll()
 {
     QMutexLocker locker(&m_itemsMutex);
-    QRectF dirty;
+    QRectF dirty = handlesArea();
     for (const QSharedPointer<GraphicItem>& item : std::as_const(m_selectedItems)) {
         item->setSelected(false);
         dirty = dirty.united(item->shape().boundingRect());
     }
     m_selectedItems.clear();
-    updateLayer(ItemLayer, regionOf(dirty));
+    repaintHandles(dirty);
 }
 
 void GraphicScene::clearAll(bool sync)
@@ -265,6 +267,7 @@ void GraphicScene::rubberBandMove(QMouseEvent* event)
     for (; j < found.size(); ++j)
         toSelect.append(found.at(j));
 
+    const QRectF handles = handlesArea();
     QPainterPath dirty;
     for (const QSharedPointer<GraphicItem>& item : std::as_const(toDeselect)) {
         item->setSelected(false);
@@ -282,6 +285,7 @@ void GraphicScene::rubberBandMove(QMouseEvent* event)
     const QRectF bounds = dirty.boundingRect();
     if (bounds.width() > 0 && bounds.height() > 0)
         updateLayer(ItemLayer, regionOf(bounds));
+    repaintHandles(handles);
 }
 
 // --- pointer ----------------------------------------------------------------
@@ -341,6 +345,7 @@ void GraphicScene::mousePressEvent(QMouseEvent* event)
         m_controlPointPressed = true;
     }
 
+    const QRectF handles = handlesArea();
     QPainterPath dirty;
     if (event->modifiers() != Qt::ControlModifier) {
         for (const QSharedPointer<GraphicItem>& item : std::as_const(m_selectedItems)) {
@@ -353,8 +358,10 @@ void GraphicScene::mousePressEvent(QMouseEvent* event)
     double margin = 0.0;
     if (hit) {
         if (!canOperate(hit)) {
-            // The deselection stands, unpainted until the next repaint of its region.
+            // The deselection stands, unpainted until the next repaint of its
+            // region; only the handles that went are repainted.
             qDebug("this item cant be operate by you.");
+            repaintHandles(handles);
             return;
         }
         if (hit->selectable()) {
@@ -384,6 +391,7 @@ void GraphicScene::mousePressEvent(QMouseEvent* event)
     const QRectF bounds = dirty.boundingRect();
     if (bounds.width() > 0 && bounds.height() > 0)
         updateLayer(ItemLayer, regionOf(bounds, margin));
+    repaintHandles(handles);
 }
 
 void GraphicScene::mouseMoveEvent(QMouseEvent* event)
@@ -454,10 +462,7 @@ void GraphicScene::mouseMoveEvent(QMouseEvent* event)
             if (!event->isAccepted())
                 return;
         }
-        if (!m_mouseMoved) {
-            m_mouseMoved = true;
-            updateItemIndex(ItemLayer, focus);
-        }
+        m_mouseMoved = true;
         return;
     }
 
@@ -544,9 +549,6 @@ void GraphicScene::mouseReleaseEvent(QMouseEvent* event)
         }
     }
 
-    for (const QSharedPointer<GraphicItem>& item : std::as_const(m_selectedItems))
-        updateItemIndex(ItemLayer, item);
-
     if (!active && m_focusItem) {
         const QSharedPointer<GraphicItem> focus = m_focusItem;
         if (GraphicController* controller = focus->controller()) {
@@ -564,7 +566,6 @@ void GraphicScene::mouseReleaseEvent(QMouseEvent* event)
         }
         if (!event->isAccepted())
             focus->mouseReleaseEvent(event);
-        updateItemIndex(ItemLayer, focus);
     }
 
     lock.unlock();

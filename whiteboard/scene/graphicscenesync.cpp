@@ -72,20 +72,16 @@ void buildItems(const List& list, Make make, bool dirties, GraphicItemList& buil
     }
 }
 
-// Applies each entry of a received list to an existing item; with `refresh`
-// the item is filed again under its new bounds.
+// Applies each entry of a received list to an existing item, which files
+// itself again if its bounds change.
 template <class List>
-void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, bool refresh)
+void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item)
 {
     for (const auto& entry : list.data()) {
         const QByteArray bytes = bytesOf(entry);
-        {
-            // The render thread may be painting the item.
-            QMutexLocker locker(&scene->itemsMutex());
-            item->deserialize(bytes);
-        }
-        if (refresh)
-            scene->updateItemIndex(GraphicScene::ItemLayer, item);
+        // The render thread may be painting the item.
+        QMutexLocker locker(&scene->itemsMutex());
+        item->deserialize(bytes);
     }
 }
 
@@ -135,7 +131,7 @@ void GraphicScene::sendOperation(pb::UserOperation_Type type)
     // Our own id also for a clear by user: the others clear the sender's items.
     operation->set_userid(m_currentUserId);
     envelope->set_data(body.SerializeAsString());
-    emit sendData(data);
+    post(data);
 }
 
 void GraphicScene::sendMouseInfo(const QPointF& position)
@@ -156,7 +152,7 @@ void GraphicScene::sendMouseInfo(const QPointF& position)
     info->mutable_mouseposition()->set_x(float(position.x()));
     info->mutable_mouseposition()->set_y(float(position.y()));
     envelope->set_data(body.SerializeAsString());
-    emit sendData(data);
+    post(data);
 }
 
 void GraphicScene::joinWhiteboard(qint64 serverTime)
@@ -169,7 +165,7 @@ void GraphicScene::joinWhiteboard(qint64 serverTime)
     const GraphicItemList all = items(ItemLayer, 1);
     // The oldest time travels through 32 bits: that is the protocol's format.
     join->set_oldesttimestamp(all.isEmpty() ? qint64(1) : qint64(qint32(all.first()->timestamp())));
-    emit sendData(data);
+    post(data);
 }
 
 // --- inbound ----------------------------------------------------------------
@@ -283,26 +279,24 @@ void GraphicScene::updateReceivedItem(const pb::GraphicAction& action)
         return;
     // Selection, focus, controller and history stay as they are: the remote
     // state simply wins. The class of the item is not checked against the list.
-    // Polylines, rectangles and texts stay filed under their old bounds, as
-    // the protocol's clients have always done.
     if (action.has_arrowdata()) {
-        applyEntries(this, action.arrowdata(), item, true);
+        applyEntries(this, action.arrowdata(), item);
     } else if (action.has_canvasdata()) {
         // Reserved: recognised, and nothing to apply.
     } else if (action.has_ellipsedata()) {
-        applyEntries(this, action.ellipsedata(), item, true);
+        applyEntries(this, action.ellipsedata(), item);
     } else if (action.has_imagedata()) {
-        applyEntries(this, action.imagedata(), item, true);
+        applyEntries(this, action.imagedata(), item);
     } else if (action.has_linedata()) {
-        applyEntries(this, action.linedata(), item, true);
+        applyEntries(this, action.linedata(), item);
     } else if (action.has_pathdata()) {
-        applyEntries(this, action.pathdata(), item, true);
+        applyEntries(this, action.pathdata(), item);
     } else if (action.has_polylinedata()) {
-        applyEntries(this, action.polylinedata(), item, false);
+        applyEntries(this, action.polylinedata(), item);
     } else if (action.has_rectdata()) {
-        applyEntries(this, action.rectdata(), item, false);
+        applyEntries(this, action.rectdata(), item);
     } else if (action.has_textdata()) {
-        applyEntries(this, action.textdata(), item, false);
+        applyEntries(this, action.textdata(), item);
     } else {
         qWarning("unknown graphic action data");
     }
@@ -345,7 +339,6 @@ void GraphicScene::applyUserAction(const pb::UserAction& action)
                 boundary.moveTo(info.mouseposition().x(), info.mouseposition().y());
                 mark->setBoundary(boundary);
             }
-            updateItemIndex(MarkLayer, entry);
             updateLayer(MarkLayer, QRegion(mark->boundary().toRect()));
             return;
         }
