@@ -125,7 +125,8 @@ bool BoardSession::load()
     const BoardStore::Board board = m_store->board(m_boardId);
     m_exists = board.exists;
     m_owner = board.owner;
-    m_delivered = board.sequence;
+    // Inside the lock the board's row already counts the next number.
+    m_delivered = sequence >= 0 ? sequence : board.sequence;
     loadItems();
     if (sequence >= 0)
         m_store->rollback();

@@ -28,8 +28,6 @@ SqlBoardStore::Dialect postgresDialect()
         "CREATE TABLE entries (board TEXT NOT NULL, sequence BIGINT NOT NULL, origin TEXT NOT NULL, frame BYTEA NOT NULL,"
         " PRIMARY KEY (board, sequence));",
     };
-    // Other nodes wait for the row until this node's commit or rollback.
-    dialect.lockSuffix = QStringLiteral(" FOR UPDATE");
     return dialect;
 }
 
@@ -152,8 +150,9 @@ void PostgresBoardStore::unwatch(const QString& boardId)
 void PostgresBoardStore::publish(const QString& boardId, const QByteArray& frame)
 {
     const QByteArray payload = "p " + frame.toBase64();
-    // Pointers come again soon; a frame this large is no pointer anyway.
-    if (payload.size() > kMaxPayload)
+    // Pointers come again soon; a frame this large is no pointer anyway. The
+    // leaves of a relay shutting down come after the store has closed.
+    if (payload.size() > kMaxPayload || !database().isOpen())
         return;
     QSqlQuery query(database());
     query.prepare(QStringLiteral("SELECT pg_notify(?, ?)"));

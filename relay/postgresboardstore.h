@@ -11,7 +11,7 @@ class QSqlDriver;
 namespace relay {
 
 // The store of several relay nodes: one PostgreSQL database through QtSql's
-// QPSQL driver. lock() takes the board's row with FOR UPDATE, so the nodes
+// QPSQL driver. lock() takes the board's row with its update, so the nodes
 // check and commit one message of a board at a time and the sequence numbers
 // have no gaps; a commit notifies the board's channel with its sequence
 // number, and every node listens on the channels of the boards it serves.

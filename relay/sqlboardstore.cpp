@@ -79,8 +79,9 @@ bool SqlBoardStore::open(QString* error)
     }
     if (!prepareConnection(error) || !migrate(error))
         return false;
-    m_lock = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("SELECT sequence FROM boards WHERE id = ?") + m_dialect.lockSuffix));
-    m_nextSequence = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("UPDATE boards SET sequence = sequence + 1 WHERE id = ? RETURNING sequence")));
+    // Taking the next number locks the board's row until the transaction
+    // ends (a rollback gives the number back): one round trip for both.
+    m_lock = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("UPDATE boards SET sequence = sequence + 1 WHERE id = ? RETURNING sequence")));
     m_put = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("INSERT INTO items (board, gid, author, version, versionuser, sequence, step, envelope)"
                                                                     " VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (board, gid) DO UPDATE SET"
                                                                     " author = excluded.author, version = excluded.version, versionuser = excluded.versionuser,"
@@ -130,7 +131,6 @@ void SqlBoardStore::close()
     if (!QSqlDatabase::contains(m_connectionName))
         return;
     m_lock.reset();
-    m_nextSequence.reset();
     m_put.reset();
     m_remove.reset();
     m_entry.reset();
@@ -206,9 +206,9 @@ qint64 SqlBoardStore::lock(const QString& boardId)
         db.rollback();
         return -1;
     }
-    const qint64 sequence = m_lock->value(0).toLongLong();
+    m_next = m_lock->value(0).toLongLong();
     m_lock->finish();
-    return sequence;
+    return m_next - 1;
 }
 
 void SqlBoardStore::rollback()
@@ -219,16 +219,10 @@ void SqlBoardStore::rollback()
 qint64 SqlBoardStore::commit(const QString& boardId, const QList<Change>& changes, const Entry& entry)
 {
     QSqlDatabase db = database();
-    QSqlQuery& next = *m_nextSequence;
-    next.addBindValue(boardId);
-    qint64 sequence = -1;
-    bool ok = run(next) && next.next();
-    if (ok) {
-        sequence = next.value(0).toLongLong();
-        next.finish();
-        for (int step = 0; ok && step < changes.size(); ++step)
-            ok = apply(boardId, sequence, step, changes[step]);
-    }
+    const qint64 sequence = m_next;
+    bool ok = true;
+    for (int step = 0; ok && step < changes.size(); ++step)
+        ok = apply(boardId, sequence, step, changes[step]);
     if (ok) {
         m_entry->addBindValue(boardId);
         m_entry->addBindValue(sequence);

@@ -22,8 +22,6 @@ public:
     {
         // Each takes the schema from the version before it to its own.
         QList<const char*> migrations;
-        // Appended to the read of the board's sequence in lock().
-        QString lockSuffix;
     };
 
     ~SqlBoardStore() override;
@@ -72,7 +70,8 @@ private:
     QString m_connectionName;
     // The statements of every commit, prepared once.
     std::unique_ptr<QSqlQuery> m_lock;
-    std::unique_ptr<QSqlQuery> m_nextSequence;
+    // The number lock() took for the commit.
+    qint64 m_next = 0;
     std::unique_ptr<QSqlQuery> m_put;
     std::unique_ptr<QSqlQuery> m_remove;
     std::unique_ptr<QSqlQuery> m_entry;

@@ -24,7 +24,6 @@ SqlBoardStore::Dialect sqliteDialect()
         "CREATE TABLE entries (board TEXT NOT NULL, sequence INTEGER NOT NULL, origin TEXT NOT NULL, frame BLOB NOT NULL,"
         " PRIMARY KEY (board, sequence)) WITHOUT ROWID;",
     };
-    // One relay alone holds the file: its one thread is the lock.
     return dialect;
 }
 
