@@ -93,6 +93,9 @@ bool PostgresBoardStore::prepareConnection(QString* error)
         *error = query.lastError().text();
         return false;
     }
+    // Every commit notifies: prepared once, not per call.
+    m_notify = std::make_unique<QSqlQuery>(database());
+    m_notify->prepare(QStringLiteral("SELECT pg_notify(?, ?)"));
     QSqlDriver* driver = database().driver();
     QObject::connect(driver, &QSqlDriver::notification, driver,
                      [this](const QString& channel, QSqlDriver::NotificationSource source, const QVariant& payload) {
@@ -122,14 +125,23 @@ bool PostgresBoardStore::setSchemaVersion(int version)
 bool PostgresBoardStore::beforeCommit(const QString& boardId, qint64 sequence)
 {
     // Sent when the transaction commits, and only then.
-    QSqlQuery query(database());
-    query.prepare(QStringLiteral("SELECT pg_notify(?, ?)"));
-    query.addBindValue(channelOf(boardId));
-    query.addBindValue(QStringLiteral("c %1").arg(sequence));
-    if (query.exec())
-        return true;
-    qCWarning(lcRelay) << "storage error:" << query.lastError().text() << "in" << query.lastQuery();
-    return false;
+    return notify(boardId, QStringLiteral("c %1").arg(sequence));
+}
+
+bool PostgresBoardStore::notify(const QString& boardId, const QString& payload)
+{
+    m_notify->addBindValue(channelOf(boardId));
+    m_notify->addBindValue(payload);
+    const bool ok = m_notify->exec();
+    if (!ok)
+        qCWarning(lcRelay) << "storage error:" << m_notify->lastError().text() << "in" << m_notify->lastQuery();
+    m_notify->finish();
+    return ok;
+}
+
+void PostgresBoardStore::beforeClose()
+{
+    m_notify.reset();
 }
 
 void PostgresBoardStore::watch(const QString& boardId)
@@ -152,14 +164,9 @@ void PostgresBoardStore::publish(const QString& boardId, const QByteArray& frame
     const QByteArray payload = "p " + frame.toBase64();
     // Pointers come again soon; a frame this large is no pointer anyway. The
     // leaves of a relay shutting down come after the store has closed.
-    if (payload.size() > kMaxPayload || !database().isOpen())
+    if (payload.size() > kMaxPayload || !m_notify)
         return;
-    QSqlQuery query(database());
-    query.prepare(QStringLiteral("SELECT pg_notify(?, ?)"));
-    query.addBindValue(channelOf(boardId));
-    query.addBindValue(QString::fromLatin1(payload));
-    if (!query.exec())
-        qCWarning(lcRelay) << "storage error:" << query.lastError().text() << "in" << query.lastQuery();
+    notify(boardId, QString::fromLatin1(payload));
 }
 
 void PostgresBoardStore::onNotification(const QString& channel, bool fromHere, const QString& payload)

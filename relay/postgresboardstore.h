@@ -6,7 +6,10 @@
 #include <QString>
 #include <QUrl>
 
+#include <memory>
+
 class QSqlDriver;
+class QSqlQuery;
 
 namespace relay {
 
@@ -42,14 +45,17 @@ protected:
     int schemaVersion(QString* error) override;
     bool setSchemaVersion(int version) override;
     bool beforeCommit(const QString& boardId, qint64 sequence) override;
+    void beforeClose() override;
     QString name() const override;
 
 private:
     void onNotification(const QString& channel, bool fromHere, const QString& payload);
+    bool notify(const QString& boardId, const QString& payload);
 
     QUrl m_url;
     Observer* m_observer = nullptr;
     QHash<QString, QString> m_boardsByChannel;
+    std::unique_ptr<QSqlQuery> m_notify;
 };
 
 } // namespace relay
