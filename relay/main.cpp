@@ -26,6 +26,7 @@
 #include <csignal>
 #include <memory>
 #include <cstdio>
+#include <limits>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -51,15 +52,16 @@ bool readFile(const QString& path, QByteArray* contents)
     return true;
 }
 
-bool positive(const QCommandLineParser& parser, const QCommandLineOption& option, qint64* value)
+template<typename Number>
+bool positive(const QCommandLineParser& parser, const QCommandLineOption& option, Number* value)
 {
     bool ok = false;
     const qint64 parsed = parser.value(option).toLongLong(&ok);
-    if (!ok || parsed <= 0) {
+    if (!ok || parsed <= 0 || parsed > std::numeric_limits<Number>::max()) {
         std::fprintf(stderr, "whiteboard-relay: --%s needs a positive number\n", qPrintable(option.names().constFirst()));
         return false;
     }
-    *value = parsed;
+    *value = Number(parsed);
     return true;
 }
 
@@ -115,22 +117,10 @@ int main(int argc, char* argv[])
     parser.process(app);
 
     RelayOptions options;
-    qint64 number = 0;
-    if (!positive(parser, maxBytesOption, &number))
+    if (!positive(parser, maxBytesOption, &options.maxMessageBytes) || !positive(parser, pointerRateOption, &options.pointerRate)
+        || !positive(parser, actionRateOption, &options.actionRate) || !positive(parser, actionBurstOption, &options.actionBurst)
+        || !positive(parser, batchOption, &options.replayBatchItems))
         return 2;
-    options.maxMessageBytes = number;
-    if (!positive(parser, pointerRateOption, &number))
-        return 2;
-    options.pointerRate = int(number);
-    if (!positive(parser, actionRateOption, &number))
-        return 2;
-    options.actionRate = int(number);
-    if (!positive(parser, actionBurstOption, &number))
-        return 2;
-    options.actionBurst = int(number);
-    if (!positive(parser, batchOption, &number))
-        return 2;
-    options.replayBatchItems = int(number);
     bool portOk = false;
     const uint port = parser.value(portOption).toUInt(&portOk);
     const QHostAddress address(parser.value(listenOption));

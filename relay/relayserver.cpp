@@ -113,15 +113,17 @@ void RelayServer::onNewConnection()
     while (QWebSocket* socket = m_server->nextPendingConnection()) {
         const QUrl url = socket->requestUrl();
         const QUrlQuery query(url);
-        const QString path = url.path(QUrl::FullyDecoded);
-        const QString boardId = path.startsWith(kBoardsPath) ? path.mid(kBoardsPath.size()) : QString();
+        // The board id is the rest of the path, decoded: an id may hold an
+        // encoded "/".
+        const QString path = url.path(QUrl::FullyEncoded);
+        const QString boardId = path.startsWith(kBoardsPath) ? QUrl::fromPercentEncoding(path.mid(kBoardsPath.size()).toUtf8()) : QString();
         bool userOk = false;
         const qint64 user = query.queryItemValue(QStringLiteral("user")).toLongLong(&userOk);
         const QString name = query.queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded).left(RelayOptions::kMaxUserNameLength);
         const QByteArray token = query.queryItemValue(QStringLiteral("token")).toLatin1();
 
         QString refusal;
-        if (boardId.isEmpty() || boardId.size() > RelayOptions::kMaxBoardIdLength || boardId.contains(QLatin1Char('/')))
+        if (boardId.isEmpty() || boardId.size() > RelayOptions::kMaxBoardIdLength)
             refusal = QStringLiteral("no board in the path");
         else if (!userOk || user <= 0)
             refusal = QStringLiteral("no user");

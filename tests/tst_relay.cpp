@@ -33,7 +33,8 @@ using whiteboard::GraphicScene;
 
 namespace {
 
-const QString kBoard = QStringLiteral("team-sketch");
+// Spaces, a slash and a non-ASCII letter: the id travels encoded in the URL.
+const QString kBoard = QStringLiteral("team sketch/ü");
 
 // The PostgreSQL server's URL when the tests run on one; empty otherwise.
 QUrl postgresServer()
@@ -275,6 +276,17 @@ pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10
     return rectAction(pb::GraphicActionAdd, gid, author, width);
 }
 
+pb::TransferData pointerAt(qint64 user, float x)
+{
+    pb::WhiteboardData body;
+    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserAction);
+    pb::UserAction* action = body.mutable_useractiondata();
+    action->set_actiontype(pb::UserAction::UserActionMouseInfo);
+    action->set_userid(user);
+    action->mutable_mouseinfo()->mutable_mouseposition()->set_x(x);
+    return wrap(body);
+}
+
 pb::TransferData clearAll(qint64 user)
 {
     pb::WhiteboardData body;
@@ -320,6 +332,7 @@ private slots:
     void nonOwnerUpdateIsRefusedAndCorrected();
     void refusalsCorrectTheSender_data();
     void refusalsCorrectTheSender();
+    void pointerPositionsAreRelayedWithinTheirRate();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
     void oneBoardOnTwoNodes_data();
@@ -551,6 +564,37 @@ void tst_Relay::refusalsCorrectTheSender()
     late.join();
     QTRY_VERIFY(late.joined());
     QCOMPARE(actionsOf(late, 0).first().section(QLatin1Char(' '), 0, 2), QStringLiteral("add a1 10"));
+}
+
+void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
+{
+    RelayProcess relay({ QStringLiteral("--pointer-rate"), QStringLiteral("10") });
+    QVERIFY(relay.start());
+    RawClient alice(relay.url, 1001);
+    RawClient bob(relay.url, 1002);
+    alice.join();
+    bob.join();
+    QTRY_VERIFY(alice.joined() && bob.joined());
+    const size_t mark = bob.received.size();
+    for (int i = 0; i < 100; ++i)
+        alice.send(pointerAt(1001, float(i)));
+    alice.send(rectAdd("after", 1001));
+    QTRY_VERIFY(bob.gids().endsWith(QStringLiteral("after")));
+    int pointers = 0;
+    for (size_t i = mark; i < bob.received.size(); ++i) {
+        for (const pb::SingleWhiteboardData& envelope : bob.received[i].multi().whiteboarddatalist()) {
+            pb::WhiteboardData body;
+            body.ParseFromString(envelope.data());
+            pointers += body.datatype() == pb::WhiteboardData::WhiteboardDataUserAction ? 1 : 0;
+        }
+    }
+    // The burst of one second's worth gets through, the rest is dropped; none
+    // of it is stored.
+    QVERIFY2(pointers >= 10 && pointers < 50, qPrintable(QString::number(pointers)));
+    RawClient late(relay.url, 1003);
+    late.join();
+    QTRY_VERIFY(late.joined());
+    QCOMPARE(late.received.size(), size_t(2));
 }
 
 void tst_Relay::badInputClosesOnlyThatConnection_data()

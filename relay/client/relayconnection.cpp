@@ -121,7 +121,7 @@ QUrl RelayConnection::boardUrl() const
     QString path = url.path();
     if (!path.endsWith(QLatin1Char('/')))
         path += QLatin1Char('/');
-    url.setPath(path + QStringLiteral("boards/") + m_boardId);
+    url.setPath(path + QStringLiteral("boards/") + QString::fromLatin1(QUrl::toPercentEncoding(m_boardId)), QUrl::TolerantMode);
     QUrlQuery query;
     query.addQueryItem(QStringLiteral("user"), QString::number(m_accountId));
     query.addQueryItem(QStringLiteral("name"), QString::fromLatin1(QUrl::toPercentEncoding(m_userName)));
