@@ -106,12 +106,7 @@ bool PostgresBoardStore::prepareConnection(QString* error)
 
 int PostgresBoardStore::schemaVersion(QString* error)
 {
-    QSqlQuery query(database());
-    if (!query.exec(QStringLiteral("SELECT max(version) FROM schema_version")) || !query.next()) {
-        *error = query.lastError().text();
-        return -1;
-    }
-    return query.value(0).toInt();
+    return readNumber(QStringLiteral("SELECT coalesce(max(version), 0) FROM schema_version"), error);
 }
 
 bool PostgresBoardStore::setSchemaVersion(int version)

@@ -94,6 +94,16 @@ bool SqlBoardStore::open(QString* error)
     return true;
 }
 
+int SqlBoardStore::readNumber(const QString& statement, QString* error)
+{
+    QSqlQuery query(database());
+    if (!query.exec(statement) || !query.next()) {
+        *error = query.lastError().text();
+        return -1;
+    }
+    return query.value(0).toInt();
+}
+
 bool SqlBoardStore::migrate(QString* error)
 {
     QSqlDatabase db = database();

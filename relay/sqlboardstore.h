@@ -58,6 +58,8 @@ protected:
     }
     // Runs as the connection is about to close.
     virtual void beforeClose() {}
+    // The first column of the one row `statement` yields; -1 on failure.
+    int readNumber(const QString& statement, QString* error);
     // A description of the database for errors.
     virtual QString name() const = 0;
 

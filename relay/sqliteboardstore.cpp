@@ -62,12 +62,7 @@ bool SqliteBoardStore::prepareConnection(QString* error)
 
 int SqliteBoardStore::schemaVersion(QString* error)
 {
-    QSqlQuery query(database());
-    if (!query.exec(QStringLiteral("PRAGMA user_version")) || !query.next()) {
-        *error = query.lastError().text();
-        return -1;
-    }
-    return query.value(0).toInt();
+    return readNumber(QStringLiteral("PRAGMA user_version"), error);
 }
 
 bool SqliteBoardStore::setSchemaVersion(int version)

@@ -174,6 +174,17 @@ struct Peer
     RelayConnection connection;
 };
 
+// The gids of a board's items, sorted: items drawn in one millisecond may
+// stack either way.
+QStringList sortedGids(const Peer& peer)
+{
+    QStringList gids;
+    for (const auto& item : peer.list())
+        gids << item->gid();
+    gids.sort();
+    return gids;
+}
+
 // A relay with Alice, the board's owner as she comes first, and Bob online.
 struct TwoBoards
 {
@@ -456,14 +467,7 @@ void tst_Relay::nothingReceivedIsLostWhenTheRelayStops()
     bob.connection.setActive(true);
     QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
     // Sorted: items drawn in one millisecond may stack either way.
-    auto gidsOf = [](const Peer& peer) {
-        QStringList gids;
-        for (const auto& item : peer.list())
-            gids << item->gid();
-        gids.sort();
-        return gids;
-    };
-    QTRY_COMPARE(gidsOf(bob), gidsOf(alice));
+    QTRY_COMPARE(sortedGids(bob), sortedGids(alice));
     QCOMPARE(bob.items(), 4);
 }
 
@@ -706,14 +710,7 @@ void tst_Relay::oneBoardOnTwoNodes()
     QCOMPARE(watchers[1].gids(), watchers[0].gids());
     QTRY_COMPARE(alice.items(), 62);
     QTRY_COMPARE(bob.items(), 62);
-    auto gidsOf = [](const Peer& peer) {
-        QStringList gids;
-        for (const auto& item : peer.list())
-            gids << item->gid();
-        gids.sort();
-        return gids;
-    };
-    QCOMPARE(gidsOf(bob), gidsOf(alice));
+    QCOMPARE(sortedGids(bob), sortedGids(alice));
     // Pointers cross the nodes too.
     alice.fixture.move(QPoint(50, 60));
     QTRY_VERIFY(std::any_of(bob.fixture.scene->markItems().cbegin(), bob.fixture.scene->markItems().cend(),
@@ -733,8 +730,8 @@ void tst_Relay::oneBoardOnTwoNodes()
     QTRY_COMPARE_WITH_TIMEOUT(stranded.connection.status(), RelayConnection::Online, 20000);
     QTRY_COMPARE(stranded.items(), 64);
     QTRY_COMPARE(staying.items(), 64);
-    QCOMPARE(gidsOf(stranded), gidsOf(staying));
-    QCOMPARE(distinct(gidsOf(stranded)), 64);
+    QCOMPARE(sortedGids(stranded), sortedGids(staying));
+    QCOMPARE(distinct(sortedGids(stranded)), 64);
     QTRY_COMPARE(distinct(watcher.gids()), 64);
 
     // A late joiner's replay has the board's one order (of the raw senders'
