@@ -341,6 +341,7 @@ private slots:
     void nothingReceivedIsLostWhenTheRelayStops_data();
     void nothingReceivedIsLostWhenTheRelayStops();
     void nonOwnerUpdateIsRefusedAndCorrected();
+    void ownerAndAuthorDraggingOneItemEndAlike();
     void refusalsCorrectTheSender_data();
     void refusalsCorrectTheSender();
     void pointerPositionsAreRelayedWithinTheirRate();
@@ -500,6 +501,33 @@ void tst_Relay::nonOwnerUpdateIsRefusedAndCorrected()
     alice.fixture.drag(aliceCentre, aliceCentre + QPoint(50, 100), 4);
     QVERIFY(alice.list()[0]->boundary() != original);
     QTRY_COMPARE(bob.list()[0]->boundary(), alice.list()[0]->boundary());
+}
+
+// The author and the owner drag one item at once, the second perhaps before
+// hearing of the first: both boards end holding one state, as the demo's do.
+void tst_Relay::ownerAndAuthorDraggingOneItemEndAlike()
+{
+    TwoBoards boards;
+    QVERIFY(boards.online);
+    Peer& alice = *boards.alice;
+    Peer& bob = *boards.bob;
+    // Filled and styled as nothing: each board must still hold what the other does.
+    bob.fixture.scene->setFillShape(true);
+    bob.drawRect(QPoint(100, 100), QPoint(300, 250));
+    QTRY_COMPARE(alice.items(), 1);
+    // An item without fill is hit on its outline; the press there takes it
+    // wherever the other's drag left it.
+    const QRectF frame = bob.list()[0]->boundary();
+    const QPoint grip = QPointF(frame.left(), frame.center().y()).toPoint();
+    alice.fixture.view->setIsOwner(true);
+    alice.fixture.view->setToolType(GraphicDefine::Selector);
+    bob.fixture.view->setToolType(GraphicDefine::Selector);
+    alice.fixture.drag(grip, grip + QPoint(0, 30), 3);
+    bob.fixture.drag(grip, grip + QPoint(40, 0), 3);
+
+    const auto state = [](Peer& peer) { return peer.list().value(0) ? peer.list()[0]->serialize() : QByteArray(); };
+    QTRY_VERIFY(!state(alice).isEmpty() && state(alice) == state(bob));
+    QVERIFY(alice.list()[0]->boundary() != frame);
 }
 
 void tst_Relay::refusalsCorrectTheSender_data()
