@@ -3,14 +3,15 @@ import QtQuick.Controls.Basic
 import QtQuick.Dialogs
 import QtQuick.Layouts
 import com.im.whiteboard 1.0
-import WhiteboardDemo 1.0
+import com.im.whiteboard.relay 1.0
 
 // One participant's board: who the user is, the tools, the board itself with
 // its text input and overview, and the board's actions.
 Rectangle {
     id: board
 
-    required property Relay relay
+    // The relay this board joins, e.g. ws://127.0.0.1:8765.
+    required property url relayUrl
     required property int accountId
     required property string userName
     required property bool isOwner
@@ -18,6 +19,7 @@ Rectangle {
     required property string exportFolder
     property color accent: "#1f6feb"
     readonly property alias view: view
+    readonly property alias connection: connection
 
     signal notify(string message)
 
@@ -71,7 +73,7 @@ Rectangle {
                 }
                 Text {
                     text: "account " + board.accountId + (board.isOwner ? " · owner" : " · participant")
-                          + " · board “" + board.boardId + "”"
+                          + " · board “" + board.boardId + "” · " + board.statusText
                     font.pixelSize: 12
                     color: "#656d76"
                 }
@@ -294,9 +296,21 @@ Rectangle {
             view.scaleSceneToCenter(Math.min(view.width / page.width, view.height / page.height) * 0.96)
     }
 
+    RelayConnection {
+        id: connection
+        url: board.relayUrl
+        boardId: board.boardId
+        accountId: board.accountId
+        userName: board.userName
+        active: true
+    }
+
+    readonly property string statusText: ["offline", "connecting", "loading", "online", "refused by the relay"][connection.status]
+        + (connection.pendingCount > 0 ? " · " + connection.pendingCount + " waiting" : "")
+
     Component.onCompleted: {
         Qt.callLater(fitPage)
-        relay.addBoard(view)
-        view.sendUserJoinData(relay.serverTime(), board.boardId)
+        // The connection announces the board's join on each connect.
+        connection.attach(view)
     }
 }

@@ -2,19 +2,26 @@ import QtQuick
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import com.im.whiteboard 1.0
-import WhiteboardDemo 1.0
 
-// Two participants of one whiteboard, side by side. Everything one of them
-// does travels as messages through the relay to the other.
+// Two participants of one whiteboard, side by side, or one participant of a
+// board on a running relay. Everything a participant does travels as messages
+// through the relay to the others.
 ApplicationWindow {
     id: window
 
     property string exportFolder: "."
-    readonly property string boardId: "team-sketch"
+    // Set by the host program: the relay, and with `remote` the one user of
+    // this window on a relay that runs elsewhere.
+    property url relayUrl
+    property bool remote: false
+    property string boardId: "team-sketch"
+    property int remoteAccountId: 0
+    property string remoteUserName: ""
 
     property color penColor: "#1f6feb"
     property int penWidth: 3
-    property string status: "Draw on either board: the other follows through the relay."
+    property string status: remote ? "Draw: everybody on board “" + boardId + "” follows through the relay."
+                                   : "Draw on either board: the other follows through the relay."
 
     width: 1440
     height: 880
@@ -33,10 +40,6 @@ ApplicationWindow {
         GraphicPalette.strokeWidth = penWidth
     }
     Component.onCompleted: applyPalette()
-
-    Relay {
-        id: relay
-    }
 
     header: Rectangle {
         height: 60
@@ -57,7 +60,8 @@ ApplicationWindow {
                     font.bold: true
                 }
                 Text {
-                    text: "two participants · one in-process relay"
+                    text: window.remote ? "one participant · relay " + window.relayUrl
+                                        : "two participants · one in-process relay"
                     color: "#9198a1"
                     font.pixelSize: 12
                 }
@@ -135,21 +139,26 @@ ApplicationWindow {
         spacing: 14
 
         Board {
+            id: first
             Layout.fillWidth: true
             Layout.fillHeight: true
-            relay: relay
-            accountId: 1001
-            userName: "Alice"
-            isOwner: true
+            relayUrl: window.relayUrl
+            accountId: window.remote ? window.remoteAccountId : 1001
+            userName: window.remote ? window.remoteUserName : "Alice"
+            // The relay knows the owner; in-process Alice is (the demo makes
+            // her the board's owner before anybody connects).
+            isOwner: !window.remote
             boardId: window.boardId
             exportFolder: window.exportFolder
             accent: "#1f6feb"
             onNotify: message => window.status = message
         }
         Board {
+            id: second
+            visible: !window.remote
             Layout.fillWidth: true
             Layout.fillHeight: true
-            relay: relay
+            relayUrl: window.remote ? "" : window.relayUrl
             accountId: 1002
             userName: "Bob"
             isOwner: false
@@ -179,9 +188,8 @@ ApplicationWindow {
                 font.pixelSize: 12
             }
             Text {
-                text: "relay: " + relay.boardCount + " boards · " + relay.relayedCount + " deliveries · "
-                      + relay.storedActionCount + " stored item actions"
-                      + (relay.lastMessage.length > 0 ? " · last: " + relay.lastMessage : "")
+                text: "relay " + window.relayUrl + " · " + first.userName + ": " + first.statusText
+                      + (window.remote ? "" : " · " + second.userName + ": " + second.statusText)
                 color: "#656d76"
                 font.pixelSize: 12
             }

@@ -1,13 +1,15 @@
-// Demo host: two boards of one whiteboard side by side, for two users, wired
-// through an in-process relay that plays the server.
+// Demo host: two boards of one whiteboard side by side, for two users, joined
+// through a relay that runs inside the demo; or one board on a running
+// whiteboard-relay.
 //
 //   whiteboard-demo [--screenshot FILE]
+//   whiteboard-demo --relay ws://HOST:PORT --board ID --user N --name NAME
 //
 // With --screenshot the window is rendered once, after every board has shown
 // its first frame, written to FILE as PNG, and the program exits.
-#include "relay.h"
-
 #include "moduleregistration.h"
+#include "relay/relayserver.h"
+#include "relay/sqliteboardstore.h"
 #include "scene/graphicscene.h"
 #include "whiteboardview.h"
 
@@ -24,11 +26,18 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
+
+// Generated with the relay client's QML module.
+void qml_register_types_com_im_whiteboard_relay();
 
 namespace {
 
+// The shown views only: a hidden board renders no frame.
 void collectViews(QQuickItem* item, QList<WhiteboardView*>& views)
 {
+    if (!item->isVisible())
+        return;
     if (auto* view = qobject_cast<WhiteboardView*>(item))
         views.append(view);
     const QList<QQuickItem*> children = item->childItems();
@@ -138,12 +147,23 @@ int main(int argc, char* argv[])
 {
     QGuiApplication::setApplicationName(QStringLiteral("whiteboard-demo"));
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Two whiteboards side by side, joined through an in-process relay."));
+    parser.setApplicationDescription(QStringLiteral("Two whiteboards side by side, joined through a relay inside the demo, or one board on a running relay."));
     parser.addHelpOption();
     const QCommandLineOption screenshotOption(QStringLiteral("screenshot"),
                                               QStringLiteral("Render one frame of the window to <file> (PNG) and exit."),
                                               QStringLiteral("file"));
     parser.addOption(screenshotOption);
+    const QCommandLineOption relayOption(QStringLiteral("relay"),
+                                         QStringLiteral("Join the board on a running whiteboard-relay at <url> (ws://HOST:PORT) as one user, "
+                                                        "instead of two users on a relay inside the demo."),
+                                         QStringLiteral("url"));
+    const QCommandLineOption boardOption(QStringLiteral("board"), QStringLiteral("Board to join with --relay (default: team-sketch)."),
+                                         QStringLiteral("id"), QStringLiteral("team-sketch"));
+    const QCommandLineOption userOption(QStringLiteral("user"), QStringLiteral("Account id with --relay (default: 1001)."),
+                                        QStringLiteral("n"), QStringLiteral("1001"));
+    const QCommandLineOption nameOption(QStringLiteral("name"), QStringLiteral("Name shown to the others with --relay (default: User <n>)."),
+                                        QStringLiteral("name"));
+    parser.addOptions({ relayOption, boardOption, userOption, nameOption });
 
     // Help needs no display: answer it before the application connects to one.
     for (int i = 1; i < argc; ++i) {
@@ -168,7 +188,39 @@ int main(int argc, char* argv[])
     // library announces the module when it loads, so the engine would skip the
     // module folder's optional plugin: the types are registered here instead.
     whiteboard::registerModuleTypes("com.im.whiteboard");
-    qmlRegisterType<Relay>("WhiteboardDemo", 1, 0, "Relay");
+    qml_register_types_com_im_whiteboard_relay();
+
+    // Without --relay the relay runs here, on a free loopback port, with its
+    // boards in memory; Alice owns the demo board from the start.
+    QVariantMap properties { { QStringLiteral("exportFolder"), defaultExportFolder() } };
+    relay::SqliteBoardStore store(QStringLiteral(":memory:"));
+    std::unique_ptr<relay::RelayServer> server;
+    if (parser.isSet(relayOption)) {
+        bool userOk = false;
+        const qlonglong user = parser.value(userOption).toLongLong(&userOk);
+        if (!userOk || user <= 0) {
+            std::fprintf(stderr, "whiteboard-demo: --user needs a positive account id\n");
+            return 2;
+        }
+        properties.insert(QStringLiteral("remote"), true);
+        properties.insert(QStringLiteral("relayUrl"), QUrl(parser.value(relayOption)));
+        properties.insert(QStringLiteral("boardId"), parser.value(boardOption));
+        properties.insert(QStringLiteral("remoteAccountId"), user);
+        properties.insert(QStringLiteral("remoteUserName"),
+                          parser.isSet(nameOption) ? parser.value(nameOption) : QStringLiteral("User %1").arg(user));
+    } else {
+        QString error;
+        if (!store.open(&error) || !store.createBoard(QStringLiteral("team-sketch"), 1001)) {
+            std::fprintf(stderr, "whiteboard-demo: relay storage: %s\n", qPrintable(error));
+            return 1;
+        }
+        server = std::make_unique<relay::RelayServer>(&store, relay::RelayOptions());
+        if (!server->listen(QHostAddress::LocalHost, 0)) {
+            std::fprintf(stderr, "whiteboard-demo: relay: %s\n", qPrintable(server->errorString()));
+            return 1;
+        }
+        properties.insert(QStringLiteral("relayUrl"), QUrl(server->url()));
+    }
 
     QQmlApplicationEngine engine;
     // With the types registered in-process, the engine refuses the module if
@@ -179,7 +231,7 @@ int main(int argc, char* argv[])
         return QFileInfo::exists(path + QStringLiteral("/com/im/whiteboard/qmldir"));
     });
     engine.setImportPathList(importPaths);
-    engine.setInitialProperties({ { QStringLiteral("exportFolder"), defaultExportFolder() } });
+    engine.setInitialProperties(properties);
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, &app, [] { QCoreApplication::exit(1); },
         Qt::QueuedConnection);

@@ -50,6 +50,8 @@ void tst_Module::registrations_data()
     QTest::newRow("palette singleton")
         << QByteArray("QtObject { property int width: GraphicPalette.strokeWidth; property int eraser: GraphicDefine.Eraser }")
         << QString();
+    QTest::newRow("relay connection, a module beside it")
+        << QByteArray("import com.im.whiteboard.relay 1.0\nRelayConnection { boardId: \"b\"; active: status === RelayConnection.Offline }") << QString();
     QTest::newRow("enumerations are not creatable") << QByteArray("GraphicDefine {}") << QStringLiteral("GraphicDefine");
 }
 

@@ -8,10 +8,11 @@
 namespace whiteboard {
 
 BatchRemoveGraphicCommand::BatchRemoveGraphicCommand(const QList<QSharedPointer<GraphicItem>>& items, GraphicScene* scene,
-                                                     bool sync)
+                                                     bool sync, bool announced)
     : GraphicCommand(QSharedPointer<GraphicItem>(), scene)
     , m_items(items)
     , m_sync(sync)
+    , m_announced(announced)
 {
 }
 
@@ -35,8 +36,9 @@ void BatchRemoveGraphicCommand::redo()
     const QRect rect = dirtyRect();
     m_scene->removeItems(GraphicScene::ItemLayer, m_items);
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
-    if (m_sync)
+    if (m_sync && !m_announced)
         sendBatch(im::whiteboard::GraphicActionRemove, m_items);
+    m_announced = false;
 }
 
 void BatchRemoveGraphicCommand::undo()

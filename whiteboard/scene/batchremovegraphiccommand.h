@@ -7,12 +7,14 @@
 namespace whiteboard {
 
 // Removes several items as one step: the delete key, the eraser and clears.
-// `sync` tells whether the change is announced to the other participants: a
-// clear travels as one message of its own, so its command stays silent.
+// `sync` tells whether the change is announced to the other participants.
+// With `announced`, the first removal has already travelled as a clear of its
+// own and stays silent; its undo and redo send like any other.
 class BatchRemoveGraphicCommand : public GraphicCommand
 {
 public:
-    BatchRemoveGraphicCommand(const QList<QSharedPointer<GraphicItem>>& items, GraphicScene* scene, bool sync);
+    BatchRemoveGraphicCommand(const QList<QSharedPointer<GraphicItem>>& items, GraphicScene* scene, bool sync,
+                              bool announced = false);
 
     QList<QSharedPointer<GraphicItem>> items() const { return m_items; }
     bool sync() const { return m_sync; }
@@ -25,6 +27,7 @@ private:
 
     QList<QSharedPointer<GraphicItem>> m_items;
     bool m_sync = false;
+    bool m_announced = false;
 };
 
 } // namespace whiteboard

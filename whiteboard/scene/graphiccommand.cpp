@@ -32,6 +32,7 @@ void GraphicCommand::detach()
 // idea of undo.
 void GraphicCommand::attach()
 {
+    m_scene->takeWireForm(m_item.data());
     m_scene->addItem(GraphicScene::ItemLayer, m_item);
     repaintItem();
     send(im::whiteboard::GraphicActionAdd);
@@ -44,9 +45,14 @@ void GraphicCommand::repaintItem()
 
 void GraphicCommand::changeItem(const std::function<void()>& change)
 {
+    // Somebody else removed the item: there is nothing left to change, here
+    // or anywhere, and nothing is sent.
+    if (m_scene->findItem(m_item->gid()) != m_item)
+        return;
     {
         QMutexLocker locker(&m_scene->itemsMutex());
         change();
+        m_scene->takeWireForm(m_item.data());
     }
     repaintItem();
     send(im::whiteboard::GraphicActionUpdate);

@@ -29,13 +29,14 @@ public:
 protected:
     // Take the item out of the scene: focus, selection, index, repaint; a removal goes out.
     void detach();
-    // Bring the item in: index, repaint; an add goes out.
+    // Bring the item in, rounded as the wire carries it: index, repaint; an add goes out.
     void attach();
     // Repaint the item's boundary on the item layer.
     void repaintItem();
     // Changes the item's state inside itemsMutex, since the render thread
-    // paints it, then repaints it and sends its whole new state. The message
-    // leaves after the lock is released.
+    // paints it, rounds it as the wire does, then repaints it and sends its
+    // whole new state. The message leaves after the lock is released. An item
+    // that somebody else removed is left alone.
     void changeItem(const std::function<void()>& change);
     // Emits the item's whole state with the action `type`.
     void send(im::whiteboard::GraphicActionType type);

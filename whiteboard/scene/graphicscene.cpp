@@ -494,6 +494,20 @@ void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
     if (!root)
         return;
     for (const QSharedPointer<GraphicItem>& item : items) {
+        if (layer == ItemLayer) {
+            // One item per gid: an item already in holds its place, another
+            // object of the gid gives way.
+            GidRecord& record = m_gids[item->gid()];
+            const QSharedPointer<GraphicItem> held = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
+            if (held == item)
+                continue;
+            if (held) {
+                root->remove(held);
+                held->m_indexLayers &= quint8(~(1u << layer));
+            }
+            record.item = item;
+            record.live = true;
+        }
         root->insert(item);
         item->m_indexLayers |= quint8(1u << layer);
         if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data()))
@@ -519,6 +533,11 @@ void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
     for (const QSharedPointer<GraphicItem>& item : items) {
         root->remove(item);
         item->m_indexLayers &= quint8(~(1u << layer));
+        if (layer != ItemLayer)
+            continue;
+        const auto record = m_gids.find(item->gid());
+        if (record != m_gids.end() && record->item == item)
+            record->live = false;
     }
 }
 
@@ -552,15 +571,15 @@ int GraphicScene::itemCount(SceneLayer layer)
 
 void GraphicScene::sortItems(GraphicItemList& items, int order)
 {
-    if (order == 1) {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() < b->timestamp();
-        });
-    } else {
-        std::stable_sort(items.begin(), items.end(), [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-            return a->timestamp() > b->timestamp();
-        });
-    }
+    // Equal times fall back on the gid, so that every board stacks items drawn
+    // in one millisecond alike, whatever order they arrived in.
+    const auto older = [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
+        return a->timestamp() < b->timestamp() || (a->timestamp() == b->timestamp() && a->gid() < b->gid());
+    };
+    if (order == 1)
+        std::stable_sort(items.begin(), items.end(), older);
+    else
+        std::stable_sort(items.begin(), items.end(), [&older](const auto& a, const auto& b) { return older(b, a); });
 }
 
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
@@ -641,12 +660,11 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 
 QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 {
-    const GraphicItemList all = items(ItemLayer, 1);
-    for (const QSharedPointer<GraphicItem>& item : all) {
-        if (item->gid() == gid)
-            return item;
-    }
-    return {};
+    QMutexLocker locker(&m_itemsMutex);
+    const auto record = m_gids.constFind(gid);
+    if (record == m_gids.constEnd() || !record->live)
+        return {};
+    return record->item.toStrongRef();
 }
 
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
@@ -769,9 +787,10 @@ void GraphicScene::updateFocusItem()
     const QSharedPointer<GraphicItem> item = focusItem();
     if (!item)
         return;
+    takeWireForm(item.data());
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
-    // get its new state.
+    // get its new state, which this board holds as they will.
     post(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
 }
 

@@ -7,6 +7,7 @@
 #include <QBrush>
 #include <QColor>
 #include <QCursor>
+#include <QHash>
 #include <QImage>
 #include <QMap>
 #include <QMutex>
@@ -20,6 +21,7 @@
 #include <QThread>
 #include <QTransform>
 #include <QUndoStack>
+#include <QWeakPointer>
 
 #include <functional>
 
@@ -93,6 +95,20 @@ public:
     };
 
     static constexpr int kLayerCount = 4;
+
+    // The place of a change in the board's order: a Lamport clock that every
+    // board advances past each version it sees, then the account id of the
+    // user who made the change. Compared in that order; all zero for changes
+    // that never carried a version.
+    struct Version
+    {
+        qint64 clock = 0;
+        qint64 user = 0;
+        bool operator<(const Version& other) const
+        {
+            return clock < other.clock || (clock == other.clock && user < other.user);
+        }
+    };
 
     // The board's rounding of a double to whole pixels: half away from zero,
     // then truncated.
@@ -186,10 +202,13 @@ public:
     GraphicItemList itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform = QTransform());
     GraphicItemList itemsByRect(SceneLayer layer, const QRectF& rect, int mode, int order, const QTransform& transform = QTransform());
     QSharedPointer<GraphicItem> itemAt(const QPointF& viewPos, int order, int mode, const QTransform& transform = QTransform());
+    // The item of the item layer with this gid, case-sensitive, wherever it
+    // lies; the key of received updates and removals.
     QSharedPointer<GraphicItem> itemByGid(const QString& gid);
-    // The key of received updates and removals: the first item with this gid
-    // in timestamp order, case-sensitive; items off the page are not found.
     QSharedPointer<GraphicItem> findItem(const QString& gid) { return itemByGid(gid); }
+    // Gives `item` the state that its message carries, so that the board that
+    // makes a change holds what the others receive (float points, path text).
+    void takeWireForm(GraphicItem* item);
     static void sortItems(GraphicItemList& items, int order);
 
     GraphicItemList selectedItems() const { return m_selectedItems; }
@@ -313,15 +332,24 @@ private:
     im::whiteboard::TransferData* makeItemAction(im::whiteboard::GraphicActionType type,
                                                  const QSharedPointer<GraphicItem>& item);
     im::whiteboard::TransferData* makeBatchAction(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
-    void sendOperation(im::whiteboard::UserOperation_Type type);
+    // Stamps and sends a clear; returns its version.
+    Version sendOperation(im::whiteboard::UserOperation_Type type);
+    // The next version of a local change of `gid`, which this board now holds.
+    Version stampChange(const QString& gid);
+    void advanceClock(qint64 seen);
     void sendMouseInfo(const QPointF& position);
     // Every outgoing message leaves through here.
     void post(im::whiteboard::TransferData* data);
 
     // Incoming envelopes, by kind of body.
     void applyGraphicAction(const im::whiteboard::GraphicAction& action);
-    void addReceivedItems(const im::whiteboard::GraphicAction& action);
-    void updateReceivedItem(const im::whiteboard::GraphicAction& action);
+    void applyVersionedAction(const im::whiteboard::GraphicAction& action, const Version& version);
+    // Takes received items out as a detach does, without a message.
+    void dropItems(const GraphicItemList& items);
+    // Raises the clear mark of everybody (`userId` null) or of one author to
+    // `version` and drops the live items that are older.
+    void raiseClearMark(const Version& version, const qlonglong* userId);
+    Version clearMarkFor(qlonglong author) const;
     void applyUserAction(const im::whiteboard::UserAction& action);
     void applyUserOperation(const im::whiteboard::UserOperation& operation);
 
@@ -406,6 +434,21 @@ private:
     bool m_disableEdit = false;
     QImage m_thumbnail;
     QImage m_smallThumbnail;
+    // Per gid ever seen: the version held and the item object, kept weakly
+    // after its removal so that a later add of the gid brings back the object
+    // that undo commands hold. Guarded by itemsMutex.
+    struct GidRecord
+    {
+        Version version;
+        QWeakPointer<GraphicItem> item;
+        bool live = false;
+    };
+    QHash<QString, GidRecord> m_gids;
+    qint64 m_clock = 0;
+    // Clears seen: changes older than the mark of everybody, or of their
+    // author, stay out.
+    Version m_clearMark;
+    QHash<qlonglong, Version> m_clearMarks;
     bool m_finishingSegment = false;
     GraphicDefine::ToolType m_toolType = GraphicDefine::Selector;
     bool m_disableDrag = false;

@@ -210,21 +210,27 @@ void GraphicScene::deselectAll()
 
 void GraphicScene::clearAll(bool sync)
 {
-    // The command stays silent; the clear travels as one message of its own.
-    pushCommand(new BatchRemoveGraphicCommand(items(ItemLayer, 1), this, false));
+    // The clear travels as one message of its own; undo and redo of it send
+    // the items they bring back or take again.
+    pushCommand(new BatchRemoveGraphicCommand(items(ItemLayer, 1), this, sync, sync));
+    // The others drop whatever is older than the clear, also off the page: so
+    // does this board.
     if (sync)
-        sendOperation(im::whiteboard::UserOperation::UserOperationClearAll);
+        raiseClearMark(sendOperation(im::whiteboard::UserOperation::UserOperationClearAll), nullptr);
 }
 
 void GraphicScene::clearByUid(qlonglong userId, bool sync)
 {
     GraphicItemList list = items(ItemLayer, 1);
     list.removeIf([userId](const QSharedPointer<GraphicItem>& item) { return item->userId() != userId; });
-    pushCommand(new BatchRemoveGraphicCommand(list, this, false));
+    pushCommand(new BatchRemoveGraphicCommand(list, this, sync, sync));
     // The message names the sender, not `userId`: the others clear the
     // sender's items. The protocol has always worked so.
-    if (sync)
-        sendOperation(im::whiteboard::UserOperation::UserOperationClearByUid);
+    if (!sync)
+        return;
+    const Version version = sendOperation(im::whiteboard::UserOperation::UserOperationClearByUid);
+    if (userId == m_currentUserId)
+        raiseClearMark(version, &userId);
 }
 
 void GraphicScene::rubberBandMove(QMouseEvent* event)
@@ -858,11 +864,19 @@ void GraphicScene::keyReleaseEvent(QKeyEvent* event)
             finishSegment(false);
             break;
         case Qt::Key_V: {
-            // The very clipboard objects go in, at the places they were copied from.
+            // Every paste makes fresh copies with gids of their own, at the
+            // places they were copied from, authored by whoever pastes. The
+            // originals were selected: the copies are not.
             const GraphicItemList clipboard = m_clipboardItems;
             m_undoStack.beginMacro(QStringLiteral("past selected items"));
             for (const QSharedPointer<GraphicItem>& item : clipboard) {
-                m_undoStack.push(new AddGraphicCommand(item, this));
+                GraphicItem* copy = item->copy();
+                copy->setUserId(m_currentUserId);
+                copy->setTimestamp(qlonglong(serverTimestamp()));
+                copy->setSelected(false);
+                copy->setActiveFocus(false);
+                copy->setHovered(false);
+                m_undoStack.push(new AddGraphicCommand(makeShared(copy), this));
                 reportUndoRedoStatus();
             }
             m_undoStack.endMacro();

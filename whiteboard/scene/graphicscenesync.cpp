@@ -12,7 +12,6 @@
 #include "graphics/graphicpenitem.h"
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
-#include "scene/batchremovegraphiccommand.h"
 #include "inputlimits.h"
 #include "scene/inboundguard.h"
 
@@ -23,6 +22,7 @@
 #include <QMutexLocker>
 #include <QQuickItem>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -33,7 +33,7 @@ namespace whiteboard {
 namespace {
 
 void fillItemEnvelope(pb::SingleWhiteboardData* envelope, pb::GraphicActionType type, GraphicItem* item,
-                      qint64 timestamp)
+                      qint64 timestamp, const GraphicScene::Version& version)
 {
     const std::string gid = item->gid().toStdString();
     envelope->set_gid(gid);
@@ -46,6 +46,8 @@ void fillItemEnvelope(pb::SingleWhiteboardData* envelope, pb::GraphicActionType 
     action->set_timestamp(timestamp);
     action->set_graphicactiontype(type);
     action->set_gid(gid);
+    action->set_version(version.clock);
+    action->set_versionuser(version.user);
     // Removals carry the whole item too.
     item->serializeToAction(action);
     // The payload of an envelope is a second, separately encoded message.
@@ -60,40 +62,80 @@ QByteArray bytesOf(const Message& entry)
     return QByteArray::fromStdString(entry.SerializeAsString());
 }
 
-// Builds one new item per admitted entry of a received list.
-template <class List, class Make>
-void buildItems(const List& list, Make make, bool dirties, GraphicItemList& built, QRect& dirty)
+// One entry of a received list, with the kind of item it describes.
+struct ReceivedEntry
+{
+    QByteArray bytes;
+    QString gid;
+    qint64 author = 0;
+    int type = 0;
+};
+
+template <class List>
+void collect(const List& list, int type, QList<ReceivedEntry>& entries)
 {
     for (auto entry : list.data()) {
-        if (!InboundGuard::admit(entry))
-            continue;
-        GraphicItem* item = make();
-        item->deserialize(bytesOf(entry));
-        // A line alone dirties nothing; it shows with the next repaint of its region.
-        if (dirties)
-            dirty = dirty.united(item->boundary().toRect());
-        built.append(GraphicScene::makeShared(item));
+        if (InboundGuard::admit(entry))
+            entries.append({ bytesOf(entry), QString::fromStdString(entry.baseinfo().gid()), entry.baseinfo().userid(), type });
     }
 }
 
-// Applies each entry of a received list to an existing item of `type`,
-// which files itself again if its bounds change.
-template <class List>
-void applyEntries(GraphicScene* scene, const List& list, const QSharedPointer<GraphicItem>& item, int type)
+// The entries of an action's list; false for a list this board does not know.
+// A canvas list is known and holds nothing to apply.
+bool entriesOf(const pb::GraphicAction& action, QList<ReceivedEntry>& entries)
 {
-    // An item reads any entry as its own message, where the fields checked
-    // by the guard mean other things: only entries of its own kind apply.
-    if (item->type() != type) {
-        qCWarning(lcWhiteboardInput, "refused update %s: entries of another kind of item", qPrintable(item->gid()));
-        return;
+    switch (action.actiondata_case()) {
+    case pb::GraphicAction::kArrowdata:
+        collect(action.arrowdata(), GraphicItem::ArrowLine, entries);
+        return true;
+    case pb::GraphicAction::kCanvasdata:
+        return true;
+    case pb::GraphicAction::kEllipsedata:
+        collect(action.ellipsedata(), GraphicItem::Ellipse, entries);
+        return true;
+    case pb::GraphicAction::kImagedata:
+        collect(action.imagedata(), GraphicItem::Image, entries);
+        return true;
+    case pb::GraphicAction::kLinedata:
+        collect(action.linedata(), GraphicItem::Line, entries);
+        return true;
+    case pb::GraphicAction::kPathdata:
+        collect(action.pathdata(), GraphicItem::Pen, entries);
+        return true;
+    case pb::GraphicAction::kPolylinedata:
+        collect(action.polylinedata(), GraphicItem::Segment, entries);
+        return true;
+    case pb::GraphicAction::kRectdata:
+        collect(action.rectdata(), GraphicItem::Rectangle, entries);
+        return true;
+    case pb::GraphicAction::kTextdata:
+        collect(action.textdata(), GraphicItem::Text, entries);
+        return true;
+    default:
+        qWarning("unknown graphic action data");
+        return false;
     }
-    for (auto entry : list.data()) {
-        if (!InboundGuard::admit(entry))
-            continue;
-        const QByteArray bytes = bytesOf(entry);
-        // The render thread may be painting the item.
-        QMutexLocker locker(&scene->itemsMutex());
-        item->deserialize(bytes);
+}
+
+GraphicItem* makeReceivedItem(GraphicScene* scene, int type)
+{
+    switch (type) {
+    case GraphicItem::ArrowLine:
+        return new GraphicArrowLineItem(scene, nullptr);
+    case GraphicItem::Ellipse:
+        return new GraphicEllipseItem(scene, nullptr);
+    case GraphicItem::Image:
+        return new GraphicImage(QString(), scene, nullptr);
+    case GraphicItem::Line:
+        return new GraphicLineItem(scene, nullptr);
+    case GraphicItem::Pen:
+        return new GraphicPenItem(scene, nullptr);
+    case GraphicItem::Segment:
+        return new GraphicLineSegmentItem(scene, nullptr);
+    case GraphicItem::Rectangle:
+        return new GraphicRectItem(scene, nullptr);
+    default:
+        return new GraphicTextItem(QString(), QFont(), scene, nullptr);
     }
 }
 
@@ -110,26 +152,39 @@ pb::TransferData* GraphicScene::makeTransferData()
     return data;
 }
 
+GraphicScene::Version GraphicScene::stampChange(const QString& gid)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    const Version version { ++m_clock, m_currentUserId };
+    m_gids[gid].version = version;
+    return version;
+}
+
+void GraphicScene::advanceClock(qint64 seen)
+{
+    m_clock = std::max(m_clock, seen);
+}
+
 pb::TransferData* GraphicScene::makeItemAction(pb::GraphicActionType type, const QSharedPointer<GraphicItem>& item)
 {
-    pb::TransferData* data = makeTransferData();
-    pb::SingleWhiteboardData* envelope = data->mutable_multi()->add_whiteboarddatalist();
-    fillItemEnvelope(envelope, type, item.data(), QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
-    return data;
+    return makeBatchAction(type, { item });
 }
 
 pb::TransferData* GraphicScene::makeBatchAction(pb::GraphicActionType type, const GraphicItemList& items)
 {
     pb::TransferData* data = makeTransferData();
-    // One time for the whole batch, so that its envelopes agree.
+    // One time for the whole batch, so that its envelopes agree; a version
+    // per item, as each item is held by its own.
     const qint64 timestamp = QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset;
     for (const QSharedPointer<GraphicItem>& item : items)
-        fillItemEnvelope(data->mutable_multi()->add_whiteboarddatalist(), type, item.data(), timestamp);
+        fillItemEnvelope(data->mutable_multi()->add_whiteboarddatalist(), type, item.data(), timestamp,
+                         stampChange(item->gid()));
     return data;
 }
 
-void GraphicScene::sendOperation(pb::UserOperation_Type type)
+GraphicScene::Version GraphicScene::sendOperation(pb::UserOperation_Type type)
 {
+    const Version version { ++m_clock, m_currentUserId };
     pb::TransferData* data = makeTransferData();
     pb::SingleWhiteboardData* envelope = data->mutable_multi()->add_whiteboarddatalist();
     const qint64 timestamp = QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset;
@@ -142,8 +197,11 @@ void GraphicScene::sendOperation(pb::UserOperation_Type type)
     operation->set_timestamp(timestamp);
     // Our own id also for a clear by user: the others clear the sender's items.
     operation->set_userid(m_currentUserId);
+    operation->set_version(version.clock);
+    operation->set_versionuser(version.user);
     envelope->set_data(body.SerializeAsString());
     post(data);
+    return version;
 }
 
 void GraphicScene::sendMouseInfo(const QPointF& position)
@@ -178,6 +236,19 @@ void GraphicScene::joinWhiteboard(qint64 serverTime)
     // The oldest time travels through 32 bits: that is the protocol's format.
     join->set_oldesttimestamp(all.isEmpty() ? qint64(1) : qint64(qint32(all.first()->timestamp())));
     post(data);
+}
+
+void GraphicScene::takeWireForm(GraphicItem* item)
+{
+    // Read back as a receiving board builds it, on a fresh item: what the
+    // message leaves out takes a fresh item's value here too.
+    const QByteArray bytes = item->serialize();
+    if (bytes.isEmpty())
+        return;
+    const std::unique_ptr<GraphicItem> fresh(makeReceivedItem(this, item->type()));
+    fresh->deserialize(bytes);
+    QMutexLocker locker(&m_itemsMutex);
+    item->deserialize(fresh->serialize());
 }
 
 // --- inbound ----------------------------------------------------------------
@@ -222,99 +293,143 @@ void GraphicScene::receiveData(pb::TransferData* data)
 
 void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
 {
-    switch (action.graphicactiontype()) {
-    case pb::GraphicActionAdd:
-        addReceivedItems(action);
-        break;
-    case pb::GraphicActionUpdate:
-    case pb::GraphicActionModify:
-        updateReceivedItem(action);
-        break;
-    case pb::GraphicActionRemove: {
-        // The item message that rides along is not read.
-        const QSharedPointer<GraphicItem> item = findItem(QString::fromUtf8(action.gid().c_str()));
-        if (!item)
-            return;
-        removeItem(ItemLayer, item);
-        updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
-        break;
+    const pb::GraphicActionType type = action.graphicactiontype();
+    if (type != pb::GraphicActionAdd && type != pb::GraphicActionUpdate && type != pb::GraphicActionModify
+        && type != pb::GraphicActionRemove)
+        return;
+    if (action.has_version()) {
+        applyVersionedAction(action, Version { action.version(), action.versionuser() });
+        return;
     }
-    default:
-        break;
-    }
-}
 
-void GraphicScene::addReceivedItems(const pb::GraphicAction& action)
-{
-    // No gid lookup: an add of a known gid gives a second item.
-    GraphicItemList built;
-    QRect dirty;
-    switch (action.actiondata_case()) {
-    case pb::GraphicAction::kArrowdata:
-        buildItems(action.arrowdata(), [this] { return new GraphicArrowLineItem(this, nullptr); }, true, built, dirty);
-        break;
-    case pb::GraphicAction::kCanvasdata:
-        break;
-    case pb::GraphicAction::kEllipsedata:
-        buildItems(action.ellipsedata(), [this] { return new GraphicEllipseItem(this, nullptr); }, true, built, dirty);
-        break;
-    case pb::GraphicAction::kImagedata:
-        buildItems(action.imagedata(), [this] { return new GraphicImage(QString(), this, nullptr); }, true, built, dirty);
-        break;
-    case pb::GraphicAction::kLinedata:
-        buildItems(action.linedata(), [this] { return new GraphicLineItem(this, nullptr); }, false, built, dirty);
-        break;
-    case pb::GraphicAction::kPathdata:
-        buildItems(action.pathdata(), [this] { return new GraphicPenItem(this, nullptr); }, true, built, dirty);
-        break;
-    case pb::GraphicAction::kPolylinedata:
-        buildItems(action.polylinedata(), [this] { return new GraphicLineSegmentItem(this, nullptr); }, true, built, dirty);
-        break;
-    case pb::GraphicAction::kRectdata:
-        buildItems(action.rectdata(), [this] { return new GraphicRectItem(this, nullptr); }, true, built, dirty);
-        break;
-    default:
-        if (action.has_textdata()) {
-            buildItems(action.textdata(), [this] { return new GraphicTextItem(QString(), QFont(), this, nullptr); }, true,
-                       built, dirty);
-        } else {
-            qWarning("unknown graphic action data");
-        }
-        break;
+    // A peer without versions: applied in the order of arrival, the last
+    // message of a gid wins.
+    if (type == pb::GraphicActionRemove) {
+        // The item message that rides along is not read.
+        if (const QSharedPointer<GraphicItem> item = findItem(QString::fromStdString(action.gid())))
+            dropItems({ item });
+        return;
     }
-    addItems(ItemLayer, built);
+    QList<ReceivedEntry> entries;
+    if (!entriesOf(action, entries))
+        return;
+    const QSharedPointer<GraphicItem> updated =
+        type == pb::GraphicActionAdd ? QSharedPointer<GraphicItem>() : findItem(QString::fromStdString(action.gid()));
+    // An update of an unknown gid is dropped without a word.
+    if (type != pb::GraphicActionAdd && !updated)
+        return;
+    QRect dirty;
+    for (const ReceivedEntry& entry : std::as_const(entries)) {
+        // An item reads any entry as its own message, where the fields the
+        // guard checked mean other things: an update applies only to an item
+        // of its own kind.
+        if (updated && updated->type() != entry.type) {
+            qCWarning(lcWhiteboardInput, "refused update %s: entries of another kind of item", qPrintable(updated->gid()));
+            continue;
+        }
+        // An add of a known gid takes the place of the item that holds it.
+        QSharedPointer<GraphicItem> item = updated ? updated : findItem(entry.gid);
+        const bool known = item && (updated || item->type() == entry.type);
+        if (!known)
+            item = makeShared(makeReceivedItem(this, entry.type));
+        {
+            // The render thread may be painting the item.
+            QMutexLocker locker(&m_itemsMutex);
+            dirty = dirty.united(item->boundary().toRect());
+            item->deserialize(entry.bytes);
+        }
+        if (known)
+            updateItemIndex(ItemLayer, item);
+        else
+            addItem(ItemLayer, item);
+        // A line that arrives alone dirties nothing: it shows with the next
+        // repaint of its region, as the protocol's clients have always done.
+        if (updated || entry.type != GraphicItem::Line)
+            dirty = dirty.united(item->boundary().toRect());
+    }
     updateLayer(ItemLayer, QRegion(dirty));
 }
 
-void GraphicScene::updateReceivedItem(const pb::GraphicAction& action)
+void GraphicScene::applyVersionedAction(const pb::GraphicAction& action, const Version& version)
 {
-    const QSharedPointer<GraphicItem> item = findItem(QString::fromUtf8(action.gid().c_str()));
-    if (!item)
+    const QString gid = QString::fromStdString(action.gid());
+    advanceClock(version.clock);
+    QMutexLocker locker(&m_itemsMutex);
+    GidRecord& record = m_gids[gid];
+    // Only what is newer than the state held: an older message, or one that
+    // arrives twice, changes nothing.
+    if (!(record.version < version))
         return;
-    // Selection, focus, controller and history stay as they are: the remote
-    // state simply wins.
-    if (action.has_arrowdata()) {
-        applyEntries(this, action.arrowdata(), item, GraphicItem::ArrowLine);
-    } else if (action.has_canvasdata()) {
-        // Reserved: recognised, and nothing to apply.
-    } else if (action.has_ellipsedata()) {
-        applyEntries(this, action.ellipsedata(), item, GraphicItem::Ellipse);
-    } else if (action.has_imagedata()) {
-        applyEntries(this, action.imagedata(), item, GraphicItem::Image);
-    } else if (action.has_linedata()) {
-        applyEntries(this, action.linedata(), item, GraphicItem::Line);
-    } else if (action.has_pathdata()) {
-        applyEntries(this, action.pathdata(), item, GraphicItem::Pen);
-    } else if (action.has_polylinedata()) {
-        applyEntries(this, action.polylinedata(), item, GraphicItem::Segment);
-    } else if (action.has_rectdata()) {
-        applyEntries(this, action.rectdata(), item, GraphicItem::Rectangle);
-    } else if (action.has_textdata()) {
-        applyEntries(this, action.textdata(), item, GraphicItem::Text);
-    } else {
-        qWarning("unknown graphic action data");
+    const QSharedPointer<GraphicItem> held = record.item.toStrongRef();
+    const bool live = record.live && held;
+
+    if (action.graphicactiontype() == pb::GraphicActionRemove) {
+        // The version stays as a tombstone: older adds and updates stay out.
+        record.version = version;
+        if (live)
+            dropItems({ held });
+        return;
     }
-    updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
+
+    QList<ReceivedEntry> entries;
+    if (!entriesOf(action, entries) || entries.isEmpty())
+        return;
+    // Every message of ours holds one item; the gid of the action is the key.
+    const ReceivedEntry& entry = entries.first();
+    // A clear newer than this change has taken the item on every board.
+    if (version < clearMarkFor(entry.author))
+        return;
+    record.version = version;
+    // An update that comes before its add brings the item, as an add would:
+    // either carries the whole item.
+    const bool reuse = held && held->type() == entry.type;
+    const QSharedPointer<GraphicItem> item = reuse ? held : makeShared(makeReceivedItem(this, entry.type));
+    const QRect before = live ? held->boundary().toRect() : QRect();
+    item->deserialize(entry.bytes);
+    if (item->gid() != gid)
+        item->setGid(gid);
+    if (live && reuse)
+        updateItemIndex(ItemLayer, item);
+    else
+        addItem(ItemLayer, item);
+    updateLayer(ItemLayer, QRegion(before.united(item->boundary().toRect())));
+}
+
+void GraphicScene::dropItems(const GraphicItemList& items)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    QRect dirty;
+    for (const QSharedPointer<GraphicItem>& item : items) {
+        // Nothing stays focused or painted as selected that the board no longer holds.
+        if (m_focusItem == item)
+            setFocusItem(QSharedPointer<GraphicItem>());
+        if (item->selected()) {
+            deselectItem(item);
+            item->setSelected(false);
+        }
+        dirty = dirty.united(item->boundary().toRect());
+    }
+    removeItems(ItemLayer, items);
+    updateLayer(ItemLayer, QRegion(dirty));
+}
+
+GraphicScene::Version GraphicScene::clearMarkFor(qlonglong author) const
+{
+    return std::max(m_clearMark, m_clearMarks.value(author));
+}
+
+void GraphicScene::raiseClearMark(const Version& version, const qlonglong* userId)
+{
+    QMutexLocker locker(&m_itemsMutex);
+    Version& mark = userId ? m_clearMarks[*userId] : m_clearMark;
+    mark = std::max(mark, version);
+    GraphicItemList older;
+    for (const GidRecord& record : std::as_const(m_gids)) {
+        const QSharedPointer<GraphicItem> item = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
+        if (item && record.version < version && (!userId || item->userId() == *userId))
+            older.append(item);
+    }
+    dropItems(older);
 }
 
 void GraphicScene::applyUserAction(const pb::UserAction& received)
@@ -378,18 +493,28 @@ void GraphicScene::applyUserAction(const pb::UserAction& received)
 
 void GraphicScene::applyUserOperation(const pb::UserOperation& operation)
 {
-    // Through the local history: a remote clear is a step this user can undo,
-    // silently and on this client alone.
+    // A clear of somebody else's never enters the local history: a user
+    // undoes their own work. A clear without a version takes what is here now.
+    const qlonglong userId = operation.userid();
+    const qlonglong* author = nullptr;
     switch (operation.operationtype()) {
     case pb::UserOperation::UserOperationClearAll:
-        pushCommand(new BatchRemoveGraphicCommand(items(ItemLayer, 1), this, false));
         break;
     case pb::UserOperation::UserOperationClearByUid:
-        clearByUid(operation.userid(), false);
+        author = &userId;
         break;
     default:
-        break;
+        return;
     }
+    if (operation.has_version()) {
+        advanceClock(operation.version());
+        raiseClearMark(Version { operation.version(), operation.versionuser() }, author);
+        return;
+    }
+    GraphicItemList list = items(ItemLayer, 1);
+    if (author)
+        list.removeIf([userId](const QSharedPointer<GraphicItem>& item) { return item->userId() != userId; });
+    dropItems(list);
 }
 
 } // namespace whiteboard

@@ -231,6 +231,7 @@ void SceneRender::composeFrame()
     if (!paintThumbnail(scene->m_smallThumbnail, scene->m_smallThumbnailSize, pageItems))
         return;
     emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
+    ++m_composedFrames;
 
     // Emitted while the painter is open, so the queued copy is a deep one.
     emit finished(m_frameImage);

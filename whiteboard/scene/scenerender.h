@@ -39,6 +39,9 @@ public:
     QImage baseImage() const { return m_baseImage; }
     QImage frameImage() const { return m_frameImage; }
     QRegion borderRegion() const { return m_borderRegion; }
+    // Frames finished whole, thumbnails included; any thread. A frame counted
+    // after a change was made shows it, as frames hold itemsMutex throughout.
+    int composedFrames() const { return m_composedFrames; }
     double devicePixelRatio() const { return m_devicePixelRatio; }
 
     // Composes one whole frame now, thumbnails included; the caller holds
@@ -78,6 +81,7 @@ private:
     bool paintThumbnail(QImage& image, const QSize& size, const GraphicItemList& items);
 
     std::atomic<int> m_quitRequested { 0 };
+    std::atomic<int> m_composedFrames { 0 };
     SceneMutex m_dirtyMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;

@@ -1,0 +1,558 @@
+#include "relay/boardsession.h"
+
+#include "relay/participant.h"
+#include "relay/relaylog.h"
+
+#include "relay/wireaction.h"
+
+#include "proto/whiteboard.pb.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+#include <memory>
+
+namespace pb = im::whiteboard;
+
+namespace relay {
+
+namespace {
+
+using Version = BoardStore::Version;
+
+std::optional<Version> versionOf(const pb::GraphicAction& action)
+{
+    if (!action.has_version())
+        return std::nullopt;
+    return Version { action.version(), action.versionuser() };
+}
+
+const char* actionName(int type)
+{
+    switch (type) {
+    case pb::GraphicActionAdd:
+        return "add";
+    case pb::GraphicActionUpdate:
+    case pb::GraphicActionModify:
+        return "update";
+    case pb::GraphicActionRemove:
+        return "remove";
+    default:
+        return "action";
+    }
+}
+
+// The envelope with its item action turned into `type`, and with `version`
+// when one is given.
+QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt)
+{
+    pb::WhiteboardData body;
+    body.ParseFromString(envelope.data());
+    pb::GraphicAction* action = body.mutable_graphicactiondata();
+    action->set_graphicactiontype(type);
+    if (version) {
+        action->set_version(version->version);
+        action->set_versionuser(version->user);
+    }
+    envelope.set_graphicactiontype(type);
+    envelope.set_data(body.SerializeAsString());
+    return QByteArray::fromStdString(envelope.SerializeAsString());
+}
+
+QByteArray rewritten(const QByteArray& stored, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt)
+{
+    pb::SingleWhiteboardData envelope;
+    envelope.ParseFromArray(stored.constData(), int(stored.size()));
+    return rewritten(envelope, type, version);
+}
+
+QByteArray envelopeOf(const pb::WhiteboardData& body, const std::string& gid = std::string(), int type = 0)
+{
+    pb::SingleWhiteboardData envelope;
+    envelope.set_gid(gid);
+    envelope.set_graphicactiontype(pb::GraphicActionType(type));
+    envelope.set_timestamp(QDateTime::currentMSecsSinceEpoch());
+    envelope.set_data(body.SerializeAsString());
+    return QByteArray::fromStdString(envelope.SerializeAsString());
+}
+
+// The removal of an item that the relay does not hold.
+QByteArray removalOf(const QString& gid, const std::optional<Version>& version)
+{
+    pb::WhiteboardData body;
+    body.set_datatype(pb::WhiteboardData::WhiteboardDataGraphicAction);
+    pb::GraphicAction* action = body.mutable_graphicactiondata();
+    action->set_gid(gid.toStdString());
+    action->set_graphicactiontype(pb::GraphicActionRemove);
+    action->set_timestamp(QDateTime::currentMSecsSinceEpoch());
+    if (version) {
+        action->set_version(version->version);
+        action->set_versionuser(version->user);
+    }
+    return envelopeOf(body, action->gid(), pb::GraphicActionRemove);
+}
+
+QByteArray leaveOf(qint64 user)
+{
+    pb::WhiteboardData body;
+    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserAction);
+    pb::UserAction* action = body.mutable_useractiondata();
+    action->set_actiontype(pb::UserAction::UserActionLeave);
+    action->set_userid(user);
+    action->set_timestamp(QDateTime::currentMSecsSinceEpoch());
+    return envelopeOf(body);
+}
+
+bool clearedBy(const std::optional<Version>& itemVersion, const std::optional<Version>& before)
+{
+    return !before || !itemVersion || *itemVersion < *before;
+}
+
+} // namespace
+
+BoardSession::BoardSession(const QString& boardId, BoardStore* store, const RelayOptions& options, QObject* parent)
+    : QObject(parent)
+    , m_boardId(boardId)
+    , m_store(store)
+    , m_options(options)
+{
+}
+
+bool BoardSession::load()
+{
+    // Held, so that the items are those of the sequence number read.
+    const qint64 sequence = m_store->lock(m_boardId);
+    const BoardStore::Board board = m_store->board(m_boardId);
+    m_exists = board.exists;
+    m_owner = board.owner;
+    // Inside the lock the board's row already counts the next number.
+    m_delivered = sequence >= 0 ? sequence : board.sequence;
+    loadItems();
+    if (sequence >= 0)
+        m_store->rollback();
+    return true;
+}
+
+void BoardSession::loadItems()
+{
+    m_items.clear();
+    const QList<BoardStore::Item> items = m_store->items(m_boardId);
+    for (const BoardStore::Item& item : items)
+        m_items.insert(item.gid, ItemState { item.author, item.version });
+}
+
+void BoardSession::add(Participant* participant)
+{
+    if (!m_exists && m_store->createBoard(m_boardId, participant->accountId())) {
+        // Another node may have created it first: the store knows the owner.
+        const BoardStore::Board board = m_store->board(m_boardId);
+        m_exists = board.exists;
+        m_owner = board.owner;
+        if (m_owner == participant->accountId() && board.sequence == 0)
+            qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
+    }
+    participant->setParent(this);
+    m_participants.append(participant);
+    connect(participant, &Participant::messageArrived, this, &BoardSession::onMessage);
+    connect(participant, &Participant::disconnected, this, &BoardSession::onDisconnected);
+    qCInfo(lcRelay).noquote() << "connected" << participant->description();
+}
+
+void BoardSession::closeAll()
+{
+    for (Participant* participant : std::as_const(m_participants))
+        participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("relay shutting down"));
+}
+
+void BoardSession::onDisconnected(Participant* participant)
+{
+    m_participants.removeAll(participant);
+    participant->deleteLater();
+    if (participant->isJoined()) {
+        const qint64 user = participant->accountId();
+        const bool stillHere = std::any_of(m_participants.cbegin(), m_participants.cend(),
+                                           [user](const Participant* other) { return other->isJoined() && other->accountId() == user; });
+        // The user's pointer mark goes only when its last connection does.
+        if (!stillHere) {
+            const QList<QByteArray> frames = batches({ leaveOf(user) });
+            for (const QByteArray& frame : frames)
+                sendPresence(frame, nullptr);
+        }
+    }
+    if (m_participants.isEmpty())
+        emit idle(this);
+}
+
+void BoardSession::answerJoin(Participant* participant)
+{
+    // The items and the sequence number they stand at, read while the board
+    // is held.
+    const qint64 sequence = m_store->lock(m_boardId);
+    if (sequence < 0) {
+        participant->closeWith(QWebSocketProtocol::CloseCode(1011), QStringLiteral("storage error"));
+        return;
+    }
+    const QList<BoardStore::Item> items = m_store->items(m_boardId);
+    m_store->rollback();
+    QList<QByteArray> envelopes;
+    envelopes.reserve(items.size());
+    for (const BoardStore::Item& item : items)
+        envelopes.append(item.envelope);
+    const QList<QByteArray> frames = batches(envelopes);
+    for (const QByteArray& frame : frames)
+        participant->send(frame, true);
+
+    pb::TransferData done;
+    done.set_whiteboardid(m_boardId.toStdString());
+    done.mutable_userjoin()->set_oldesttimestamp(1);
+    participant->send(QByteArray::fromStdString(done.SerializeAsString()));
+    // From here on it receives the board's entries after `sequence`: nothing
+    // committed before is missing from the replay, nothing after it is in it.
+    participant->setJoined(sequence);
+    qCInfo(lcRelay).noquote() << "joined" << participant->description() << "with" << items.size() << "items in"
+                              << frames.size() << "batches";
+    catchUp(sequence);
+}
+
+void BoardSession::catchUp(qint64 sequence)
+{
+    if (sequence > m_delivered)
+        deliver(m_store->entries(m_boardId, m_delivered));
+}
+
+void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
+{
+    for (const BoardStore::Entry& entry : entries) {
+        if (entry.sequence <= m_delivered)
+            continue;
+        if (entry.sequence != m_delivered + 1) {
+            // The entries in between are gone from the store: a replay is
+            // the only way to bring these participants up to date.
+            qCWarning(lcRelay).noquote() << "board" << m_boardId << "fell behind from" << m_delivered << "to" << entry.sequence
+                                         << ": its participants here rejoin";
+            for (Participant* participant : std::as_const(m_participants))
+                participant->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("fell behind"));
+            m_delivered = entries.constLast().sequence;
+            loadItems();
+            return;
+        }
+        m_delivered = entry.sequence;
+        if (entry.frame.isEmpty())
+            continue;
+        pb::TransferData frame;
+        frame.ParseFromArray(entry.frame.constData(), int(entry.frame.size()));
+        follow(frame);
+        const auto origin = std::find_if(m_participants.cbegin(), m_participants.cend(),
+                                         [&entry](const Participant* participant) { return participant->key() == entry.origin; });
+        sendToJoined(entry.frame, origin == m_participants.cend() ? nullptr : *origin, entry.sequence);
+    }
+}
+
+void BoardSession::follow(const pb::TransferData& frame)
+{
+    for (const pb::SingleWhiteboardData& envelope : frame.multi().whiteboarddatalist()) {
+        pb::WhiteboardData body;
+        if (!body.ParseFromString(envelope.data()))
+            continue;
+        if (body.datatype() == pb::WhiteboardData::WhiteboardDataGraphicAction) {
+            const pb::GraphicAction& action = body.graphicactiondata();
+            const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
+            const auto known = m_items.find(gid);
+            if (action.graphicactiontype() == pb::GraphicActionRemove)
+                m_items.remove(gid);
+            else if (known != m_items.end())
+                known->version = versionOf(action);
+            else if (action.graphicactiontype() == pb::GraphicActionAdd)
+                m_items.insert(gid, ItemState { WireAction::author(action), versionOf(action) });
+        } else if (body.datatype() == pb::WhiteboardData::WhiteboardDataUserOperation) {
+            const pb::UserOperation& operation = body.useroperationdata();
+            std::optional<Version> before;
+            if (operation.has_version())
+                before = Version { operation.version(), operation.versionuser() };
+            if (operation.operationtype() == pb::UserOperation::UserOperationClearAll)
+                clearItems(std::nullopt, before);
+            else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid)
+                clearItems(operation.userid(), before);
+        }
+    }
+}
+
+void BoardSession::clearItems(std::optional<qint64> author, const std::optional<Version>& before)
+{
+    m_items.removeIf([&](const QHash<QString, ItemState>::iterator& item) {
+        return (!author || item->author == *author) && clearedBy(item->version, before);
+    });
+}
+
+void BoardSession::deliverPresence(const QByteArray& frame)
+{
+    sendToJoined(frame, nullptr);
+}
+
+void BoardSession::sendPresence(const QByteArray& frame, const Participant* except)
+{
+    sendToJoined(frame, except);
+    if (m_store->isShared())
+        m_store->publish(m_boardId, frame);
+}
+
+QList<QByteArray> BoardSession::batches(const QList<QByteArray>& envelopes) const
+{
+    QList<QByteArray> frames;
+    pb::TransferData batch;
+    qint64 bytes = 0;
+    auto flush = [&] {
+        if (batch.multi().whiteboarddatalist_size() == 0)
+            return;
+        frames.append(QByteArray::fromStdString(batch.SerializeAsString()));
+        batch.Clear();
+        bytes = 0;
+    };
+    for (const QByteArray& envelope : envelopes) {
+        if (batch.multi().whiteboarddatalist_size() >= m_options.replayBatchItems
+            || (bytes > 0 && bytes + envelope.size() > RelayOptions::kReplayBatchBytes))
+            flush();
+        batch.set_whiteboardid(m_boardId.toStdString());
+        batch.mutable_multi()->add_whiteboarddatalist()->ParseFromArray(envelope.constData(), int(envelope.size()));
+        bytes += envelope.size();
+    }
+    flush();
+    return frames;
+}
+
+void BoardSession::sendToJoined(const QByteArray& frame, const Participant* except, qint64 sequence)
+{
+    for (Participant* participant : std::as_const(m_participants)) {
+        if (participant != except && participant->isJoined() && participant->joinedAt() < sequence)
+            participant->send(frame);
+    }
+}
+
+void BoardSession::onMessage(Participant* from, pb::TransferData* message)
+{
+    const std::unique_ptr<pb::TransferData> owned(message);
+    if (message->has_userjoin()) {
+        answerJoin(from);
+        return;
+    }
+    if (!message->has_multi())
+        return;
+
+    const auto& list = message->multi().whiteboarddatalist();
+    std::vector<pb::WhiteboardData> bodies(size_t(list.size()));
+    bool changes = false;
+    for (int i = 0; i < list.size(); ++i) {
+        if (!bodies[size_t(i)].ParseFromString(list[i].data())) {
+            from->closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, QStringLiteral("envelope is not a WhiteboardData"));
+            return;
+        }
+        changes = changes || bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction;
+    }
+    if (changes && !from->admitAction()) {
+        from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many item actions"));
+        return;
+    }
+
+    // The board is held from the check of the message to its commit, and what
+    // other nodes committed before is known and delivered first.
+    const qint64 current = changes ? m_store->lock(m_boardId) : -1;
+    if (changes) {
+        if (current < 0) {
+            qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
+            return;
+        }
+        catchUp(current);
+    }
+
+    Outcome outcome;
+    for (int i = 0; i < list.size(); ++i) {
+        const pb::WhiteboardData& body = bodies[size_t(i)];
+        switch (body.datatype()) {
+        case pb::WhiteboardData::WhiteboardDataGraphicAction:
+            handleAction(from, list[i], body, outcome);
+            break;
+        case pb::WhiteboardData::WhiteboardDataUserOperation:
+            handleOperation(from, list[i], body.useroperationdata(), outcome);
+            break;
+        case pb::WhiteboardData::WhiteboardDataUserAction:
+            if (admitPresence(from, body.useractiondata()))
+                outcome.forward.append(&list[i]);
+            break;
+        default:
+            break;
+        }
+    }
+
+    // What goes to the others, as one entry of the board.
+    QByteArray onward;
+    if (!outcome.forward.isEmpty() || !outcome.toOthers.isEmpty()) {
+        pb::TransferData data;
+        data.set_whiteboardid(m_boardId.toStdString());
+        for (const pb::SingleWhiteboardData* envelope : std::as_const(outcome.forward))
+            *data.mutable_multi()->add_whiteboarddatalist() = *envelope;
+        for (const QByteArray& envelope : std::as_const(outcome.toOthers))
+            data.mutable_multi()->add_whiteboarddatalist()->ParseFromArray(envelope.constData(), int(envelope.size()));
+        onward = QByteArray::fromStdString(data.SerializeAsString());
+    }
+
+    if (outcome.changes.isEmpty()) {
+        if (current >= 0)
+            m_store->rollback();
+        // Pointers only: never stored.
+        if (!onward.isEmpty())
+            sendPresence(onward, from);
+    } else {
+        // Stored first: nobody receives what a restarted relay would not know.
+        const qint64 sequence = m_store->commit(m_boardId, outcome.changes, BoardStore::Entry { 0, from->key(), onward });
+        if (sequence < 0) {
+            qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
+            loadItems();
+            return;
+        }
+        m_delivered = sequence;
+        if (!onward.isEmpty())
+            sendToJoined(onward, from, sequence);
+    }
+    for (const QByteArray& frame : batches(outcome.toSender))
+        from->send(frame, true);
+}
+
+void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::WhiteboardData& body,
+                                Outcome& outcome)
+{
+    const pb::GraphicAction& action = body.graphicactiondata();
+    const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
+    if (gid.isEmpty())
+        return;
+    const int type = action.graphicactiontype();
+    const qint64 author = WireAction::author(action);
+    const std::optional<Version> version = versionOf(action);
+    const auto known = m_items.constFind(gid);
+    const qint64 user = from->accountId();
+
+    if (type == pb::GraphicActionAdd && known == m_items.cend()) {
+        if (author != user) {
+            refuse(from, gid, type, version, QStringLiteral("added as user %1").arg(author), outcome);
+            return;
+        }
+        m_items.insert(gid, ItemState { author, version });
+        outcome.changes.append({ BoardStore::Change::Put, { gid, author, version, rewritten(envelope, pb::GraphicActionAdd) }, 0, std::nullopt });
+        outcome.forward.append(&envelope);
+        return;
+    }
+    if (type > pb::GraphicActionRemove)
+        return;
+    if (known == m_items.cend()) {
+        // Gone already: a removal has nothing to do, an update is answered
+        // with the removal.
+        if (type != pb::GraphicActionRemove)
+            refuse(from, gid, type, version, QStringLiteral("no such item"), outcome);
+        return;
+    }
+    if (user != known->author && user != m_owner) {
+        refuse(from, gid, type, version, QStringLiteral("item of user %1").arg(known->author), outcome);
+        return;
+    }
+    if (type != pb::GraphicActionRemove && author != known->author) {
+        refuse(from, gid, type, version, QStringLiteral("author changed to %1").arg(author), outcome);
+        return;
+    }
+    if (version && known->version && !(*known->version < *version)) {
+        // Older than what the board holds: every board has the newer state or
+        // gets it, and drops this one by its version.
+        qCDebug(lcRelay).noquote() << "stale" << actionName(type) << "of" << gid << "from" << from->description();
+        return;
+    }
+    if (type == pb::GraphicActionRemove) {
+        m_items.remove(gid);
+        outcome.changes.append({ BoardStore::Change::Remove, { gid, 0, std::nullopt, {} }, 0, std::nullopt });
+        outcome.forward.append(&envelope);
+        return;
+    }
+    m_items[gid].version = version;
+    outcome.changes.append({ BoardStore::Change::Put, { gid, known->author, version, rewritten(envelope, pb::GraphicActionAdd) }, 0, std::nullopt });
+    if (type == pb::GraphicActionAdd) {
+        // A second add of a live gid would give the others a second item.
+        outcome.toOthers.append(rewritten(envelope, pb::GraphicActionUpdate));
+        return;
+    }
+    outcome.forward.append(&envelope);
+}
+
+void BoardSession::refuse(Participant* from, const QString& gid, int type, const std::optional<Version>& refused,
+                          const QString& reason, Outcome& outcome)
+{
+    qCWarning(lcRelay).noquote() << "refused" << actionName(type) << "of gid" << gid << "on board" << m_boardId << "by user"
+                                 << from->accountId() << ":" << reason;
+    const auto known = m_items.find(gid);
+    const std::optional<BoardStore::Item> stored = known == m_items.end() ? std::nullopt : m_store->item(m_boardId, gid);
+    if (!stored) {
+        std::optional<Version> removal;
+        if (refused)
+            removal = Version { refused->version + 1, refused->user };
+        outcome.toSender.append(removalOf(gid, removal));
+        return;
+    }
+    // The sender removed the item on its board: it needs it back as an add.
+    const pb::GraphicActionType back = type == pb::GraphicActionRemove ? pb::GraphicActionAdd : pb::GraphicActionUpdate;
+    if (!refused) {
+        outcome.toSender.append(rewritten(stored->envelope, back));
+        return;
+    }
+    // With versions the correction must win on the sender's board: store the
+    // item again under a version newer than the refused one and tell every
+    // board, so every clock moves past it.
+    const qint64 base = std::max(refused->version, stored->version ? stored->version->version : 0);
+    const Version newer { base + 1, stored->version ? stored->version->user : stored->author };
+    known->version = newer;
+    outcome.changes.append({ BoardStore::Change::Put, { gid, stored->author, newer, rewritten(stored->envelope, pb::GraphicActionAdd, newer) }, 0, std::nullopt });
+    outcome.toSender.append(rewritten(stored->envelope, back, newer));
+    outcome.toOthers.append(rewritten(stored->envelope, pb::GraphicActionUpdate, newer));
+}
+
+void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::UserOperation& operation,
+                                   Outcome& outcome)
+{
+    const qint64 user = from->accountId();
+    if (operation.userid() != user) {
+        qCWarning(lcRelay).noquote() << "refused clear on board" << m_boardId << "by user" << user << ": sent as user" << operation.userid();
+        return;
+    }
+    std::optional<Version> before;
+    if (operation.has_version())
+        before = Version { operation.version(), operation.versionuser() };
+
+    if (operation.operationtype() == pb::UserOperation::UserOperationClearAll) {
+        if (user != m_owner) {
+            qCWarning(lcRelay).noquote() << "refused clear all on board" << m_boardId << "by user" << user << ": not the owner";
+            // The sender's board cleared itself: give it the board back.
+            const QList<BoardStore::Item> items = m_store->items(m_boardId);
+            for (const BoardStore::Item& item : items)
+                outcome.toSender.append(item.envelope);
+            return;
+        }
+        clearItems(std::nullopt, before);
+        outcome.changes.append({ BoardStore::Change::ClearAll, {}, 0, before });
+    } else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid) {
+        clearItems(user, before);
+        outcome.changes.append({ BoardStore::Change::ClearByAuthor, {}, user, before });
+    } else {
+        return;
+    }
+    outcome.forward.append(&envelope);
+}
+
+bool BoardSession::admitPresence(Participant* from, const pb::UserAction& action)
+{
+    // Leaves come from the relay alone.
+    if (action.actiontype() != pb::UserAction::UserActionMouseInfo)
+        return false;
+    if (action.userid() != from->accountId()) {
+        qCWarning(lcRelay).noquote() << "refused pointer on board" << m_boardId << "by user" << from->accountId() << ": sent as user"
+                                     << action.userid();
+        return false;
+    }
+    return from->admitPointer();
+}
+
+} // namespace relay

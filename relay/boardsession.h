@@ -1,0 +1,116 @@
+#pragma once
+
+#include "relay/boardstore.h"
+#include "relay/relayoptions.h"
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <limits>
+#include <optional>
+
+namespace im::whiteboard {
+class SingleWhiteboardData;
+class TransferData;
+class UserAction;
+class UserOperation;
+class WhiteboardData;
+} // namespace im::whiteboard
+
+namespace relay {
+
+class Participant;
+
+// One board while anybody is connected to it here: its participants, its
+// owner, the author and version of each live item, and the one order in which
+// its messages are stored and then delivered. Everything runs on the relay's
+// one thread. The store gives each committed message the board's next
+// sequence number while it holds the board (other nodes may share it), and
+// the session delivers the board's entries to its participants in that order,
+// each once: its own as it commits them, the other nodes' as it reads them.
+class BoardSession : public QObject
+{
+    Q_OBJECT
+
+public:
+    BoardSession(const QString& boardId, BoardStore* store, const RelayOptions& options, QObject* parent = nullptr);
+
+    QString boardId() const { return m_boardId; }
+    qint64 owner() const { return m_owner; }
+    int participantCount() const { return int(m_participants.size()); }
+
+    // Reads the board's owner and item authors from the store.
+    bool load();
+    // Takes the participant in; the first one of a new board becomes its
+    // owner. It receives the board's traffic once its join is answered.
+    void add(Participant* participant);
+    // Closes every connection with "going away".
+    void closeAll();
+    // Delivers the entries other nodes committed, up to `sequence` at least.
+    void catchUp(qint64 sequence);
+    // A pointer or leave from another node, for the participants here.
+    void deliverPresence(const QByteArray& frame);
+
+signals:
+    // The last participant has gone; the session may be dropped.
+    void idle(relay::BoardSession* session);
+
+private:
+    // What one message leads to: the changes to commit, the envelopes that go
+    // on to the others, and what goes back to correct boards.
+    struct Outcome
+    {
+        QList<BoardStore::Change> changes;
+        QList<const im::whiteboard::SingleWhiteboardData*> forward;
+        QList<QByteArray> toSender; // envelopes
+        QList<QByteArray> toOthers; // envelopes
+    };
+    struct ItemState
+    {
+        qint64 author = 0;
+        std::optional<BoardStore::Version> version;
+    };
+
+    void onMessage(Participant* from, im::whiteboard::TransferData* message);
+    void onDisconnected(Participant* participant);
+    void answerJoin(Participant* participant);
+
+    void handleAction(Participant* from, const im::whiteboard::SingleWhiteboardData& envelope,
+                      const im::whiteboard::WhiteboardData& body, Outcome& outcome);
+    void handleOperation(Participant* from, const im::whiteboard::SingleWhiteboardData& envelope,
+                         const im::whiteboard::UserOperation& operation, Outcome& outcome);
+    bool admitPresence(Participant* from, const im::whiteboard::UserAction& action);
+    // Refuses an item action: nothing is stored or relayed of it, and the
+    // sender (with versions: everybody) is sent the item's stored state.
+    void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
+                const QString& reason, Outcome& outcome);
+    void loadItems();
+    // Delivers entries read from the store that this node has not delivered.
+    void deliver(const QList<BoardStore::Entry>& entries);
+    // Follows another node's entry in the item authors and versions.
+    void follow(const im::whiteboard::TransferData& frame);
+    void clearItems(std::optional<qint64> author, const std::optional<BoardStore::Version>& before);
+    // Sends a frame that is not stored here and to the other nodes.
+    void sendPresence(const QByteArray& frame, const Participant* except);
+
+    // Frames of `envelopes` in `multi` batches of bounded size.
+    QList<QByteArray> batches(const QList<QByteArray>& envelopes) const;
+    // To each joined participant but `except` whose replay did not hold the
+    // entry of `sequence` already.
+    void sendToJoined(const QByteArray& frame, const Participant* except, qint64 sequence = std::numeric_limits<qint64>::max());
+
+    QString m_boardId;
+    BoardStore* m_store;
+    RelayOptions m_options;
+    qint64 m_owner = 0;
+    bool m_exists = false;
+    // The last sequence number whose entry went to the participants here.
+    qint64 m_delivered = 0;
+    QList<Participant*> m_participants;
+    QHash<QString, ItemState> m_items;
+};
+
+} // namespace relay

@@ -1,0 +1,179 @@
+#include "relay/relayserver.h"
+
+#include "relay/accesstoken.h"
+#include "relay/boardsession.h"
+#include "relay/boardstore.h"
+#include "relay/participant.h"
+#include "relay/relaylog.h"
+
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QUrlQuery>
+#include <QWebSocket>
+#include <QWebSocketServer>
+
+namespace relay {
+
+namespace {
+
+const QLatin1String kBoardsPath("/boards/");
+// How often a node on a shared store reads its boards' sequence numbers
+// without being told.
+constexpr int kPollMs = 1000;
+
+} // namespace
+
+RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const QSslConfiguration& ssl, QObject* parent)
+    : QObject(parent)
+    , m_store(store)
+    , m_options(options)
+{
+    const bool secure = !ssl.localCertificate().isNull();
+    m_server = std::make_unique<QWebSocketServer>(QStringLiteral("whiteboard-relay"),
+                                                  secure ? QWebSocketServer::SecureMode : QWebSocketServer::NonSecureMode);
+    if (secure) {
+        m_server->setSslConfiguration(ssl);
+    } else {
+        m_tcp = std::make_unique<QTcpServer>();
+        connect(m_tcp.get(), &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_tcp->nextPendingConnection()) {
+                socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+                m_server->handleConnection(socket);
+            }
+        });
+    }
+    connect(m_server.get(), &QWebSocketServer::newConnection, this, &RelayServer::onNewConnection);
+    if (m_store->isShared()) {
+        m_store->setObserver(this);
+        m_poll = new QTimer(this);
+        connect(m_poll, &QTimer::timeout, this, &RelayServer::poll);
+        m_poll->start(kPollMs);
+    }
+    connect(m_server.get(), &QWebSocketServer::sslErrors, this,
+            [](const QList<QSslError>& errors) { qCWarning(lcRelay) << "tls errors:" << errors; });
+}
+
+RelayServer::~RelayServer()
+{
+    close();
+    m_store->setObserver(nullptr);
+}
+
+bool RelayServer::listen(const QHostAddress& address, quint16 port)
+{
+    if (m_tcp ? !m_tcp->listen(address, port) : !m_server->listen(address, port))
+        return false;
+    qCInfo(lcRelay).noquote() << "listening on" << url();
+    return true;
+}
+
+quint16 RelayServer::port() const
+{
+    return m_tcp ? m_tcp->serverPort() : m_server->serverPort();
+}
+
+QString RelayServer::errorString() const
+{
+    return m_tcp ? m_tcp->errorString() : m_server->errorString();
+}
+
+QString RelayServer::url() const
+{
+    QHostAddress address = m_tcp ? m_tcp->serverAddress() : m_server->serverAddress();
+    if (address == QHostAddress::Any || address == QHostAddress::AnyIPv4 || address == QHostAddress::AnyIPv6)
+        address = QHostAddress::LocalHost;
+    const QString scheme = m_server->secureMode() == QWebSocketServer::SecureMode ? QStringLiteral("wss") : QStringLiteral("ws");
+    const QString host = address.protocol() == QAbstractSocket::IPv6Protocol ? QStringLiteral("[%1]").arg(address.toString()) : address.toString();
+    return QStringLiteral("%1://%2:%3").arg(scheme, host).arg(port());
+}
+
+void RelayServer::close()
+{
+    for (BoardSession* session : std::as_const(m_sessions))
+        session->closeAll();
+    if (m_tcp ? m_tcp->isListening() : m_server->isListening()) {
+        if (m_tcp)
+            m_tcp->close();
+        m_server->close();
+        qCInfo(lcRelay) << "stopped listening";
+    }
+}
+
+int RelayServer::connectionCount() const
+{
+    int count = 0;
+    for (const BoardSession* session : m_sessions)
+        count += session->participantCount();
+    return count;
+}
+
+void RelayServer::onNewConnection()
+{
+    while (QWebSocket* socket = m_server->nextPendingConnection()) {
+        const QUrl url = socket->requestUrl();
+        const QUrlQuery query(url);
+        // The board id is the rest of the path, decoded: an id may hold an
+        // encoded "/".
+        const QString path = url.path(QUrl::FullyEncoded);
+        const QString boardId = path.startsWith(kBoardsPath) ? QUrl::fromPercentEncoding(path.mid(kBoardsPath.size()).toUtf8()) : QString();
+        bool userOk = false;
+        const qint64 user = query.queryItemValue(QStringLiteral("user")).toLongLong(&userOk);
+        const QString name = query.queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded).left(RelayOptions::kMaxUserNameLength);
+        const QByteArray token = query.queryItemValue(QStringLiteral("token")).toLatin1();
+
+        QString refusal;
+        if (boardId.isEmpty() || boardId.size() > RelayOptions::kMaxBoardIdLength)
+            refusal = QStringLiteral("no board in the path");
+        else if (!userOk || user <= 0)
+            refusal = QStringLiteral("no user");
+        else if (!m_options.secret.isEmpty() && !AccessToken::matches(m_options.secret, boardId, user, token))
+            refusal = QStringLiteral("wrong token");
+        if (!refusal.isEmpty()) {
+            qCWarning(lcRelay).noquote() << "refused connection from" << socket->peerAddress().toString() << "to" << url.path()
+                                         << "user" << query.queryItemValue(QStringLiteral("user")) << ":" << refusal;
+            connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
+            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, refusal);
+            continue;
+        }
+        BoardSession* session = sessionFor(boardId);
+        session->add(new Participant(socket, boardId, user, name, m_options));
+    }
+}
+
+BoardSession* RelayServer::sessionFor(const QString& boardId)
+{
+    if (BoardSession* session = m_sessions.value(boardId))
+        return session;
+    // Listening before the load: nothing committed after it goes unnoticed.
+    m_store->watch(boardId);
+    auto* session = new BoardSession(boardId, m_store, m_options, this);
+    session->load();
+    m_sessions.insert(boardId, session);
+    connect(session, &BoardSession::idle, this, [this](BoardSession* idle) {
+        m_sessions.remove(idle->boardId());
+        m_store->unwatch(idle->boardId());
+        idle->deleteLater();
+    });
+    return session;
+}
+
+void RelayServer::committedElsewhere(const QString& boardId, qint64 sequence)
+{
+    if (BoardSession* session = m_sessions.value(boardId))
+        session->catchUp(sequence);
+}
+
+void RelayServer::presenceElsewhere(const QString& boardId, const QByteArray& frame)
+{
+    if (BoardSession* session = m_sessions.value(boardId))
+        session->deliverPresence(frame);
+}
+
+void RelayServer::poll()
+{
+    for (BoardSession* session : std::as_const(m_sessions))
+        session->catchUp(m_store->board(session->boardId()).sequence);
+}
+
+} // namespace relay
