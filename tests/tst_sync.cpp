@@ -1,5 +1,6 @@
 // Two boards talking through their messages: what a local change sends, and
 // what a received message does to the other board.
+#include "messages.h"
 #include "testsupport.h"
 
 #include "graphics/graphiclinesegmentitem.h"
@@ -10,7 +11,6 @@
 #include "scene/graphicindexnode.h"
 #include "scene/movegraphiccommand.h"
 
-#include "proto/whiteboard.pb.h"
 
 #include <QCursor>
 #include <QDateTime>
@@ -23,7 +23,6 @@
 #include <new>
 
 using namespace whiteboard;
-namespace pb = im::whiteboard;
 
 // While `recordingDeletes` is set, every address freed by delete is noted, so
 // that a test can tell whether a message it saw go out was deleted.
@@ -125,45 +124,7 @@ private:
 
 pb::TransferData* wrap(const QList<pb::WhiteboardData>& bodies)
 {
-    auto* data = new pb::TransferData;
-    for (const pb::WhiteboardData& body : bodies)
-        data->mutable_multi()->add_whiteboarddatalist()->set_data(body.SerializeAsString());
-    return data;
-}
-
-pb::WhiteboardData itemBody(pb::GraphicActionType type, const std::string& gid)
-{
-    pb::WhiteboardData body;
-    body.mutable_graphicactiondata()->set_graphicactiontype(type);
-    body.mutable_graphicactiondata()->set_gid(gid);
-    return body;
-}
-
-pb::WhiteboardData rectBody(pb::GraphicActionType type, const std::string& gid, const QRectF& frame)
-{
-    pb::WhiteboardData body = itemBody(type, gid);
-    pb::Rect* rect = body.mutable_graphicactiondata()->mutable_rectdata()->add_data();
-    rect->mutable_baseinfo()->set_gid(gid);
-    rect->mutable_leftpos()->set_x(float(frame.x()));
-    rect->mutable_leftpos()->set_y(float(frame.y()));
-    rect->set_width(float(frame.width()));
-    rect->set_heigth(float(frame.height()));
-    rect->mutable_fillstyle()->set_color("#0000ff");
-    return body;
-}
-
-pb::WhiteboardData presenceBody(pb::UserAction::Type type, qint64 userId, const QString& name = QString(),
-                                QPointF position = QPointF())
-{
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserAction);
-    pb::UserAction* action = body.mutable_useractiondata();
-    action->set_actiontype(type);
-    action->set_userid(userId);
-    action->mutable_mouseinfo()->set_text(name.toStdString());
-    action->mutable_mouseinfo()->mutable_mouseposition()->set_x(float(position.x()));
-    action->mutable_mouseinfo()->mutable_mouseposition()->set_y(float(position.y()));
-    return body;
+    return new pb::TransferData(transferOf(bodies));
 }
 
 QStringList gidsOf(const GraphicItemList& items)
@@ -623,14 +584,14 @@ private slots:
     {
         // The first position is not used: the mark starts at the origin.
         QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve", QPointF(400, 250)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve", QPointF(400, 250)) }));
         const QSharedPointer<GraphicItem> mark = b->scene->markItems().value(0);
         QVERIFY(mark);
         QCOMPARE(mark->userId(), qlonglong(5));
         QCOMPARE(mark->boundary().topLeft(), QPointF(0, 0));
         QCOMPARE(b->scene->items(GraphicScene::MarkLayer, 1), GraphicItemList { mark });
 
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(500, 300)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(500, 300)) }));
         QCOMPARE(b->scene->markItems(), GraphicItemList { mark });
         QCOMPARE(mark->boundary().topLeft(), QPointF(500, 300));
         QCOMPARE(mark->property("text").toString(), QStringLiteral("Eve B"));
@@ -639,11 +600,11 @@ private slots:
         QVERIFY(!mark->collidesWithPoint(QPointF(501, 301), Qt::IntersectsItemShape));
 
         // Presence about oneself is ignored.
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 2, "me") }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 2, "me") }));
         QCOMPARE(b->scene->markItems().size(), 1);
 
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^User leave mark boundry: ")));
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionLeave, 5) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionLeave, 5) }));
         QVERIFY(b->scene->markItems().isEmpty());
         QCOMPARE(b->scene->itemCount(GraphicScene::MarkLayer), 0);
     }
@@ -673,7 +634,7 @@ private slots:
         b->view->scaleSceneToCenter(scale);
         const QPointF at = b->scene->mapToScene(QPointF(300, 200));
         QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
-        const pb::WhiteboardData presence = presenceBody(pb::UserAction::UserActionMouseInfo, user, name, at);
+        const pb::WhiteboardData presence = userBody(pb::UserAction::UserActionMouseInfo, user, name, at);
         b->view->receiveData(wrap({ presence, presence }));
         const QSharedPointer<GraphicItem> mark = b->scene->markItems().value(0);
         const QImage frame = b->frame();
