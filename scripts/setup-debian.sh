@@ -13,6 +13,10 @@ packages=(
     # The relay: WebSockets, and SQLite through QtSql.
     qt6-websockets-dev
     libqt6sql6-sqlite
+    # Relay nodes sharing boards through PostgreSQL, and the server its tests
+    # start privately.
+    libqt6sql6-psql
+    postgresql
     qt6-qpa-plugins
     libprotobuf-dev
     protobuf-compiler

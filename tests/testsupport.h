@@ -62,10 +62,13 @@ struct ViewFixture
     }
 
     // Requests a frame and waits until one composed after every change so far
-    // is shown; false if none came. Frames hold itemsMutex throughout, so the
-    // first frame counted after this request shows every earlier change.
+    // is shown; false if none came. The round trip first lets the render
+    // thread finish a frame under way and take what was queued to it (the
+    // border region); frames hold itemsMutex throughout, so the first frame
+    // counted after this request shows every earlier change.
     bool settle()
     {
+        QMetaObject::invokeMethod(scene->renderer(), [] {}, Qt::BlockingQueuedConnection);
         const int requested = scene->renderer()->composedFrames();
         scene->update(QRectF(0, 0, 1, 1));
         return QTest::qWaitFor([&] { return shownFrame > requested; }, 5000);
