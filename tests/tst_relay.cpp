@@ -4,12 +4,12 @@
 // the file that holds a PostgreSQL server's URL, every relay keeps its boards
 // in a fresh database there, and the tests that can spread their clients over
 // two relay nodes of one database.
+#include "messages.h"
 #include "testsupport.h"
 
 #include "relay/accesstoken.h"
 #include "relay/client/relayconnection.h"
 
-#include "proto/whiteboard.pb.h"
 
 #include <QProcess>
 #include <QRegularExpression>
@@ -24,7 +24,6 @@
 #include <memory>
 #include <vector>
 
-namespace pb = im::whiteboard;
 using relay::client::RelayConnection;
 
 Q_DECLARE_METATYPE(im::whiteboard::TransferData)
@@ -236,9 +235,7 @@ struct RawClient
     {
         QStringList result;
         for (const pb::TransferData& data : received) {
-            for (const pb::SingleWhiteboardData& envelope : data.multi().whiteboarddatalist()) {
-                pb::WhiteboardData body;
-                body.ParseFromString(envelope.data());
+            for (const pb::WhiteboardData& body : bodiesOf(data)) {
                 if (body.datatype() == pb::WhiteboardData::WhiteboardDataGraphicAction)
                     result << QString::fromStdString(body.graphicactiondata().gid());
             }
@@ -251,60 +248,17 @@ struct RawClient
     std::vector<pb::TransferData> received;
 };
 
-pb::TransferData wrap(const pb::WhiteboardData& body, const std::string& gid = std::string())
-{
-    pb::TransferData data;
-    data.set_whiteboardid(kBoard.toStdString());
-    pb::SingleWhiteboardData* envelope = data.mutable_multi()->add_whiteboarddatalist();
-    envelope->set_gid(gid);
-    envelope->set_data(body.SerializeAsString());
-    return data;
-}
-
 // An action on a rectangle by `author`, as a board sends it; its width tells
 // states apart. A negative version leaves the version fields out.
 pb::TransferData rectAction(pb::GraphicActionType type, const std::string& gid, qint64 author, float width = 10, qint64 version = -1,
                             qint64 versionUser = 0)
 {
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataGraphicAction);
-    pb::GraphicAction* action = body.mutable_graphicactiondata();
-    action->set_gid(gid);
-    action->set_graphicactiontype(type);
-    if (version >= 0) {
-        action->set_version(version);
-        action->set_versionuser(versionUser);
-    }
-    pb::Rect* rect = action->mutable_rectdata()->add_data();
-    rect->mutable_baseinfo()->set_gid(gid);
-    rect->mutable_baseinfo()->set_userid(author);
-    rect->set_width(width);
-    return wrap(body, gid);
+    return transferOf({ rectBody(type, gid, QRectF(0, 0, width, 0), author, version, versionUser) }, gid, kBoard.toStdString());
 }
 
 pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10)
 {
     return rectAction(pb::GraphicActionAdd, gid, author, width);
-}
-
-pb::TransferData pointerAt(qint64 user, float x)
-{
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserAction);
-    pb::UserAction* action = body.mutable_useractiondata();
-    action->set_actiontype(pb::UserAction::UserActionMouseInfo);
-    action->set_userid(user);
-    action->mutable_mouseinfo()->mutable_mouseposition()->set_x(x);
-    return wrap(body);
-}
-
-pb::TransferData clearAll(qint64 user)
-{
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserOperation);
-    body.mutable_useroperationdata()->set_operationtype(pb::UserOperation::UserOperationClearAll);
-    body.mutable_useroperationdata()->set_userid(user);
-    return wrap(body);
 }
 
 // "update a1 10 v6" per item action received from `first` on.
@@ -313,9 +267,7 @@ QStringList actionsOf(const RawClient& client, size_t first)
     const char* names[] = { "add", "update", "modify", "remove" };
     QStringList result;
     for (size_t i = first; i < client.received.size(); ++i) {
-        for (const pb::SingleWhiteboardData& envelope : client.received[i].multi().whiteboarddatalist()) {
-            pb::WhiteboardData body;
-            body.ParseFromString(envelope.data());
+        for (const pb::WhiteboardData& body : bodiesOf(client.received[i])) {
             const pb::GraphicAction& action = body.graphicactiondata();
             if (body.datatype() != pb::WhiteboardData::WhiteboardDataGraphicAction)
                 continue;
@@ -548,7 +500,7 @@ void tst_Relay::refusalsCorrectTheSender_data()
     QTest::newRow("add as another user") << qint64(-1) << qint64(1002) << rectAdd("b1", 1001) << QStringList { "remove b1" } << none;
     QTest::newRow("update of an unknown item") << qint64(-1) << qint64(1002) << rectAction(pb::GraphicActionUpdate, "b2", 1002)
                                                << QStringList { "remove b2" } << none;
-    QTest::newRow("clear all by a non-owner") << qint64(-1) << qint64(1002) << clearAll(1002) << QStringList { "add a1 10" } << none;
+    QTest::newRow("clear all by a non-owner") << qint64(-1) << qint64(1002) << transferOf({ clearAllBody(1002) }, {}, kBoard.toStdString()) << QStringList { "add a1 10" } << none;
     QTest::newRow("stale update by the owner") << qint64(5) << qint64(1001) << rectAction(pb::GraphicActionUpdate, "a1", 1001, 99, 3, 1001)
                                                << none << none;
 }
@@ -609,16 +561,13 @@ void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
     QTRY_VERIFY(alice.joined() && bob.joined());
     const size_t mark = bob.received.size();
     for (int i = 0; i < 100; ++i)
-        alice.send(pointerAt(1001, float(i)));
+        alice.send(transferOf({ userBody(pb::UserAction::UserActionMouseInfo, 1001, QString(), QPointF(i, 0)) }, {}, kBoard.toStdString()));
     alice.send(rectAdd("after", 1001));
     QTRY_VERIFY(bob.gids().endsWith(QStringLiteral("after")));
     int pointers = 0;
     for (size_t i = mark; i < bob.received.size(); ++i) {
-        for (const pb::SingleWhiteboardData& envelope : bob.received[i].multi().whiteboarddatalist()) {
-            pb::WhiteboardData body;
-            body.ParseFromString(envelope.data());
+        for (const pb::WhiteboardData& body : bodiesOf(bob.received[i]))
             pointers += body.datatype() == pb::WhiteboardData::WhiteboardDataUserAction ? 1 : 0;
-        }
     }
     // The burst of one second's worth gets through, the rest is dropped; none
     // of it is stored.

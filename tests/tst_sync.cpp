@@ -1,5 +1,6 @@
 // Two boards talking through their messages: what a local change sends, and
 // what a received message does to the other board.
+#include "messages.h"
 #include "testsupport.h"
 
 #include "graphics/graphiclinesegmentitem.h"
@@ -10,7 +11,6 @@
 #include "scene/graphicindexnode.h"
 #include "scene/movegraphiccommand.h"
 
-#include "proto/whiteboard.pb.h"
 
 #include <QCursor>
 #include <QDateTime>
@@ -25,7 +25,6 @@
 #include <string>
 
 using namespace whiteboard;
-namespace pb = im::whiteboard;
 
 // ThreadSanitizer's runtime defines operator new itself; there the deletions
 // are not recorded and the test that needs them is skipped.
@@ -143,45 +142,7 @@ private:
 
 pb::TransferData* wrap(const QList<pb::WhiteboardData>& bodies)
 {
-    auto* data = new pb::TransferData;
-    for (const pb::WhiteboardData& body : bodies)
-        data->mutable_multi()->add_whiteboarddatalist()->set_data(body.SerializeAsString());
-    return data;
-}
-
-pb::WhiteboardData itemBody(pb::GraphicActionType type, const std::string& gid)
-{
-    pb::WhiteboardData body;
-    body.mutable_graphicactiondata()->set_graphicactiontype(type);
-    body.mutable_graphicactiondata()->set_gid(gid);
-    return body;
-}
-
-pb::WhiteboardData rectBody(pb::GraphicActionType type, const std::string& gid, const QRectF& frame)
-{
-    pb::WhiteboardData body = itemBody(type, gid);
-    pb::Rect* rect = body.mutable_graphicactiondata()->mutable_rectdata()->add_data();
-    rect->mutable_baseinfo()->set_gid(gid);
-    rect->mutable_leftpos()->set_x(float(frame.x()));
-    rect->mutable_leftpos()->set_y(float(frame.y()));
-    rect->set_width(float(frame.width()));
-    rect->set_heigth(float(frame.height()));
-    rect->mutable_fillstyle()->set_color("#0000ff");
-    return body;
-}
-
-pb::WhiteboardData presenceBody(pb::UserAction::Type type, qint64 userId, const QString& name = QString(),
-                                QPointF position = QPointF())
-{
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserAction);
-    pb::UserAction* action = body.mutable_useractiondata();
-    action->set_actiontype(type);
-    action->set_userid(userId);
-    action->mutable_mouseinfo()->set_text(name.toStdString());
-    action->mutable_mouseinfo()->mutable_mouseposition()->set_x(float(position.x()));
-    action->mutable_mouseinfo()->mutable_mouseposition()->set_y(float(position.y()));
-    return body;
+    return new pb::TransferData(transferOf(bodies));
 }
 
 // A zig-zag of `points` points across a `width` x `height` box: every piece
@@ -720,7 +681,7 @@ private slots:
             QVERIFY(item->collidesWithPoint(QPointF(720, 600), Qt::IntersectsItemShape));
             QVERIFY(!item->collidesWithPoint(QPointF(5, 299), Qt::IntersectsItemShape));
         }
-        QVERIFY(b->waitForFrame());
+        QVERIFY(!b->frame().isNull());
     }
 
     void receivedLineAloneDirtiesNothing()
@@ -729,13 +690,15 @@ private slots:
         pb::Line* entry = line.mutable_graphicactiondata()->mutable_linedata()->add_data();
         entry->mutable_startpoint()->set_x(100);
         entry->mutable_endpoint()->set_x(300);
-        b->settle();
-        QSignalSpy frames(b->scene, &GraphicScene::afterSynchronizing);
+        QVERIFY(b->settle());
+        QTRY_VERIFY(b->renderIdle());
+        const int before = b->composedFrames();
         b->view->receiveData(wrap({ line }));
         QCOMPARE(b->scene->itemCount(GraphicScene::ItemLayer), 1);
-        QVERIFY(!frames.wait(300));
+        QVERIFY(b->renderIdle());
+        QCOMPARE(b->composedFrames(), before);
         b->view->receiveData(wrap({ rectBody(pb::GraphicActionAdd, "r1", QRectF(100, 200, 50, 50)) }));
-        QVERIFY(frames.wait(2000));
+        QVERIFY(!b->renderIdle() || b->composedFrames() > before);
     }
 
     void hoverSendsPointerExceptOnHandle()
@@ -766,14 +729,14 @@ private slots:
     {
         // The first position is not used: the mark starts at the origin.
         QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve", QPointF(400, 250)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve", QPointF(400, 250)) }));
         const QSharedPointer<GraphicItem> mark = b->scene->markItems().value(0);
         QVERIFY(mark);
         QCOMPARE(mark->userId(), qlonglong(5));
         QCOMPARE(mark->boundary().topLeft(), QPointF(0, 0));
         QCOMPARE(b->scene->items(GraphicScene::MarkLayer, 1), GraphicItemList { mark });
 
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(500, 300)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(500, 300)) }));
         QCOMPARE(b->scene->markItems(), GraphicItemList { mark });
         QCOMPARE(mark->boundary().topLeft(), QPointF(500, 300));
         QCOMPARE(mark->property("text").toString(), QStringLiteral("Eve B"));
@@ -783,18 +746,18 @@ private slots:
 
         // A pointer that is not a number is refused; one far out is held at the margin.
         QTest::ignoreMessage(QtWarningMsg, "refused pointer of user 5: coordinates not finite");
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(kNaN, 1)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(kNaN, 1)) }));
         QCOMPARE(mark->boundary().topLeft(), QPointF(500, 300));
         QTest::ignoreMessage(QtWarningMsg, "clamped pointer of user 5: coordinates");
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(1e38, -3e38)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(1e38, -3e38)) }));
         QCOMPARE(mark->boundary().topLeft(), QPointF(100000, -100000));
 
         // Presence about oneself is ignored.
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionMouseInfo, 2, "me") }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 2, "me") }));
         QCOMPARE(b->scene->markItems().size(), 1);
 
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^User leave mark boundry: ")));
-        b->view->receiveData(wrap({ presenceBody(pb::UserAction::UserActionLeave, 5) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionLeave, 5) }));
         QVERIFY(b->scene->markItems().isEmpty());
         QCOMPARE(b->scene->itemCount(GraphicScene::MarkLayer), 0);
     }
@@ -824,7 +787,7 @@ private slots:
         b->view->scaleSceneToCenter(scale);
         const QPointF at = b->scene->mapToScene(QPointF(300, 200));
         QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
-        const pb::WhiteboardData presence = presenceBody(pb::UserAction::UserActionMouseInfo, user, name, at);
+        const pb::WhiteboardData presence = userBody(pb::UserAction::UserActionMouseInfo, user, name, at);
         b->view->receiveData(wrap({ presence, presence }));
         const QSharedPointer<GraphicItem> mark = b->scene->markItems().value(0);
         const QImage frame = b->frame();

@@ -81,12 +81,23 @@ void tst_Tools::dragDrawsItem()
     QFETCH(GraphicDefine::ToolType, tool);
     QFETCH(int, type);
     f->view->setToolType(tool);
-    drag(QPoint(100, 100), QPoint(400, 300));
+    f->press(QPoint(100, 100));
+    for (int i = 1; i <= 8; ++i)
+        f->move(QPoint(100, 100) + QPoint(300, 200) * i / 8);
 
+    // Until the release the item is a draft on the active layer, painted.
+    QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+    const GraphicItemList drafts = f->scene->items(GraphicScene::ActiveLayer, 1);
+    QCOMPARE(drafts.size(), 1);
+    const auto* draft = qobject_cast<AbstractGraphicShapeItem*>(drafts.first().data());
+    QVERIFY(draft);
+    const QColor drafted = f->frame().pixelColor(draft->outlinePath().pointAtPercent(0.1).toPoint());
+    QVERIFY2(drafted.blue() > 150 && drafted.red() < 80, qPrintable(drafted.name()));
+
+    f->release(QPoint(400, 300));
     const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
-    QCOMPARE(items.size(), 1);
-    const auto* item = qobject_cast<AbstractGraphicShapeItem*>(items.first().data());
-    QVERIFY(item);
+    QCOMPARE(items, drafts);
+    const auto* item = draft;
     QCOMPARE(item->type(), type);
     QCOMPARE(item->userId(), 77);
     QCOMPARE(item->pen().color(), QColor(10, 120, 200));
@@ -104,6 +115,8 @@ void tst_Tools::dragDrawsItem()
 
     f->scene->undo();
     QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+    const QColor undone = f->frame().pixelColor(on.toPoint());
+    QVERIFY2(undone.blue() < 150 || undone.red() > 80, qPrintable(undone.name()));
     QVERIFY(!f->view->canUndo());
     QVERIFY(f->view->canRedo());
 }
