@@ -160,7 +160,10 @@ void BoardSession::add(Participant* participant)
 
 void BoardSession::closeAll()
 {
-    for (Participant* participant : std::as_const(m_participants))
+    // A copy: a close can report the disconnect at once, which takes the
+    // participant out of m_participants while we walk it.
+    const QList<Participant*> participants = m_participants;
+    for (Participant* participant : participants)
         participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("relay shutting down"));
 }
 
@@ -322,7 +325,10 @@ QList<QByteArray> BoardSession::batches(const QList<QByteArray>& envelopes) cons
 
 void BoardSession::sendToJoined(const QByteArray& frame, const Participant* except, qint64 sequence)
 {
-    for (Participant* participant : std::as_const(m_participants)) {
+    // A copy: a reader closed for being too far behind may leave
+    // m_participants before the loop ends (participants are deleted later).
+    const QList<Participant*> participants = m_participants;
+    for (Participant* participant : participants) {
         if (participant != except && participant->isJoined() && participant->joinedAt() < sequence)
             participant->send(frame);
     }
