@@ -4,10 +4,13 @@
 // lost messages and whether every client of a board saw one order.
 //
 //   relay_load [--clients 50] [--boards 10] [--actions 1000] [--rate 50]
+//              [--store postgresql://USER@HOST/DB [--nodes 2]]
 //
 // --rate is actions per second and client; 0 sends as fast as the socket
 // takes them. The relay runs with its rate limits lifted, so the load is
-// measured rather than refused.
+// measured rather than refused. With --store the relays keep the boards in
+// that PostgreSQL database (it should be empty), and with --nodes several relay
+// nodes share it, the clients of every board spread over them.
 #include "proto/whiteboard.pb.h"
 
 #include <QCommandLineParser>
@@ -125,33 +128,46 @@ int main(int argc, char* argv[])
                                         QStringLiteral("n"), QStringLiteral("50"));
     const QCommandLineOption relayOption(QStringLiteral("relay"), QStringLiteral("The whiteboard-relay program."), QStringLiteral("path"),
                                          QStringLiteral(WHITEBOARD_RELAY_PROGRAM));
-    parser.addOptions({ clientsOption, boardsOption, actionsOption, rateOption, relayOption });
+    const QCommandLineOption storeOption(QStringLiteral("store"), QStringLiteral("A PostgreSQL database for the relays (default: SQLite)."),
+                                        QStringLiteral("url"));
+    const QCommandLineOption nodesOption(QStringLiteral("nodes"), QStringLiteral("Relay nodes on --store (default 1)."), QStringLiteral("n"),
+                                         QStringLiteral("1"));
+    parser.addOptions({ clientsOption, boardsOption, actionsOption, rateOption, relayOption, storeOption, nodesOption });
     parser.process(app);
     const int clientCount = parser.value(clientsOption).toInt();
     const int boardCount = std::max(1, parser.value(boardsOption).toInt());
     const int actions = parser.value(actionsOption).toInt();
     const int rate = parser.value(rateOption).toInt();
+    const int nodeCount = parser.isSet(storeOption) ? std::max(1, parser.value(nodesOption).toInt()) : 1;
 
     QTemporaryDir dir;
-    QProcess relay;
-    relay.setProcessChannelMode(QProcess::SeparateChannels);
-    relay.setStandardErrorFile(QProcess::nullDevice());
-    relay.start(parser.value(relayOption),
-                { QStringLiteral("--listen"), QStringLiteral("127.0.0.1"), QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--db"),
-                  dir.filePath(QStringLiteral("boards.sqlite")), QStringLiteral("--action-rate"), QStringLiteral("1000000"),
-                  QStringLiteral("--action-burst"), QStringLiteral("1000000") });
-    QString url;
-    const QRegularExpression listening(QStringLiteral("listening on (ws://\\S+)"));
-    QByteArray out;
-    while (url.isEmpty() && relay.waitForReadyRead(10000)) {
-        out += relay.readAllStandardOutput();
-        const QRegularExpressionMatch match = listening.match(QString::fromUtf8(out));
-        if (match.hasMatch())
-            url = match.captured(1);
-    }
-    if (url.isEmpty()) {
-        std::fprintf(stderr, "relay_load: the relay did not start\n");
-        return 1;
+    const QStringList storage = parser.isSet(storeOption)
+        ? QStringList { QStringLiteral("--store"), parser.value(storeOption) }
+        : QStringList { QStringLiteral("--db"), dir.filePath(QStringLiteral("boards.sqlite")) };
+    std::vector<std::unique_ptr<QProcess>> relays;
+    QStringList urls;
+    for (int node = 0; node < nodeCount; ++node) {
+        auto& relay = relays.emplace_back(std::make_unique<QProcess>());
+        relay->setProcessChannelMode(QProcess::SeparateChannels);
+        relay->setStandardErrorFile(QProcess::nullDevice());
+        relay->start(parser.value(relayOption),
+                     QStringList { QStringLiteral("--listen"), QStringLiteral("127.0.0.1"), QStringLiteral("--port"), QStringLiteral("0"),
+                                   QStringLiteral("--action-rate"), QStringLiteral("1000000"), QStringLiteral("--action-burst"), QStringLiteral("1000000") }
+                         + storage);
+        QString url;
+        const QRegularExpression listening(QStringLiteral("listening on (ws://\\S+)"));
+        QByteArray out;
+        while (url.isEmpty() && relay->waitForReadyRead(10000)) {
+            out += relay->readAllStandardOutput();
+            const QRegularExpressionMatch match = listening.match(QString::fromUtf8(out));
+            if (match.hasMatch())
+                url = match.captured(1);
+        }
+        if (url.isEmpty()) {
+            std::fprintf(stderr, "relay_load: the relay did not start\n");
+            return 1;
+        }
+        urls << url;
     }
 
     clock_.start();
@@ -213,6 +229,8 @@ int main(int argc, char* argv[])
         QObject::connect(client.socket.get(), &QWebSocket::disconnected, [&client] {
             std::fprintf(stderr, "relay_load: client %d lost its connection: %d\n", client.index, int(client.socket->closeCode()));
         });
+        // The clients of each board take the nodes in turn.
+        const QString& url = urls[(i / boardCount) % nodeCount];
         client.socket->open(QUrl(QStringLiteral("%1/boards/load-%2?user=%3&name=load%3").arg(url).arg(client.board).arg(client.account)));
     }
     QTimer guard;
@@ -281,17 +299,24 @@ int main(int argc, char* argv[])
     for (const Client& client : clients)
         sent += client.sent;
     const double seconds = double(lastReceive - firstSend) / 1e6;
-    const qint64 rss = peakRssKb(relay.processId());
-    const double relayCpu = cpuSeconds(relay.processId());
+    qint64 rss = 0;
+    double relayCpu = 0;
+    for (const auto& relay : relays) {
+        rss = std::max(rss, peakRssKb(relay->processId()));
+        relayCpu += cpuSeconds(relay->processId());
+    }
     const qint64 p50 = percentile(latencies, 0.50);
     const qint64 p99 = percentile(latencies, 0.99);
     for (Client& client : clients)
         client.socket->disconnect();
-    relay.terminate();
-    relay.waitForFinished();
+    for (const auto& relay : relays) {
+        relay->terminate();
+        relay->waitForFinished();
+    }
 
-    std::printf("relay_load: %d clients on %d boards, %d item actions each, %s\n", clientCount, boardCount, actions,
-                rate > 0 ? qPrintable(QStringLiteral("%1 per second and client").arg(rate)) : "as fast as possible");
+    std::printf("relay_load: %d clients on %d boards, %d item actions each, %s; %d relay node(s) on %s\n", clientCount, boardCount, actions,
+                rate > 0 ? qPrintable(QStringLiteral("%1 per second and client").arg(rate)) : "as fast as possible", nodeCount,
+                parser.isSet(storeOption) ? "PostgreSQL" : "SQLite");
     std::printf("%-34s %14s   %s\n", "figure", "measured", "required");
     std::printf("%-34s %14.0f   %s\n", "actions accepted per second", double(sent) / seconds, "-");
     std::printf("%-34s %14.0f   %s\n", "deliveries per second", double(received) / seconds, "-");
@@ -299,8 +324,8 @@ int main(int argc, char* argv[])
     std::printf("%-34s %14.2f   %s\n", "delivery latency p99 (ms)", double(p99) / 1000.0, "-");
     std::printf("%-34s %14lld   %s\n", "lost messages", expected - received, "0");
     std::printf("%-34s %14s   %s\n", "same order for a board's clients", sameOrder ? "yes" : "no", "yes");
-    std::printf("%-34s %14.1f   %s\n", "relay peak memory (MiB)", double(rss) / 1024.0, "-");
-    std::printf("%-34s %14.0f   %s\n", "relay CPU per action (us)", relayCpu * 1e6 / double(std::max<qint64>(1, sent)), "-");
+    std::printf("%-34s %14.1f   %s\n", "relay peak memory, per node (MiB)", double(rss) / 1024.0, "-");
+    std::printf("%-34s %14.0f   %s\n", "relays' CPU per action (us)", relayCpu * 1e6 / double(std::max<qint64>(1, sent)), "-");
     std::printf("%-34s %14.1f   %s\n", "wall time (s)", seconds, "-");
     return expected == received && sameOrder ? 0 : 1;
 }

@@ -149,6 +149,7 @@ Rectangle {
                 userName: board.userName
                 isOwner: board.isOwner
                 textInputer: inputer
+                onPictureRefused: (path, reason) => refusal.text = "Picture not placed: " + reason
 
                 // The text input the board edits texts in: hidden until the
                 // board places it over a text and shows it.
@@ -172,6 +173,18 @@ Rectangle {
                         radius: 3
                     }
                 }
+            }
+
+            // Why the last picture could not be placed, until the next one is.
+            Text {
+                id: refusal
+                anchors.left: parent.left
+                anchors.bottom: parent.bottom
+                anchors.margins: 8
+                visible: text !== ""
+                color: "#cf222e"
+                font.pixelSize: 12
+                Connections { target: view.scene; function onImagePathChanged() { refusal.text = "" } }
             }
 
             // The board's id is a property named "id", which QML syntax keeps

@@ -120,10 +120,16 @@ BoardSession::BoardSession(const QString& boardId, BoardStore* store, const Rela
 
 bool BoardSession::load()
 {
+    // Held, so that the items are those of the sequence number read.
+    const qint64 sequence = m_store->lock(m_boardId);
     const BoardStore::Board board = m_store->board(m_boardId);
     m_exists = board.exists;
     m_owner = board.owner;
+    // Inside the lock the board's row already counts the next number.
+    m_delivered = sequence >= 0 ? sequence : board.sequence;
     loadItems();
+    if (sequence >= 0)
+        m_store->rollback();
     return true;
 }
 
@@ -138,9 +144,12 @@ void BoardSession::loadItems()
 void BoardSession::add(Participant* participant)
 {
     if (!m_exists && m_store->createBoard(m_boardId, participant->accountId())) {
-        m_exists = true;
-        m_owner = participant->accountId();
-        qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
+        // Another node may have created it first: the store knows the owner.
+        const BoardStore::Board board = m_store->board(m_boardId);
+        m_exists = board.exists;
+        m_owner = board.owner;
+        if (m_owner == participant->accountId() && board.sequence == 0)
+            qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
     }
     participant->setParent(this);
     m_participants.append(participant);
@@ -151,7 +160,10 @@ void BoardSession::add(Participant* participant)
 
 void BoardSession::closeAll()
 {
-    for (Participant* participant : std::as_const(m_participants))
+    // A copy: a close can report the disconnect at once, which takes the
+    // participant out of m_participants while we walk it.
+    const QList<Participant*> participants = m_participants;
+    for (Participant* participant : participants)
         participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("relay shutting down"));
 }
 
@@ -167,7 +179,7 @@ void BoardSession::onDisconnected(Participant* participant)
         if (!stillHere) {
             const QList<QByteArray> frames = batches({ leaveOf(user) });
             for (const QByteArray& frame : frames)
-                sendToJoined(frame, nullptr);
+                sendPresence(frame, nullptr);
         }
     }
     if (m_participants.isEmpty())
@@ -176,7 +188,15 @@ void BoardSession::onDisconnected(Participant* participant)
 
 void BoardSession::answerJoin(Participant* participant)
 {
+    // The items and the sequence number they stand at, read while the board
+    // is held.
+    const qint64 sequence = m_store->lock(m_boardId);
+    if (sequence < 0) {
+        participant->closeWith(QWebSocketProtocol::CloseCode(1011), QStringLiteral("storage error"));
+        return;
+    }
     const QList<BoardStore::Item> items = m_store->items(m_boardId);
+    m_store->rollback();
     QList<QByteArray> envelopes;
     envelopes.reserve(items.size());
     for (const BoardStore::Item& item : items)
@@ -189,11 +209,94 @@ void BoardSession::answerJoin(Participant* participant)
     done.set_whiteboardid(m_boardId.toStdString());
     done.mutable_userjoin()->set_oldesttimestamp(1);
     participant->send(QByteArray::fromStdString(done.SerializeAsString()));
-    // From here on it receives the board's traffic: nothing committed before
-    // is missing from the replay, nothing after it is in it.
-    participant->setJoined();
+    // From here on it receives the board's entries after `sequence`: nothing
+    // committed before is missing from the replay, nothing after it is in it.
+    participant->setJoined(sequence);
     qCInfo(lcRelay).noquote() << "joined" << participant->description() << "with" << items.size() << "items in"
                               << frames.size() << "batches";
+    catchUp(sequence);
+}
+
+void BoardSession::catchUp(qint64 sequence)
+{
+    if (sequence > m_delivered)
+        deliver(m_store->entries(m_boardId, m_delivered));
+}
+
+void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
+{
+    for (const BoardStore::Entry& entry : entries) {
+        if (entry.sequence <= m_delivered)
+            continue;
+        if (entry.sequence != m_delivered + 1) {
+            // The entries in between are gone from the store: a replay is
+            // the only way to bring these participants up to date.
+            qCWarning(lcRelay).noquote() << "board" << m_boardId << "fell behind from" << m_delivered << "to" << entry.sequence
+                                         << ": its participants here rejoin";
+            for (Participant* participant : std::as_const(m_participants))
+                participant->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("fell behind"));
+            m_delivered = entries.constLast().sequence;
+            loadItems();
+            return;
+        }
+        m_delivered = entry.sequence;
+        if (entry.frame.isEmpty())
+            continue;
+        pb::TransferData frame;
+        frame.ParseFromArray(entry.frame.constData(), int(entry.frame.size()));
+        follow(frame);
+        const auto origin = std::find_if(m_participants.cbegin(), m_participants.cend(),
+                                         [&entry](const Participant* participant) { return participant->key() == entry.origin; });
+        sendToJoined(entry.frame, origin == m_participants.cend() ? nullptr : *origin, entry.sequence);
+    }
+}
+
+void BoardSession::follow(const pb::TransferData& frame)
+{
+    for (const pb::SingleWhiteboardData& envelope : frame.multi().whiteboarddatalist()) {
+        pb::WhiteboardData body;
+        if (!body.ParseFromString(envelope.data()))
+            continue;
+        if (body.datatype() == pb::WhiteboardData::WhiteboardDataGraphicAction) {
+            const pb::GraphicAction& action = body.graphicactiondata();
+            const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
+            const auto known = m_items.find(gid);
+            if (action.graphicactiontype() == pb::GraphicActionRemove)
+                m_items.remove(gid);
+            else if (known != m_items.end())
+                known->version = versionOf(action);
+            else if (action.graphicactiontype() == pb::GraphicActionAdd)
+                m_items.insert(gid, ItemState { WireAction::author(action), versionOf(action) });
+        } else if (body.datatype() == pb::WhiteboardData::WhiteboardDataUserOperation) {
+            const pb::UserOperation& operation = body.useroperationdata();
+            std::optional<Version> before;
+            if (operation.has_version())
+                before = Version { operation.version(), operation.versionuser() };
+            if (operation.operationtype() == pb::UserOperation::UserOperationClearAll)
+                clearItems(std::nullopt, before);
+            else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid)
+                clearItems(operation.userid(), before);
+        }
+    }
+}
+
+void BoardSession::clearItems(std::optional<qint64> author, const std::optional<Version>& before)
+{
+    m_items.removeIf([&](const QHash<QString, ItemState>::iterator& item) {
+        return (!author || item->author == *author) && clearedBy(item->version, before);
+    });
+}
+
+void BoardSession::deliverPresence(const QByteArray& frame)
+{
+    sendToJoined(frame, nullptr);
+}
+
+void BoardSession::sendPresence(const QByteArray& frame, const Participant* except)
+{
+    sendToJoined(frame, except);
+    if (m_store->isShared())
+        m_store->publish(m_boardId, frame);
 }
 
 QList<QByteArray> BoardSession::batches(const QList<QByteArray>& envelopes) const
@@ -220,10 +323,13 @@ QList<QByteArray> BoardSession::batches(const QList<QByteArray>& envelopes) cons
     return frames;
 }
 
-void BoardSession::sendToJoined(const QByteArray& frame, const Participant* except)
+void BoardSession::sendToJoined(const QByteArray& frame, const Participant* except, qint64 sequence)
 {
-    for (Participant* participant : std::as_const(m_participants)) {
-        if (participant != except && participant->isJoined())
+    // A copy: a reader closed for being too far behind may leave
+    // m_participants before the loop ends (participants are deleted later).
+    const QList<Participant*> participants = m_participants;
+    for (Participant* participant : participants) {
+        if (participant != except && participant->isJoined() && participant->joinedAt() < sequence)
             participant->send(frame);
     }
 }
@@ -253,6 +359,17 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
         return;
     }
 
+    // The board is held from the check of the message to its commit, and what
+    // other nodes committed before is known and delivered first.
+    const qint64 current = changes ? m_store->lock(m_boardId) : -1;
+    if (changes) {
+        if (current < 0) {
+            qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
+            return;
+        }
+        catchUp(current);
+    }
+
     Outcome outcome;
     for (int i = 0; i < list.size(); ++i) {
         const pb::WhiteboardData& body = bodies[size_t(i)];
@@ -272,22 +389,36 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
         }
     }
 
-    // Stored first: nobody receives what a restarted relay would not know.
-    if (!outcome.changes.isEmpty() && m_store->commit(m_boardId, outcome.changes) < 0) {
-        qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
-        loadItems();
-        return;
+    // What goes to the others, as one entry of the board.
+    QByteArray onward;
+    if (!outcome.forward.isEmpty() || !outcome.toOthers.isEmpty()) {
+        pb::TransferData data;
+        data.set_whiteboardid(m_boardId.toStdString());
+        for (const pb::SingleWhiteboardData* envelope : std::as_const(outcome.forward))
+            *data.mutable_multi()->add_whiteboarddatalist() = *envelope;
+        for (const QByteArray& envelope : std::as_const(outcome.toOthers))
+            data.mutable_multi()->add_whiteboarddatalist()->ParseFromArray(envelope.constData(), int(envelope.size()));
+        onward = QByteArray::fromStdString(data.SerializeAsString());
     }
 
-    if (!outcome.forward.isEmpty()) {
-        pb::TransferData onward;
-        onward.set_whiteboardid(m_boardId.toStdString());
-        for (const pb::SingleWhiteboardData* envelope : std::as_const(outcome.forward))
-            *onward.mutable_multi()->add_whiteboarddatalist() = *envelope;
-        sendToJoined(QByteArray::fromStdString(onward.SerializeAsString()), from);
+    if (outcome.changes.isEmpty()) {
+        if (current >= 0)
+            m_store->rollback();
+        // Pointers only: never stored.
+        if (!onward.isEmpty())
+            sendPresence(onward, from);
+    } else {
+        // Stored first: nobody receives what a restarted relay would not know.
+        const qint64 sequence = m_store->commit(m_boardId, outcome.changes, BoardStore::Entry { 0, from->key(), onward });
+        if (sequence < 0) {
+            qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
+            loadItems();
+            return;
+        }
+        m_delivered = sequence;
+        if (!onward.isEmpty())
+            sendToJoined(onward, from, sequence);
     }
-    for (const QByteArray& frame : batches(outcome.toOthers))
-        sendToJoined(frame, from);
     for (const QByteArray& frame : batches(outcome.toSender))
         from->send(frame, true);
 }
@@ -406,10 +537,10 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
                 outcome.toSender.append(item.envelope);
             return;
         }
-        m_items.removeIf([&](const QHash<QString, ItemState>::iterator& item) { return clearedBy(item->version, before); });
+        clearItems(std::nullopt, before);
         outcome.changes.append({ BoardStore::Change::ClearAll, {}, 0, before });
     } else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid) {
-        m_items.removeIf([&](const QHash<QString, ItemState>::iterator& item) { return item->author == user && clearedBy(item->version, before); });
+        clearItems(user, before);
         outcome.changes.append({ BoardStore::Change::ClearByAuthor, {}, user, before });
     } else {
         return;

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QString>
 
+#include <limits>
 #include <optional>
 
 namespace im::whiteboard {
@@ -23,12 +24,13 @@ namespace relay {
 
 class Participant;
 
-// One board while anybody is connected to it: its participants, its owner,
-// the author and version of each live item, and the one order in which its
-// messages are stored and then delivered. Everything runs on the relay's one
-// thread, so the order in which messages are handled here is the board's
-// order; the store gives each committed message the board's next sequence
-// number.
+// One board while anybody is connected to it here: its participants, its
+// owner, the author and version of each live item, and the one order in which
+// its messages are stored and then delivered. Everything runs on the relay's
+// one thread. The store gives each committed message the board's next
+// sequence number while it holds the board (other nodes may share it), and
+// the session delivers the board's entries to its participants in that order,
+// each once: its own as it commits them, the other nodes' as it reads them.
 class BoardSession : public QObject
 {
     Q_OBJECT
@@ -47,6 +49,10 @@ public:
     void add(Participant* participant);
     // Closes every connection with "going away".
     void closeAll();
+    // Delivers the entries other nodes committed, up to `sequence` at least.
+    void catchUp(qint64 sequence);
+    // A pointer or leave from another node, for the participants here.
+    void deliverPresence(const QByteArray& frame);
 
 signals:
     // The last participant has gone; the session may be dropped.
@@ -82,16 +88,27 @@ private:
     void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
                 const QString& reason, Outcome& outcome);
     void loadItems();
+    // Delivers entries read from the store that this node has not delivered.
+    void deliver(const QList<BoardStore::Entry>& entries);
+    // Follows another node's entry in the item authors and versions.
+    void follow(const im::whiteboard::TransferData& frame);
+    void clearItems(std::optional<qint64> author, const std::optional<BoardStore::Version>& before);
+    // Sends a frame that is not stored here and to the other nodes.
+    void sendPresence(const QByteArray& frame, const Participant* except);
 
     // Frames of `envelopes` in `multi` batches of bounded size.
     QList<QByteArray> batches(const QList<QByteArray>& envelopes) const;
-    void sendToJoined(const QByteArray& frame, const Participant* except);
+    // To each joined participant but `except` whose replay did not hold the
+    // entry of `sequence` already.
+    void sendToJoined(const QByteArray& frame, const Participant* except, qint64 sequence = std::numeric_limits<qint64>::max());
 
     QString m_boardId;
     BoardStore* m_store;
     RelayOptions m_options;
     qint64 m_owner = 0;
     bool m_exists = false;
+    // The last sequence number whose entry went to the participants here.
+    qint64 m_delivered = 0;
     QList<Participant*> m_participants;
     QHash<QString, ItemState> m_items;
 };

@@ -11,11 +11,25 @@
 namespace relay {
 
 // Where the relay keeps each board's current state: the owner, the last
-// sequence number and, per live gid, the latest whole-item action. The relay
-// calls it from one thread only; an implementation may block.
+// sequence number and, per live gid, the latest whole-item action; and the
+// board's recent entries, what each committed message delivered, by sequence
+// number. Several relay nodes may share one store: the entries are how a node
+// learns, in the board's order, what the others accepted. The relay calls it
+// from one thread only; an implementation may block.
 class BoardStore
 {
 public:
+    // Told what other nodes did to the boards being watched.
+    class Observer
+    {
+    public:
+        virtual ~Observer() = default;
+        // The board has entries up to `sequence` (perhaps more).
+        virtual void committedElsewhere(const QString& boardId, qint64 sequence) = 0;
+        // A frame that is not stored (pointers, leaves) from another node.
+        virtual void presenceElsewhere(const QString& boardId, const QByteArray& frame) = 0;
+    };
+
     // A clock value of the convergence fields: (version, versionuser).
     struct Version
     {
@@ -55,6 +69,19 @@ public:
         std::optional<Version> before;
     };
 
+    // What one committed message delivered to the board's participants
+    // besides its sender, who is named by `origin`.
+    struct Entry
+    {
+        qint64 sequence = 0;
+        QString origin;
+        QByteArray frame; // a serialised TransferData
+    };
+
+    // Entries older than this many sequence numbers may be dropped: a node
+    // that is further behind sends its participants back through a replay.
+    static constexpr qint64 kEntriesKept = 10000;
+
     virtual ~BoardStore() = default;
 
     virtual bool open(QString* error) = 0;
@@ -62,14 +89,33 @@ public:
     virtual void close() = 0;
 
     virtual Board board(const QString& boardId) = 0;
+    // Creates the board unless it exists; the owner is whoever came first.
     virtual bool createBoard(const QString& boardId, qint64 owner) = 0;
     // The board's items in the order they were last stored.
     virtual QList<Item> items(const QString& boardId) = 0;
     virtual std::optional<Item> item(const QString& boardId, const QString& gid) = 0;
-    // Applies the changes in one transaction under the board's next sequence
-    // number, which it returns; -1 when nothing was committed. Nobody may see
-    // the changes before this returns.
-    virtual qint64 commit(const QString& boardId, const QList<Change>& changes) = 0;
+    // Begins the transaction of one message and holds the board until
+    // commit() or rollback(), so that what is read in between is what the
+    // message is checked against on every node. Returns the board's sequence
+    // number; -1 on failure (no transaction is open then).
+    virtual qint64 lock(const QString& boardId) = 0;
+    virtual void rollback() = 0;
+    // Applies the changes and stores `entry` under the board's next sequence
+    // number, which it returns, and ends the transaction begun by lock(); -1
+    // when nothing was committed. Nobody may see the changes before this
+    // returns.
+    virtual qint64 commit(const QString& boardId, const QList<Change>& changes, const Entry& entry) = 0;
+    // The board's entries after `after`, in their order.
+    virtual QList<Entry> entries(const QString& boardId, qint64 after) = 0;
+
+    // Several nodes: the store tells `observer` about the boards watched.
+    // Alone (the default) nothing happens elsewhere.
+    virtual bool isShared() const { return false; }
+    virtual void setObserver(Observer* observer) { Q_UNUSED(observer); }
+    virtual void watch(const QString& boardId) { Q_UNUSED(boardId); }
+    virtual void unwatch(const QString& boardId) { Q_UNUSED(boardId); }
+    // Hands a frame that is not stored to the other nodes of the board.
+    virtual void publish(const QString& boardId, const QByteArray& frame) { Q_UNUSED(boardId); Q_UNUSED(frame); }
 };
 
 } // namespace relay

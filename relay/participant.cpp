@@ -4,9 +4,11 @@
 
 #include "proto/whiteboard.pb.h"
 
+#include <QUuid>
 #include <QWebSocket>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 
 namespace relay {
@@ -22,6 +24,9 @@ Participant::Participant(QWebSocket* socket, const QString& boardId, qint64 acco
 {
     m_socket->setParent(this);
     m_peer = QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort());
+    static const QString node = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    static std::atomic<qint64> serial { 0 };
+    m_key = QStringLiteral("%1/%2").arg(node).arg(++serial);
     // The socket itself refuses a larger frame with 1009, before buffering it.
     m_socket->setMaxAllowedIncomingMessageSize(quint64(options.maxMessageBytes));
     m_socket->setMaxAllowedIncomingFrameSize(quint64(options.maxMessageBytes));

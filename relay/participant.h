@@ -33,9 +33,18 @@ public:
     // "user 1001 (Alice) on board b from 127.0.0.1:40000", for the log.
     QString description() const;
 
-    // Joined: its join was answered, so it receives the board's traffic.
+    // Names this connection among those of every node sharing the store.
+    QString key() const { return m_key; }
+
+    // Joined: its join was answered, so it receives the board's traffic
+    // after the sequence number its replay reached.
     bool isJoined() const { return m_joined; }
-    void setJoined() { m_joined = true; }
+    qint64 joinedAt() const { return m_joinedAt; }
+    void setJoined(qint64 sequence)
+    {
+        m_joined = true;
+        m_joinedAt = sequence;
+    }
     bool isOpen() const;
 
     // A replay (a board's stored items) does not count against the backlog
@@ -71,6 +80,8 @@ private:
     QString m_userName;
     RelayOptions m_options;
     QString m_peer;
+    QString m_key;
+    qint64 m_joinedAt = 0;
     qint64 m_backlog = 0; // bytes handed to the socket and not yet written
     qint64 m_replayBacklog = 0; // of which replay
     bool m_joined = false;

@@ -8,6 +8,7 @@
 
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
 #include <QUrlQuery>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -17,6 +18,9 @@ namespace relay {
 namespace {
 
 const QLatin1String kBoardsPath("/boards/");
+// How often a node on a shared store reads its boards' sequence numbers
+// without being told.
+constexpr int kPollMs = 1000;
 
 } // namespace
 
@@ -40,6 +44,12 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
         });
     }
     connect(m_server.get(), &QWebSocketServer::newConnection, this, &RelayServer::onNewConnection);
+    if (m_store->isShared()) {
+        m_store->setObserver(this);
+        m_poll = new QTimer(this);
+        connect(m_poll, &QTimer::timeout, this, &RelayServer::poll);
+        m_poll->start(kPollMs);
+    }
     connect(m_server.get(), &QWebSocketServer::sslErrors, this,
             [](const QList<QSslError>& errors) { qCWarning(lcRelay) << "tls errors:" << errors; });
 }
@@ -47,6 +57,7 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
 RelayServer::~RelayServer()
 {
     close();
+    m_store->setObserver(nullptr);
 }
 
 bool RelayServer::listen(const QHostAddress& address, quint16 port)
@@ -134,14 +145,35 @@ BoardSession* RelayServer::sessionFor(const QString& boardId)
 {
     if (BoardSession* session = m_sessions.value(boardId))
         return session;
+    // Listening before the load: nothing committed after it goes unnoticed.
+    m_store->watch(boardId);
     auto* session = new BoardSession(boardId, m_store, m_options, this);
     session->load();
     m_sessions.insert(boardId, session);
     connect(session, &BoardSession::idle, this, [this](BoardSession* idle) {
         m_sessions.remove(idle->boardId());
+        m_store->unwatch(idle->boardId());
         idle->deleteLater();
     });
     return session;
+}
+
+void RelayServer::committedElsewhere(const QString& boardId, qint64 sequence)
+{
+    if (BoardSession* session = m_sessions.value(boardId))
+        session->catchUp(sequence);
+}
+
+void RelayServer::presenceElsewhere(const QString& boardId, const QByteArray& frame)
+{
+    if (BoardSession* session = m_sessions.value(boardId))
+        session->deliverPresence(frame);
+}
+
+void RelayServer::poll()
+{
+    for (BoardSession* session : std::as_const(m_sessions))
+        session->catchUp(m_store->board(session->boardId()).sequence);
 }
 
 } // namespace relay

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "relay/boardstore.h"
 #include "relay/relayoptions.h"
 
 #include <QHash>
@@ -11,17 +12,18 @@
 #include <memory>
 
 class QTcpServer;
+class QTimer;
 class QWebSocketServer;
 
 namespace relay {
 
 class BoardSession;
-class BoardStore;
 
 // The relay: accepts WebSockets at /boards/<boardId>?user=<id>&name=<name>
 // [&token=<hex>], checks them, and hands each to its board's session. One
-// thread runs all of it.
-class RelayServer : public QObject
+// thread runs all of it. On a store shared with other nodes it watches the
+// boards it serves and hands their sessions what the other nodes did.
+class RelayServer : public QObject, private BoardStore::Observer
 {
     Q_OBJECT
 
@@ -45,6 +47,11 @@ public:
 private:
     void onNewConnection();
     BoardSession* sessionFor(const QString& boardId);
+    void committedElsewhere(const QString& boardId, qint64 sequence) override;
+    void presenceElsewhere(const QString& boardId, const QByteArray& frame) override;
+    // A notification may be lost (the database restarted, or the payload
+    // queue overflowed): now and then every board is read again.
+    void poll();
 
     BoardStore* m_store;
     RelayOptions m_options;
@@ -53,6 +60,7 @@ private:
     // small frames at once (no Nagle delay) before the handshake.
     std::unique_ptr<QTcpServer> m_tcp;
     QHash<QString, BoardSession*> m_sessions;
+    QTimer* m_poll = nullptr;
 };
 
 } // namespace relay

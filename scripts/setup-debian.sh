@@ -13,6 +13,10 @@ packages=(
     # The relay: WebSockets, and SQLite through QtSql.
     qt6-websockets-dev
     libqt6sql6-sqlite
+    # Relay nodes sharing boards through PostgreSQL, and the server its tests
+    # start privately.
+    libqt6sql6-psql
+    postgresql
     qt6-qpa-plugins
     libprotobuf-dev
     protobuf-compiler
@@ -27,6 +31,11 @@ packages=(
     # The file dialog's own implementation, used where the desktop offers none.
     qml6-module-qt-labs-folderlistmodel
     fonts-dejavu-core
+    # The sanitizer stage and the fuzz target: clang with its runtimes, and
+    # the symbolizer for readable reports.
+    clang-14
+    libclang-rt-14-dev
+    llvm-14
 )
 
 missing=()

@@ -4,13 +4,18 @@
 // by QTest events, with frames awaited through signals.
 #include "graphics/graphicrectitem.h"
 #include "scene/graphicscene.h"
+#include "scene/scenerender.h"
 #include "whiteboardview.h"
+
+#include "proto/whiteboard.pb.h"
 
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
+#include <vector>
 
 // A finished rectangle in `layer`, as a drawn or received one stands: with a
 // valid `fill` it is filled and has no outline, else it keeps the outline of a
@@ -46,38 +51,48 @@ struct ViewFixture
         view->setSize(QSizeF(size));
         view->setCurrentAccountId(accountId);
         scene = view->scene();
+        // Runs on the render thread right after the frame is counted, and
+        // queues behind the scene's own handler: once it lands, the frame
+        // numbered `shown` is the rendered image.
+        QObject::connect(scene->renderer(), &whiteboard::SceneRender::finished, scene->renderer(), [this](const QImage&) {
+            const int shown = scene->renderer()->composedFrames();
+            QMetaObject::invokeMethod(scene, [this, shown] { shownFrame = shown; }, Qt::QueuedConnection);
+        }, Qt::DirectConnection);
         window->show();
         view->forceActiveFocus();
         if (!QTest::qWaitForWindowExposed(window.get()))
             qWarning("window not exposed");
     }
 
-    // Waits for the next frame to reach the scene; true if it came.
-    bool waitForFrame(int timeout = 2000)
+    // Requests a frame and waits until one composed after every change so far
+    // is shown; false if none came. The round trip first lets the render
+    // thread finish a frame under way and take what was queued to it (the
+    // border region); frames hold itemsMutex throughout, so the first frame
+    // counted after this request shows every earlier change.
+    bool settle()
     {
-        QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
-        return spy.wait(timeout);
-    }
-
-    // Requests a frame and waits until frames stop coming: the trailing
-    // request is never lost, so the last frame shows every earlier change.
-    QImage frame()
-    {
-        QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
+        QMetaObject::invokeMethod(scene->renderer(), [] {}, Qt::BlockingQueuedConnection);
+        const int requested = scene->renderer()->composedFrames();
         scene->update(QRectF(0, 0, 1, 1));
-        if (!spy.wait(2000))
-            return QImage();
-        settle();
-        return scene->renderedImage();
+        return QTest::qWaitFor([&] { return shownFrame > requested; }, 5000);
     }
 
-    // Waits until no frame has arrived for a while.
-    void settle()
+    QImage frame() { return settle() ? scene->renderedImage() : QImage(); }
+
+    // True when the render thread is between calls with no visible entry in
+    // its dirty lists: no frame is under way and none is due.
+    bool renderIdle()
     {
-        QSignalSpy spy(scene, &whiteboard::GraphicScene::afterSynchronizing);
-        while (spy.wait(150))
-            spy.clear();
+        whiteboard::SceneRender* render = scene->renderer();
+        QMetaObject::invokeMethod(render, [] {}, Qt::BlockingQueuedConnection);
+        for (int layer = 0; layer < whiteboard::GraphicScene::kLayerCount; ++layer) {
+            const QList<whiteboard::DirtyArea> areas = render->dirtyAreas(whiteboard::GraphicScene::SceneLayer(layer));
+            if (std::any_of(areas.cbegin(), areas.cend(), [](const whiteboard::DirtyArea& area) { return area.isVisible(); }))
+                return false;
+        }
+        return true;
     }
+    int composedFrames() const { return scene->renderer()->composedFrames(); }
 
     void press(QPoint p, Qt::KeyboardModifiers modifiers = Qt::NoModifier, Qt::MouseButton button = Qt::LeftButton)
     {
@@ -97,7 +112,18 @@ struct ViewFixture
         release(to, modifiers);
     }
 
+    // Takes every message the view sends from here on, as a host would:
+    // for tests that play no host of their own.
+    void keepSent()
+    {
+        QObject::connect(view, &WhiteboardView::sendData, view,
+                         [this](im::whiteboard::TransferData* data) { sent.emplace_back(data); });
+    }
+
     std::unique_ptr<QQuickWindow> window;
     WhiteboardView* view = nullptr;
     whiteboard::GraphicScene* scene = nullptr;
+    std::vector<std::unique_ptr<im::whiteboard::TransferData>> sent;
+    // The number of the frame last shown; GUI thread.
+    int shownFrame = 0;
 };

@@ -176,10 +176,7 @@ QMap<QString, QByteArray> itemsOf(GraphicScene* scene)
 // The large thumbnail of a frame composed after every change so far.
 QImage thumbnailOf(ViewFixture& board)
 {
-    SceneRender* render = board.scene->renderer();
-    const int before = render->composedFrames();
-    board.scene->update(QRectF(0, 0, 1, 1));
-    if (!QTest::qWaitFor([&] { return render->composedFrames() > before; }, 5000))
+    if (!board.settle())
         return QImage();
     // Frames paint the thumbnail under itemsMutex.
     QMutexLocker locker(&board.scene->itemsMutex());

@@ -1,8 +1,6 @@
-// The per-layer quad tree and the scene's queries over it, with the identity
-// and geometry rules of the item base they rely on.
+// The per-layer quad tree and the scene's queries over it.
 #include "testsupport.h"
 
-#include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicitem.h"
 #include "scene/graphicindexnode.h"
 
@@ -48,8 +46,6 @@ private slots:
     void removeOfAStrangerChangesNothing();
     void sceneQueriesSortByTimestamp();
     void itemAtPrefersNewestOrOldest();
-    void boundaryNotifications();
-    void gidsAndCopies();
 };
 
 void tst_Index::insertDepth_data()
@@ -137,49 +133,14 @@ void tst_Index::itemAtPrefersNewestOrOldest()
     QCOMPARE(f.scene->itemAt(QPointF(175, 175), 1, Qt::IntersectsItemShape), older);
     QCOMPARE(f.scene->itemAt(QPointF(120, 120), 0, Qt::IntersectsItemShape), older);
     QVERIFY(!f.scene->itemAt(QPointF(500, 500), 0, Qt::IntersectsItemShape));
+    // A mode from QML that is no selection mode finds nothing.
+    for (int mode : { -1, 4, 1 << 30 }) {
+        QVERIFY(!f.scene->itemAt(QPointF(175, 175), 0, mode));
+        QVERIFY(f.scene->itemsByPoint(GraphicScene::ItemLayer, QPointF(175, 175), mode, 0).isEmpty());
+        QVERIFY(f.scene->itemsByRect(GraphicScene::ItemLayer, QRectF(0, 0, 500, 500), mode, 0).isEmpty());
+    }
     QCOMPARE(f.scene->itemByGid(newer->gid()), newer);
     QVERIFY(!f.scene->itemByGid(QStringLiteral("nope")));
-}
-
-void tst_Index::boundaryNotifications()
-{
-    GraphicItem item;
-    QSignalSpy x(&item, &GraphicObject::xChanged);
-    QSignalSpy width(&item, &GraphicItem::widthChanged);
-    QSignalSpy height(&item, &GraphicItem::heightChanged);
-    QSignalSpy boundary(&item, &GraphicItem::boundaryChanged);
-    item.setBoundary(QRectF(0, 0, 10, 10));
-    QCOMPARE(boundary.count(), 1);
-    item.setBoundary(QRectF(0, 0, 10, 10));
-    QCOMPARE(boundary.count(), 1);
-    item.setBoundary(QRectF(0, 0, 20, 10));
-    QCOMPARE(boundary.count(), 2);
-    QCOMPARE(width.count(), 2);
-    QCOMPARE(height.count(), 1);
-    QCOMPARE(x.count(), 0);
-
-    // Stored only: no effect on geometry.
-    item.setRotation(45);
-    item.setZ(3);
-    QCOMPARE(item.boundary(), QRectF(0, 0, 20, 10));
-}
-
-void tst_Index::gidsAndCopies()
-{
-    AbstractGraphicShapeItem source;
-    source.setUserId(7);
-    source.setSelected(true);
-    source.setTimestamp(123);
-    QVERIFY(!source.gid().isEmpty());
-    bool ok = false;
-    source.gid().toLongLong(&ok);
-    QVERIFY(ok);
-
-    AbstractGraphicShapeItem copy(source);
-    QVERIFY(copy.selected());
-    QCOMPARE(copy.userId(), 0);
-    QVERIFY(copy.timestamp() != 123);
-    QVERIFY(copy.gid() != source.gid() || copy.timestamp() == source.timestamp());
 }
 
 QTEST_MAIN(tst_Index)

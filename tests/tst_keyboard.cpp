@@ -31,6 +31,7 @@ private slots:
     void init()
     {
         f = std::make_unique<ViewFixture>();
+        f->keepSent();
         QQmlComponent component(&engine);
         component.setData("import QtQuick; TextEdit {}", QUrl());
         inputer.reset(qobject_cast<QQuickItem*>(component.create()));

@@ -1,23 +1,29 @@
 // The relay end to end: a real whiteboard-relay process on 127.0.0.1, real
 // boards joined through RelayConnection, and raw WebSockets where a test needs
-// to see or send the frames themselves.
+// to see or send the frames themselves. With WHITEBOARD_TEST_POSTGRES naming
+// the file that holds a PostgreSQL server's URL, every relay keeps its boards
+// in a fresh database there, and the tests that can spread their clients over
+// two relay nodes of one database.
+#include "messages.h"
 #include "testsupport.h"
 
 #include "relay/accesstoken.h"
 #include "relay/client/relayconnection.h"
 
-#include "proto/whiteboard.pb.h"
 
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QTemporaryDir>
+#include <QUrlQuery>
 #include <QTest>
 #include <QWebSocket>
 
 #include <memory>
 #include <vector>
 
-namespace pb = im::whiteboard;
 using relay::client::RelayConnection;
 
 Q_DECLARE_METATYPE(im::whiteboard::TransferData)
@@ -29,14 +35,50 @@ namespace {
 // Spaces, a slash and a non-ASCII letter: the id travels encoded in the URL.
 const QString kBoard = QStringLiteral("team sketch/ü");
 
-// One whiteboard-relay process with its database in a private folder. A
-// restart keeps the port and the file.
+// The PostgreSQL server's URL when the tests run on one; empty otherwise.
+QUrl postgresServer()
+{
+    const QString file = qEnvironmentVariable("WHITEBOARD_TEST_POSTGRES");
+    if (file.isEmpty())
+        return QUrl();
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly))
+        qFatal("WHITEBOARD_TEST_POSTGRES names %s, which holds no server URL: the PostgreSQL server did not start", qPrintable(file));
+    return QUrl(QString::fromUtf8(in.readAll().trimmed()));
+}
+
+// A new empty database on the PostgreSQL server, as a --store URL.
+QString freshDatabase()
+{
+    static int count = 0;
+    const QUrl server = postgresServer();
+    const QString name = QStringLiteral("relay_%1_%2").arg(QCoreApplication::applicationPid()).arg(++count);
+    {
+        QSqlDatabase admin = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), QStringLiteral("admin"));
+        admin.setHostName(QUrlQuery(server).queryItemValue(QStringLiteral("host")));
+        admin.setUserName(server.userName());
+        admin.setDatabaseName(server.path().mid(1));
+        if (!admin.open() || !QSqlQuery(admin).exec(QStringLiteral("CREATE DATABASE ") + name))
+            qFatal("cannot create a database on %s: %s", qPrintable(server.toString()), qPrintable(admin.lastError().text()));
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("admin"));
+    QUrl url = server;
+    url.setPath(QLatin1Char('/') + name);
+    return url.toString();
+}
+
+// One whiteboard-relay process with its database in a private folder, or in
+// a fresh PostgreSQL database. A restart keeps the port and the database;
+// another node on the same database takes `store` from the first.
 class RelayProcess
 {
 public:
-    explicit RelayProcess(const QStringList& extra = {})
-        : m_extra(extra)
+    explicit RelayProcess(const QStringList& extra = {}, const QString& sameStore = QString())
+        : store(sameStore)
+        , m_extra(extra)
     {
+        if (store.isEmpty() && !postgresServer().isEmpty())
+            store = freshDatabase();
     }
     ~RelayProcess() { kill(); }
 
@@ -46,7 +88,8 @@ public:
         QObject::connect(m_process.get(), &QProcess::readyReadStandardError, [this] { m_log += m_process->readAllStandardError(); });
         m_process->start(QStringLiteral(WHITEBOARD_RELAY_PROGRAM),
                          QStringList { QStringLiteral("--listen"), QStringLiteral("127.0.0.1"), QStringLiteral("--port"), QString::number(m_port),
-                                       QStringLiteral("--db"), m_dir.filePath(QStringLiteral("boards.sqlite")) }
+                                       store.isEmpty() ? QStringLiteral("--db") : QStringLiteral("--store"),
+                                       store.isEmpty() ? m_dir.filePath(QStringLiteral("boards.sqlite")) : store }
                              + m_extra);
         QByteArray out;
         const QRegularExpression listening(QStringLiteral("listening on (ws://127.0.0.1:(\\d+))"));
@@ -81,6 +124,7 @@ public:
     QString log() const { return QString::fromUtf8(m_log); }
     QString dir() const { return m_dir.path(); }
 
+    QString store; // PostgreSQL's URL; empty: SQLite in the folder
     QUrl url;
 
 private:
@@ -90,6 +134,16 @@ private:
     std::unique_ptr<QProcess> m_process;
     QByteArray m_log;
 };
+
+// On PostgreSQL a second node of the relay's database, started; none on
+// SQLite, where the relay is the only node.
+std::unique_ptr<RelayProcess> nodeBeside(const RelayProcess& relay)
+{
+    if (relay.store.isEmpty())
+        return nullptr;
+    auto node = std::make_unique<RelayProcess>(QStringList(), relay.store);
+    return node->start() ? std::move(node) : nullptr;
+}
 
 // A real board for one user, connected through a RelayConnection.
 struct Peer
@@ -118,6 +172,17 @@ struct Peer
     ViewFixture fixture;
     RelayConnection connection;
 };
+
+// The gids of a board's items, sorted: items drawn in one millisecond may
+// stack either way.
+QStringList sortedGids(const Peer& peer)
+{
+    QStringList gids;
+    for (const auto& item : peer.list())
+        gids << item->gid();
+    gids.sort();
+    return gids;
+}
 
 // A relay with Alice, the board's owner as she comes first, and Bob online.
 struct TwoBoards
@@ -170,9 +235,7 @@ struct RawClient
     {
         QStringList result;
         for (const pb::TransferData& data : received) {
-            for (const pb::SingleWhiteboardData& envelope : data.multi().whiteboarddatalist()) {
-                pb::WhiteboardData body;
-                body.ParseFromString(envelope.data());
+            for (const pb::WhiteboardData& body : bodiesOf(data)) {
                 if (body.datatype() == pb::WhiteboardData::WhiteboardDataGraphicAction)
                     result << QString::fromStdString(body.graphicactiondata().gid());
             }
@@ -185,60 +248,17 @@ struct RawClient
     std::vector<pb::TransferData> received;
 };
 
-pb::TransferData wrap(const pb::WhiteboardData& body, const std::string& gid = std::string())
-{
-    pb::TransferData data;
-    data.set_whiteboardid(kBoard.toStdString());
-    pb::SingleWhiteboardData* envelope = data.mutable_multi()->add_whiteboarddatalist();
-    envelope->set_gid(gid);
-    envelope->set_data(body.SerializeAsString());
-    return data;
-}
-
 // An action on a rectangle by `author`, as a board sends it; its width tells
 // states apart. A negative version leaves the version fields out.
 pb::TransferData rectAction(pb::GraphicActionType type, const std::string& gid, qint64 author, float width = 10, qint64 version = -1,
                             qint64 versionUser = 0)
 {
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataGraphicAction);
-    pb::GraphicAction* action = body.mutable_graphicactiondata();
-    action->set_gid(gid);
-    action->set_graphicactiontype(type);
-    if (version >= 0) {
-        action->set_version(version);
-        action->set_versionuser(versionUser);
-    }
-    pb::Rect* rect = action->mutable_rectdata()->add_data();
-    rect->mutable_baseinfo()->set_gid(gid);
-    rect->mutable_baseinfo()->set_userid(author);
-    rect->set_width(width);
-    return wrap(body, gid);
+    return transferOf({ rectBody(type, gid, QRectF(0, 0, width, 0), author, version, versionUser) }, gid, kBoard.toStdString());
 }
 
 pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10)
 {
     return rectAction(pb::GraphicActionAdd, gid, author, width);
-}
-
-pb::TransferData pointerAt(qint64 user, float x)
-{
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserAction);
-    pb::UserAction* action = body.mutable_useractiondata();
-    action->set_actiontype(pb::UserAction::UserActionMouseInfo);
-    action->set_userid(user);
-    action->mutable_mouseinfo()->mutable_mouseposition()->set_x(x);
-    return wrap(body);
-}
-
-pb::TransferData clearAll(qint64 user)
-{
-    pb::WhiteboardData body;
-    body.set_datatype(pb::WhiteboardData::WhiteboardDataUserOperation);
-    body.mutable_useroperationdata()->set_operationtype(pb::UserOperation::UserOperationClearAll);
-    body.mutable_useroperationdata()->set_userid(user);
-    return wrap(body);
 }
 
 // "update a1 10 v6" per item action received from `first` on.
@@ -247,9 +267,7 @@ QStringList actionsOf(const RawClient& client, size_t first)
     const char* names[] = { "add", "update", "modify", "remove" };
     QStringList result;
     for (size_t i = first; i < client.received.size(); ++i) {
-        for (const pb::SingleWhiteboardData& envelope : client.received[i].multi().whiteboarddatalist()) {
-            pb::WhiteboardData body;
-            body.ParseFromString(envelope.data());
+        for (const pb::WhiteboardData& body : bodiesOf(client.received[i])) {
             const pb::GraphicAction& action = body.graphicactiondata();
             if (body.datatype() != pb::WhiteboardData::WhiteboardDataGraphicAction)
                 continue;
@@ -281,6 +299,8 @@ private slots:
     void pointerPositionsAreRelayedWithinTheirRate();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
+    void oneBoardOnTwoNodes_data();
+    void oneBoardOnTwoNodes();
 };
 
 void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
@@ -400,14 +420,7 @@ void tst_Relay::nothingReceivedIsLostWhenTheRelayStops()
     bob.connection.setActive(true);
     QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
     // Sorted: items drawn in one millisecond may stack either way.
-    auto gidsOf = [](const Peer& peer) {
-        QStringList gids;
-        for (const auto& item : peer.list())
-            gids << item->gid();
-        gids.sort();
-        return gids;
-    };
-    QTRY_COMPARE(gidsOf(bob), gidsOf(alice));
+    QTRY_COMPARE(sortedGids(bob), sortedGids(alice));
     QCOMPARE(bob.items(), 4);
 }
 
@@ -487,7 +500,7 @@ void tst_Relay::refusalsCorrectTheSender_data()
     QTest::newRow("add as another user") << qint64(-1) << qint64(1002) << rectAdd("b1", 1001) << QStringList { "remove b1" } << none;
     QTest::newRow("update of an unknown item") << qint64(-1) << qint64(1002) << rectAction(pb::GraphicActionUpdate, "b2", 1002)
                                                << QStringList { "remove b2" } << none;
-    QTest::newRow("clear all by a non-owner") << qint64(-1) << qint64(1002) << clearAll(1002) << QStringList { "add a1 10" } << none;
+    QTest::newRow("clear all by a non-owner") << qint64(-1) << qint64(1002) << transferOf({ clearAllBody(1002) }, {}, kBoard.toStdString()) << QStringList { "add a1 10" } << none;
     QTest::newRow("stale update by the owner") << qint64(5) << qint64(1001) << rectAction(pb::GraphicActionUpdate, "a1", 1001, 99, 3, 1001)
                                                << none << none;
 }
@@ -502,11 +515,16 @@ void tst_Relay::refusalsCorrectTheSender()
 
     RelayProcess relay;
     QVERIFY(relay.start());
+    // On PostgreSQL Bob and Carol come through a second node: what it checks
+    // against is what the first one committed.
+    const std::unique_ptr<RelayProcess> second = nodeBeside(relay);
+    QCOMPARE(bool(second), !relay.store.isEmpty());
+    const QUrl elsewhere = second ? second->url : relay.url;
     RawClient alice(relay.url, 1001);
     alice.join();
     QTRY_VERIFY(alice.joined()); // the first one: the owner
-    RawClient bob(relay.url, 1002);
-    RawClient carol(relay.url, 1003);
+    RawClient bob(elsewhere, 1002);
+    RawClient carol(elsewhere, 1003);
     bob.join();
     carol.join();
     QTRY_VERIFY(bob.joined() && carol.joined());
@@ -543,16 +561,13 @@ void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
     QTRY_VERIFY(alice.joined() && bob.joined());
     const size_t mark = bob.received.size();
     for (int i = 0; i < 100; ++i)
-        alice.send(pointerAt(1001, float(i)));
+        alice.send(transferOf({ userBody(pb::UserAction::UserActionMouseInfo, 1001, QString(), QPointF(i, 0)) }, {}, kBoard.toStdString()));
     alice.send(rectAdd("after", 1001));
     QTRY_VERIFY(bob.gids().endsWith(QStringLiteral("after")));
     int pointers = 0;
     for (size_t i = mark; i < bob.received.size(); ++i) {
-        for (const pb::SingleWhiteboardData& envelope : bob.received[i].multi().whiteboarddatalist()) {
-            pb::WhiteboardData body;
-            body.ParseFromString(envelope.data());
+        for (const pb::WhiteboardData& body : bodiesOf(bob.received[i]))
             pointers += body.datatype() == pb::WhiteboardData::WhiteboardDataUserAction ? 1 : 0;
-        }
     }
     // The burst of one second's worth gets through, the rest is dropped; none
     // of it is stored.
@@ -624,6 +639,86 @@ void tst_Relay::badInputClosesOnlyThatConnection()
     QTRY_VERIFY(late.joined());
     QVERIFY(late.gids().contains(QStringLiteral("after")));
     QVERIFY(relay.running());
+}
+
+void tst_Relay::oneBoardOnTwoNodes_data()
+{
+    QTest::addColumn<int>("killed");
+    QTest::newRow("first node killed") << 0;
+    QTest::newRow("second node killed") << 1;
+}
+
+void tst_Relay::oneBoardOnTwoNodes()
+{
+    if (postgresServer().isEmpty())
+        QSKIP("nodes share boards through PostgreSQL only; this is the run on SQLite");
+    QFETCH(int, killed);
+    RelayProcess first;
+    QVERIFY(first.start());
+    const std::unique_ptr<RelayProcess> second = nodeBeside(first);
+    QVERIFY(second);
+    RelayProcess* nodes[] = { &first, second.get() };
+
+    Peer alice(first.url, 1001, QStringLiteral("Alice"));
+    QTRY_COMPARE(alice.connection.status(), RelayConnection::Online);
+    Peer bob(second->url, 1002, QStringLiteral("Bob"));
+    QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
+    RawClient watchers[] = { { first.url, 1003 }, { second->url, 1004 } };
+    for (RawClient& watcher : watchers)
+        watcher.join();
+    // Alice's pointer may come right after a join answer.
+    auto answered = [](const RawClient& client) {
+        return std::any_of(client.received.cbegin(), client.received.cend(), [](const pb::TransferData& data) { return data.has_userjoin(); });
+    };
+    QTRY_VERIFY(answered(watchers[0]) && answered(watchers[1]));
+
+    // Both nodes take actions at once, from raw senders and from the boards.
+    RawClient senders[] = { { first.url, 1005 }, { second->url, 1006 } };
+    for (int i = 0; i < 30; ++i) {
+        senders[0].send(rectAdd("a" + std::to_string(i), 1005));
+        senders[1].send(rectAdd("b" + std::to_string(i), 1006));
+    }
+    alice.drawRect(QPoint(100, 100), QPoint(300, 200));
+    bob.drawRect(QPoint(400, 300), QPoint(500, 400));
+    auto distinct = [](const QStringList& gids) { return int(QSet<QString>(gids.cbegin(), gids.cend()).size()); };
+    QTRY_COMPARE(distinct(watchers[0].gids()), 62);
+    QTRY_COMPARE(distinct(watchers[1].gids()), 62);
+    QTRY_COMPARE(watchers[1].gids().size(), watchers[0].gids().size());
+    QCOMPARE(watchers[1].gids(), watchers[0].gids());
+    QTRY_COMPARE(alice.items(), 62);
+    QTRY_COMPARE(bob.items(), 62);
+    QCOMPARE(sortedGids(bob), sortedGids(alice));
+    // Pointers cross the nodes too.
+    alice.fixture.move(QPoint(50, 60));
+    QTRY_VERIFY(std::any_of(bob.fixture.scene->markItems().cbegin(), bob.fixture.scene->markItems().cend(),
+                            [](const auto& mark) { return mark->userId() == 1001; }));
+
+    // A node killed: its board goes on through the other, with what it drew
+    // offline, and nobody gets anything twice.
+    RelayProcess& alive = *nodes[1 - killed];
+    Peer& stranded = killed == 0 ? alice : bob;
+    Peer& staying = killed == 0 ? bob : alice;
+    RawClient& watcher = watchers[1 - killed];
+    nodes[killed]->kill();
+    QTRY_COMPARE(stranded.connection.status(), RelayConnection::Offline);
+    stranded.drawRect(QPoint(100, 400), QPoint(200, 500));
+    staying.drawRect(QPoint(700, 400), QPoint(800, 500));
+    stranded.connection.setUrl(alive.url);
+    QTRY_COMPARE_WITH_TIMEOUT(stranded.connection.status(), RelayConnection::Online, 20000);
+    QTRY_COMPARE(stranded.items(), 64);
+    QTRY_COMPARE(staying.items(), 64);
+    QCOMPARE(sortedGids(stranded), sortedGids(staying));
+    QCOMPARE(distinct(sortedGids(stranded)), 64);
+    QTRY_COMPARE(distinct(watcher.gids()), 64);
+
+    // A late joiner's replay has the board's one order (of the raw senders'
+    // items, which were never changed after their add).
+    RawClient late(alive.url, 1007);
+    late.join();
+    QTRY_VERIFY(answered(late));
+    QCOMPARE(late.gids().size(), 64);
+    const QRegularExpression raw(QStringLiteral("^[ab]\\d+$"));
+    QCOMPARE(late.gids().filter(raw), watcher.gids().filter(raw));
 }
 
 QTEST_MAIN(tst_Relay)

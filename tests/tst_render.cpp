@@ -64,7 +64,8 @@ void tst_Render::burstGivesAtMostTwoFramesShowingTheLast()
 {
     ViewFixture f;
     f.frame();
-    QSignalSpy frames(f.scene, &GraphicScene::afterSynchronizing);
+    QTRY_VERIFY(f.renderIdle());
+    const int before = f.composedFrames();
     {
         // Holding the items lock makes the burst instantaneous for the render
         // thread, however loaded the machine is.
@@ -74,10 +75,9 @@ void tst_Render::burstGivesAtMostTwoFramesShowingTheLast()
     }
     // Frames come at least 40 ms apart: the first at once, one trailing
     // frame at most, and the trailing request is never lost.
-    QVERIFY(frames.wait(2000));
-    while (frames.wait(300)) { }
-    QVERIFY2(frames.count() <= 2, qPrintable(QString::number(frames.count())));
-    QCOMPARE(f.scene->renderedImage().pixelColor(540, 360), QColor(99, 0, 0));
+    QTRY_COMPARE(f.scene->renderedImage().pixelColor(540, 360), QColor(99, 0, 0));
+    QTRY_VERIFY(f.renderIdle());
+    QVERIFY2(f.composedFrames() - before <= 2, qPrintable(QString::number(f.composedFrames() - before)));
 
     // A change made as a frame lands falls within its 40 ms: it must still be
     // shown, by the trailing frame.
@@ -94,13 +94,15 @@ void tst_Render::cleanUpdateGivesNoFrame()
 {
     ViewFixture f;
     f.frame();
-    QSignalSpy frames(f.scene, &GraphicScene::afterSynchronizing);
+    QTRY_VERIFY(f.renderIdle());
+    const int before = f.composedFrames();
     f.scene->update();
     // A horizontal line recorded as a path has no extent: nothing is due.
     QPainterPath line(QPointF(0, 5));
     line.lineTo(100, 5);
     f.scene->updateLayer(GraphicScene::ItemLayer, line);
-    QVERIFY(!frames.wait(300));
+    QVERIFY(f.renderIdle());
+    QCOMPARE(f.composedFrames(), before);
 }
 
 void tst_Render::dirtyListsPerLayer()

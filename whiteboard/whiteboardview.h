@@ -100,6 +100,8 @@ signals:
     void userNameChanged();
     void isOwnerChanged();
     void thumbnailSizeChanged();
+    // The picture at `path` could not be placed; `reason` says why.
+    void pictureRefused(const QString& path, const QString& reason);
 
 protected:
     bool event(QEvent* event) override;

@@ -1,5 +1,6 @@
 #include "graphics/abstractgraphicshapeitem.h"
 
+#include "graphics/graphicdistance.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
@@ -32,6 +33,7 @@ AbstractGraphicShapeItem::AbstractGraphicShapeItem(const AbstractGraphicShapeIte
     : GraphicItem(other)
     , m_outlinePath(other.m_outlinePath)
     , m_hitPath(other.m_hitPath)
+    , m_hitPathPending(other.m_hitPathPending)
     , m_brush(other.m_brush)
     , m_pen(other.m_pen)
     , m_brushHovered(other.m_brushHovered)
@@ -131,9 +133,54 @@ QPainterPath AbstractGraphicShapeItem::strokeOf(const QPainterPath& path)
     return stroker.createStroke(path).simplified();
 }
 
+QPainterPath AbstractGraphicShapeItem::plainStrokeOf(const QPainterPath& path)
+{
+    QPainterPathStroker stroker;
+    stroker.setWidth(6);
+    return stroker.createStroke(path);
+}
+
 void AbstractGraphicShapeItem::rebuildHitPath()
 {
-    m_hitPath = strokeOf(m_outlinePath);
+    m_hitPath = QPainterPath();
+    m_hitPathPending = true;
+}
+
+QPainterPath AbstractGraphicShapeItem::makeHitPath() const
+{
+    return strokeOf(m_outlinePath);
+}
+
+QPainterPath AbstractGraphicShapeItem::hitPath() const
+{
+    if (m_hitPathPending) {
+        m_hitPath = makeHitPath();
+        m_hitPathPending = false;
+    }
+    return m_hitPath;
+}
+
+void AbstractGraphicShapeItem::setHitPath(const QPainterPath& path)
+{
+    m_hitPath = path;
+    m_hitPathPending = false;
+}
+
+bool AbstractGraphicShapeItem::nearPolyline(const QPointF& point, double halfWidth) const
+{
+    const int count = m_outlinePath.elementCount();
+    if (count == 0 || !m_outlinePath.boundingRect().adjusted(-halfWidth, -halfWidth, halfWidth, halfWidth).contains(point))
+        return false;
+    QPointF from = m_outlinePath.elementAt(0);
+    for (int i = 1; i < count; ++i) {
+        const QPainterPath::Element e = m_outlinePath.elementAt(i);
+        const QPointF to(e.x, e.y);
+        // A moveTo starts a new piece without joining the previous point.
+        if (!e.isMoveTo() && sdSegment(point, from, to) <= halfWidth)
+            return true;
+        from = to;
+    }
+    return false;
 }
 
 QRectF AbstractGraphicShapeItem::grownUnlessEmpty(QRectF rect, int width)
@@ -241,7 +288,7 @@ bool AbstractGraphicShapeItem::collidesWithPoint(const QPointF& point, Qt::ItemS
     switch (mode) {
     case Qt::ContainsItemShape:
     case Qt::IntersectsItemShape:
-        return m_hitPath.contains(point);
+        return hitPath().contains(point);
     case Qt::ContainsItemBoundingRect:
     case Qt::IntersectsItemBoundingRect:
         return m_outlinePath.boundingRect().contains(point);
@@ -251,7 +298,8 @@ bool AbstractGraphicShapeItem::collidesWithPoint(const QPointF& point, Qt::ItemS
 
 bool AbstractGraphicShapeItem::collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const
 {
-    const QPainterPath& shape = (m_hitPath.isEmpty() || m_brush != QBrush(Qt::NoBrush)) ? m_outlinePath : m_hitPath;
+    const QPainterPath band = hitPath();
+    const QPainterPath& shape = (band.isEmpty() || m_brush != QBrush(Qt::NoBrush)) ? m_outlinePath : band;
     switch (mode) {
     case Qt::ContainsItemShape:
         return path.contains(shape);
@@ -267,7 +315,8 @@ bool AbstractGraphicShapeItem::collidesWithPath(const QPainterPath& path, Qt::It
 
 bool AbstractGraphicShapeItem::collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const
 {
-    QRectF r = m_hitPath.isEmpty() ? m_outlinePath.boundingRect() : m_hitPath.boundingRect();
+    const QPainterPath band = hitPath();
+    QRectF r = band.isEmpty() ? m_outlinePath.boundingRect() : band.boundingRect();
     // Straight lines have a zero extent in one axis; give them one unit.
     if (r.width() == 0.0)
         r.setWidth(1.0);

@@ -29,7 +29,9 @@ QPointF toPointF(const im::whiteboard::Point& point);
 // tests.
 //
 // Invariant: after any interaction that changes `outlinePath` ends, `hitPath`
-// is the simplified width-6 stroke of it and `boundary` its bounding rectangle.
+// is the width-6 stroke of it and `boundary` its bounding rectangle. The band
+// is made on first use: most items are never hit-tested, and received or
+// dragged ones would otherwise pay for it on every change.
 class AbstractGraphicShapeItem : public GraphicItem
 {
     Q_OBJECT
@@ -59,18 +61,26 @@ public:
 
     QPainterPath outlinePath() const { return m_outlinePath; }
     void setOutlinePath(const QPainterPath& path) { m_outlinePath = path; }
-    QPainterPath hitPath() const { return m_hitPath; }
-    void setHitPath(const QPainterPath& path) { m_hitPath = path; }
+    // The band, made now if a rebuild is pending. GUI thread.
+    QPainterPath hitPath() const;
+    void setHitPath(const QPainterPath& path);
     QPointF cacheOffset() const { return m_cacheOffset; }
     void setCacheOffset(const QPointF& offset) { m_cacheOffset = offset; }
 
     // The width-6 band along `path` that hit tests and dirty paths use.
     static QPainterPath strokeOf(const QPainterPath& path);
+    // The same band left as the stroker makes it: simplifying it costs far
+    // more than the stroke for long or self-crossing paths.
+    static QPainterPath plainStrokeOf(const QPainterPath& path);
+    // Half the width of the hit band.
+    static constexpr double kHitBandHalfWidth = 3.0;
     // `rect` grown by `width` on each side, unless it has no extent at all:
     // the dirty area of a shape before a change.
     static QRectF grownUnlessEmpty(QRectF rect, int width);
-    // Recomputes `hitPath` from `outlinePath`.
+    // Marks `hitPath` to be made again from `outlinePath` at its next use.
     void rebuildHitPath();
+    // Whether the item has a band, made or pending.
+    bool hasHitPath() const { return m_hitPathPending || !m_hitPath.isEmpty(); }
 
     // Hit tolerance of lines and outlines: half of the pen width plus six.
     double hitTolerance() const;
@@ -90,6 +100,13 @@ signals:
     void strokeWidthChanged();
 
 protected:
+    // How the band is made from `outlinePath`.
+    virtual QPainterPath makeHitPath() const;
+    // Whether `point` lies within `halfWidth` of a piece of `outlinePath`,
+    // taken as straight pieces between its elements: linear in the points,
+    // the bounds tested first.
+    bool nearPolyline(const QPointF& point, double halfWidth) const;
+
     // The placeholder styles of the drawing items; the scene replaces the pen
     // from the palette when a user draws one.
     void setDrawingStyleDefaults();
@@ -189,9 +206,12 @@ protected:
     }
 
     QPainterPath m_outlinePath;
-    QPainterPath m_hitPath;
 
 private:
+    // Made on the GUI thread, where the hit tests run.
+    mutable QPainterPath m_hitPath;
+    mutable bool m_hitPathPending = false;
+
     static void reportParseFailure();
 
     QBrush m_brush;

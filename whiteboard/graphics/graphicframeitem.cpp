@@ -21,7 +21,7 @@ GraphicFrameItem::GraphicFrameItem(const GraphicFrameItem& other)
 
 bool GraphicFrameItem::pressHits(const QPointF& point) const
 {
-    return m_hitPath.contains(point);
+    return hitPath().contains(point);
 }
 
 QPainterPath GraphicFrameItem::framePath(const QRectF& frame, Qt::KeyboardModifiers) const
@@ -61,9 +61,9 @@ void GraphicFrameItem::mouseMoveEvent(QMouseEvent* event)
     // While dragging, the hit path also covers the previous frame: it is the
     // area to repaint.
     old.addPath(m_outlinePath);
-    m_hitPath = strokeOf(old);
+    setHitPath(strokeOf(old));
     if (brush() == QBrush(Qt::NoBrush)) {
-        scene()->updateLayer(GraphicScene::ActiveLayer, m_hitPath);
+        scene()->updateLayer(GraphicScene::ActiveLayer, hitPath());
     } else {
         const int w = pen().width();
         scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(old.boundingRect().adjusted(-w, -w, w, w).toRect()));
@@ -79,7 +79,7 @@ void GraphicFrameItem::mouseReleaseEvent(QMouseEvent* event)
 void GraphicFrameItem::setReceivedOutline(const QPainterPath& outline, const QRectF& frame)
 {
     m_outlinePath = outline;
-    m_hitPath = strokeOf(m_outlinePath);
+    rebuildHitPath();
     setBoundary(frame);
 }
 

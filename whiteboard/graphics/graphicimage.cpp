@@ -56,15 +56,17 @@ bool GraphicImage::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode
 
 // --- wire message -----------------------------------------------------------
 
-void GraphicImage::buildMessage(im::whiteboard::Image* message) const
+void GraphicImage::buildMessage(im::whiteboard::Image* message, bool withPicture) const
 {
     message->set_allocated_baseinfo(makeBaseInfo());
     writeFrame(message);
     message->set_allocated_transform(makeTransforms());
     message->set_opacity(float(opacity()));
-    // The whole picture travels with every message; keys are never sent, as
-    // each client fingerprints the pixels itself. The stream keeps the
-    // toolkit's default version, which all clients must share.
+    if (!withPicture)
+        return;
+    // Keys are never sent, as each client fingerprints the pixels itself.
+    // The stream keeps the toolkit's default version, which all clients
+    // must share.
     const QImage* image = scene() ? scene()->imageByKey(m_imageKey) : nullptr;
     QByteArray bytes;
     QDataStream stream(&bytes, QIODevice::WriteOnly);
@@ -75,13 +77,17 @@ void GraphicImage::buildMessage(im::whiteboard::Image* message) const
 QByteArray GraphicImage::serialize()
 {
     im::whiteboard::Image message;
-    buildMessage(&message);
+    buildMessage(&message, true);
     return encode(message);
 }
 
 void GraphicImage::serializeToAction(im::whiteboard::GraphicAction* action)
 {
-    buildMessage(action->mutable_imagedata()->add_data());
+    // The pixels travel once, with the add (also the add that brings the
+    // item back); moves and resizes carry only the frame, and a receiver
+    // keeps the picture it has.
+    buildMessage(action->mutable_imagedata()->add_data(),
+                 action->graphicactiontype() == im::whiteboard::GraphicActionAdd);
 }
 
 void GraphicImage::deserialize(const QByteArray& data)

@@ -33,8 +33,9 @@ public:
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Image* message) const;
+    // The shared body of serialize() and serializeToAction(); the picture's
+    // bytes only `withPicture`.
+    void buildMessage(im::whiteboard::Image* message, bool withPicture) const;
 
     QString m_imageKey;
 };

@@ -90,7 +90,7 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
             r.setHeight(w);
         if (r.width() == 0.0)
             r.setWidth(w);
-        m_hitPath = strokeOf(m_outlinePath);
+        setHitPath(strokeOf(m_outlinePath));
         setBoundary(r);
         scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
     }
@@ -141,7 +141,7 @@ void GraphicLineItem::deserialize(const QByteArray& data)
     m_outlinePath.clear();
     m_outlinePath.moveTo(ends->p1());
     m_outlinePath.lineTo(ends->p2());
-    m_hitPath = strokeOf(m_outlinePath);
+    rebuildHitPath();
     setBoundary(m_outlinePath.boundingRect());
 }
 

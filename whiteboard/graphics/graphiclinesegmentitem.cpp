@@ -47,7 +47,7 @@ void GraphicLineSegmentItem::mousePressEvent(QMouseEvent* event)
             m_lastPoint = p;
             if (!m_currentSegment.isEmpty())
                 m_outlinePath.addPath(m_currentSegment);
-        } else if (!m_outlinePath.isEmpty() && m_hitPath.contains(p)) {
+        } else if (!m_outlinePath.isEmpty() && collidesWithPoint(p, Qt::IntersectsItemShape)) {
             event->setAccepted(true);
             if (focusable())
                 setActiveFocus(true);
@@ -68,7 +68,7 @@ void GraphicLineSegmentItem::mousePressEvent(QMouseEvent* event)
     }
     if (m_outlinePath.isEmpty())
         return;
-    m_hitPath = strokeOf(m_outlinePath);
+    rebuildHitPath();
     setBoundary(m_outlinePath.boundingRect());
 }
 
@@ -89,7 +89,7 @@ void GraphicLineSegmentItem::mouseMoveEvent(QMouseEvent* event)
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
     if (m_outlinePath.isEmpty())
-        m_hitPath = strokeOf(m_currentSegment);
+        setHitPath(strokeOf(m_currentSegment));
     scene()->updateLayer(GraphicScene::ActiveLayer,
                          QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
     m_segmentDragged = true;
@@ -107,12 +107,25 @@ void GraphicLineSegmentItem::hoverMoveEvent(QHoverEvent* event)
     m_currentSegment.clear();
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
-    m_hitPath = strokeOf(m_currentSegment);
+    setHitPath(strokeOf(m_currentSegment));
     scene()->updateLayer(GraphicScene::ActiveLayer,
                          QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
 }
 
 void GraphicLineSegmentItem::mouseReleaseEvent(QMouseEvent*) { }
+
+bool GraphicLineSegmentItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
+{
+    // While the polyline is drawn its band is the rubber band's.
+    if (!isEditMode() && (mode == Qt::ContainsItemShape || mode == Qt::IntersectsItemShape) && hasHitPath())
+        return nearPolyline(point, kHitBandHalfWidth);
+    return AbstractGraphicShapeItem::collidesWithPoint(point, mode);
+}
+
+QPainterPath GraphicLineSegmentItem::makeHitPath() const
+{
+    return plainStrokeOf(m_outlinePath);
+}
 
 void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
 {

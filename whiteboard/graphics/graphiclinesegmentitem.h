@@ -33,6 +33,10 @@ public:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void hoverMoveEvent(QHoverEvent* event) override;
+    bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
+
+protected:
+    QPainterPath makeHitPath() const override;
 
 private:
     // The shared body of serialize() and serializeToAction().

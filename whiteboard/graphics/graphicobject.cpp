@@ -1,7 +1,6 @@
 #include "graphics/graphicobject.h"
 
 #include <QDateTime>
-#include <QJSEngine>
 
 #include <cstdlib>
 
@@ -9,8 +8,9 @@ GraphicObject::GraphicObject(QObject* parent)
     : QObject(parent)
     , m_gid(makeGid())
 {
-    // Items belong to the scene; QML must never collect one.
-    QJSEngine::setObjectOwnership(this, QJSEngine::CppOwnership);
+    // No ownership is set here: for an object that QML creates, the engine
+    // installs its own QQmlData after the constructor, and one made here
+    // would leak. The scene marks the items it shares (makeShared).
 }
 
 GraphicObject::GraphicObject(const GraphicObject& other)
@@ -28,7 +28,6 @@ GraphicObject::GraphicObject(const GraphicObject& other)
     , m_timestamp(QDateTime::currentMSecsSinceEpoch())
     , m_gid(makeGid())
 {
-    QJSEngine::setObjectOwnership(this, QJSEngine::CppOwnership);
 }
 
 GraphicObject::~GraphicObject() = default;

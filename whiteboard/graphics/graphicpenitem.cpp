@@ -1,6 +1,7 @@
 #include "graphics/graphicpenitem.h"
 
 #include "graphics/graphicpencontroller.h"
+#include "inputlimits.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
@@ -91,7 +92,18 @@ bool GraphicPenItem::collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode 
 
 bool GraphicPenItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
 {
-    return isEditMode() || AbstractGraphicShapeItem::collidesWithPoint(point, mode);
+    if (isEditMode())
+        return true;
+    // A finished stroke is hit along its centre line; one not yet released
+    // has no band.
+    if ((mode == Qt::ContainsItemShape || mode == Qt::IntersectsItemShape) && hasHitPath())
+        return nearPolyline(point, kHitBandHalfWidth);
+    return AbstractGraphicShapeItem::collidesWithPoint(point, mode);
+}
+
+QPainterPath GraphicPenItem::makeHitPath() const
+{
+    return plainStrokeOf(m_outlinePath);
 }
 
 void GraphicPenItem::mousePressEvent(QMouseEvent* event)
@@ -115,7 +127,14 @@ void GraphicPenItem::mouseMoveEvent(QMouseEvent* event)
                 m_strokeStarted = true;
                 m_outlinePath.moveTo(m_startPoint);
             }
+            // A stroke stops growing at the points a receiver accepts.
+            if (m_outlinePath.elementCount() >= InputLimits::kMaxPoints) {
+                m_lastPoint = p;
+                return;
+            }
             m_outlinePath.lineTo(p);
+            if (m_outlinePath.elementCount() == InputLimits::kMaxPoints)
+                qCWarning(lcWhiteboardInput, "clamped pen stroke %s: points", qPrintable(gid()));
             setBoundary(m_outlinePath.boundingRect());
             if (cache())
                 updateCacheImage(m_lastPoint, p);
@@ -227,6 +246,10 @@ void GraphicPenItem::deserialize(const QByteArray& data)
     if (!message.has_path())
         return;
     m_outlinePath = parsePathString(QString::fromStdString(message.path()));
+    // Where the text is read, its numbers are bounded: the receiving guard
+    // has only cut the points.
+    if (InputLimits::clampPath(m_outlinePath))
+        qCWarning(lcWhiteboardInput, "clamped pen stroke %s: coordinates", qPrintable(gid()));
     setBoundary(m_outlinePath.boundingRect());
     rebuildHitPath();
 }

@@ -49,6 +49,9 @@ public:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
 
+protected:
+    QPainterPath makeHitPath() const override;
+
 private:
     // The shared body of serialize() and serializeToAction().
     void buildMessage(im::whiteboard::Path* message) const;

@@ -1,6 +1,7 @@
 #include "graphics/graphictextitem.h"
 
 #include "graphics/graphictextcontroller.h"
+#include "inputlimits.h"
 #include "proto/whiteboard.pb.h"
 
 #include <QFontMetricsF>
@@ -46,9 +47,12 @@ void GraphicTextItem::layoutAt(const QPointF& position)
     m_outlinePath.clear();
     const QFontMetricsF metrics(m_font);
     // One line high whatever the text holds, until the frame is resized.
-    const QRectF frame(position, QPointF(position.x() + metrics.horizontalAdvance(m_text), position.y() + metrics.height()));
+    QRectF frame(position, QPointF(position.x() + metrics.horizontalAdvance(m_text), position.y() + metrics.height()));
+    // A long text in a large font would otherwise reach past any pixel range.
+    if (InputLimits::clampRect(frame))
+        qCWarning(lcWhiteboardInput, "clamped text %s: frame", qPrintable(gid()));
     m_outlinePath.addRect(frame);
-    m_hitPath = strokeOf(m_outlinePath);
+    rebuildHitPath();
     setBoundary(frame);
 }
 

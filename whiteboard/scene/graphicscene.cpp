@@ -3,6 +3,7 @@
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
+#include "inputlimits.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
 
@@ -22,12 +23,21 @@
 
 namespace whiteboard {
 
+namespace {
+
+// The queries take their mode as a plain int from QML: only the four
+// selection modes may become a Qt::ItemSelectionMode.
+bool isSelectionMode(int mode)
+{
+    return mode >= Qt::ContainsItemShape && mode <= Qt::IntersectsItemBoundingRect;
+}
+
+} // namespace
+
 GraphicScene::GraphicScene(QQuickItem* view)
     : QObject(view)
     , m_view(view)
 {
-    QJSEngine::setObjectOwnership(this, QJSEngine::CppOwnership);
-
     if (view) {
         connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
         connect(view, SIGNAL(heightChanged()), this, SLOT(onViewHeightChanged()));
@@ -115,6 +125,10 @@ void GraphicScene::setViewport(const QRectF& r)
 {
     if (r == m_viewport)
         return;
+    if (!InputLimits::isFinite(r.topLeft()) || !InputLimits::isFinite(r.bottomRight())) {
+        qCWarning(lcWhiteboardInput, "refused viewport: not finite");
+        return;
+    }
     const bool insidePage = r.left() >= 0.0 && r.top() >= 0.0 && r.right() <= 1.0 && r.bottom() <= 1.0;
     if (!insidePage) {
         // The board may leave the window only as far as 100 view pixels stay
@@ -127,7 +141,11 @@ void GraphicScene::setViewport(const QRectF& r)
         if (visible.width() < std::min(100.0, onScreen.width()) || visible.height() < std::min(100.0, onScreen.height()))
             return;
     }
-    m_viewport = r;
+    {
+        // The render thread reads the view state under this lock for a whole frame.
+        QMutexLocker locker(&m_itemsMutex);
+        m_viewport = r;
+    }
     emit viewportChanged();
     update(viewportRect());
 }
@@ -136,7 +154,10 @@ void GraphicScene::setBackgroundBrush(const QBrush& brush)
 {
     if (m_backgroundBrush == brush)
         return;
-    m_backgroundBrush = brush;
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_backgroundBrush = brush;
+    }
     emit backgroundBrushChanged();
 }
 
@@ -185,7 +206,11 @@ void GraphicScene::setSceneSize(const QSize& size)
         qDebug() << "scene size cant be 0, please check.";
     if (size == m_sceneSize || zero)
         return;
-    m_sceneSize = size;
+    {
+        // Released before renderMutex below, which comes first in the lock order.
+        QMutexLocker locker(&m_itemsMutex);
+        m_sceneSize = size;
+    }
     emit sceneSizeChanged();
     if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
         QMutexLocker locker(&m_renderMutex);
@@ -198,7 +223,15 @@ void GraphicScene::setDevicePixelRatio(double ratio)
 {
     if (qFuzzyCompare(m_devicePixelRatio, ratio))
         return;
-    m_devicePixelRatio = ratio;
+    // Frame sizes are whole pixels computed from it.
+    if (!(ratio > 0.0 && ratio <= InputLimits::kMaxScale)) {
+        qCWarning(lcWhiteboardInput, "refused device pixel ratio %g", ratio);
+        return;
+    }
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_devicePixelRatio = ratio;
+    }
     emit devicePixelRatioChanged();
     if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
         QMutexLocker locker(&m_renderMutex);
@@ -210,10 +243,19 @@ void GraphicScene::setScale(double scale, const QPointF& center)
 {
     if (scale <= 0.01 || qFuzzyCompare(m_scale, scale))
         return;
-    m_scale = scale;
+    // The page's size on screen is computed in whole pixels.
+    if (!(scale <= InputLimits::kMaxScale)) {
+        qCWarning(lcWhiteboardInput, "refused scale %g", scale);
+        return;
+    }
+    {
+        // The scale and its transforms change together for the render thread.
+        QMutexLocker locker(&m_itemsMutex);
+        m_scale = scale;
+        m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
+        m_sceneToViewTransform = QTransform::fromScale(scale, scale);
+    }
     emit scaleChanged();
-    m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
-    m_sceneToViewTransform = QTransform::fromScale(scale, scale);
     updateViewport(center);
 }
 
@@ -221,7 +263,14 @@ void GraphicScene::setRotation(double rotation)
 {
     if (qFuzzyCompare(m_rotation, rotation))
         return;
-    m_rotation = rotation;
+    if (!qIsFinite(rotation)) {
+        qCWarning(lcWhiteboardInput, "refused rotation: not finite");
+        return;
+    }
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_rotation = rotation;
+    }
     emit rotationChanged();
     update(viewportRect());
 }
@@ -230,7 +279,10 @@ void GraphicScene::setBackgroundColor(const QColor& color)
 {
     if (m_backgroundColor == color)
         return;
-    m_backgroundColor = color;
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_backgroundColor = color;
+    }
     // Any visible entry triggers the same full frame.
     update(QRectF(QRect(0, 0, 1, 1)));
     emit backgroundColorChanged();
@@ -281,6 +333,7 @@ void GraphicScene::updateViewport(const QPointF& center)
         // First real size: the board is centred.
         const double w = vs.width() / W / m_scale;
         const double h = vs.height() / H / m_scale;
+        QMutexLocker locker(&m_itemsMutex);
         m_viewport = QRectF(0.5 - w / 2, 0.5 - h / 2, w, h);
     }
     const QRectF viewRect = viewBoundingRect();
@@ -418,6 +471,8 @@ void GraphicScene::applySceneTransform(QPainter* painter) const
 
 QSharedPointer<GraphicItem> GraphicScene::makeShared(GraphicItem* item)
 {
+    // Items belong to the scene; QML must never collect one.
+    QJSEngine::setObjectOwnership(item, QJSEngine::CppOwnership);
     return QSharedPointer<GraphicItem>(item, &QObject::deleteLater);
 }
 
@@ -563,6 +618,8 @@ GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, i
 
 GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& path, int mode, int order, const QTransform& transform)
 {
+    if (!isSelectionMode(mode))
+        return {};
     const QPainterPath mapped = transform.map(path);
     return itemsWhere(layer, mapped.boundingRect(), order, [&](const GraphicItem& item) {
         return item.collidesWithPath(mapped, Qt::ItemSelectionMode(mode));
@@ -576,6 +633,8 @@ QRectF GraphicScene::pointQueryRect(const QPointF& p) const
 
 GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform)
 {
+    if (!isSelectionMode(mode))
+        return {};
     const QPointF mapped = transform.map(point);
     return itemsWhere(layer, pointQueryRect(mapped), order, [&](const GraphicItem& item) {
         return item.collidesWithPoint(mapped, Qt::ItemSelectionMode(mode));
@@ -584,6 +643,8 @@ GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& poin
 
 GraphicItemList GraphicScene::itemsByRect(SceneLayer layer, const QRectF& rect, int mode, int order, const QTransform& transform)
 {
+    if (!isSelectionMode(mode))
+        return {};
     const QRectF mapped = transform.mapRect(rect);
     return itemsWhere(layer, mapped, order, [&](const GraphicItem& item) {
         return item.collidesWithRect(mapped, Qt::ItemSelectionMode(mode));
@@ -592,6 +653,8 @@ GraphicItemList GraphicScene::itemsByRect(SceneLayer layer, const QRectF& rect, 
 
 QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int order, int mode, const QTransform& transform)
 {
+    if (!isSelectionMode(mode))
+        return {};
     QMutexLocker locker(&m_itemsMutex);
     const QPointF p = transform.map(mapToScene(viewPos));
     GraphicItemList candidates = m_layerIndexes.value(ItemLayer)->query(pointQueryRect(p));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "graphicdefine.h"
+#include "scene/annotatedmutex.h"
 #include "scene/dirtyarea.h"
 
 #include <QBrush>
@@ -120,7 +121,7 @@ public:
 
     QQuickItem* view() const;
     SceneRender* renderer() const { return m_render; }
-    QRecursiveMutex& itemsMutex() { return m_itemsMutex; }
+    SceneRecursiveMutex& itemsMutex() { return m_itemsMutex; }
     QUndoStack& undoStack() { return m_undoStack; }
 
     // Properties.
@@ -318,6 +319,8 @@ signals:
     void smallThumbnailChanged(QImage* imageData);
     void toolTypeChanged();
     void disableDragChanged();
+    // A picture the host named could not be read; nothing was placed.
+    void pictureRefused(const QString& path, const QString& reason);
 
 protected slots:
     qulonglong serverTimestamp() const;
@@ -389,8 +392,8 @@ private:
     void rubberBandMove(QMouseEvent* event);
     void nudgeSelection(QKeyEvent* event);
 
-    QRecursiveMutex m_itemsMutex;
-    QMutex m_renderMutex;
+    SceneRecursiveMutex m_itemsMutex;
+    SceneMutex m_renderMutex;
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
     SceneRender* m_render = nullptr;

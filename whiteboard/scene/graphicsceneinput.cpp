@@ -18,6 +18,7 @@
 #include "scene/movegraphiccommand.h"
 #include "scene/removegraphiccommand.h"
 #include "scene/resizegraphiccommand.h"
+#include "inputlimits.h"
 #include "scene/textchangecommand.h"
 #include "util.h"
 
@@ -25,12 +26,14 @@
 
 #include <QFont>
 #include <QHoverEvent>
+#include <QImageReader>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QMutexLocker>
 #include <QPointingDevice>
 #include <QQuickItem>
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
 
@@ -131,23 +134,34 @@ GraphicItem* GraphicScene::createItem(GraphicDefine::ToolType tool)
 
 GraphicItem* GraphicScene::createImageItem()
 {
-    const QImage image(Util::instance().toLocalFile(m_imagePath));
+    QImageReader reader(Util::instance().toLocalFile(m_imagePath));
+    // A large picture is shrunk while it is read, where the format allows.
+    const QSize size = reader.size();
+    if (std::max(size.width(), size.height()) > InputLimits::kMaxPictureSide) {
+        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(m_imagePath), size.width(),
+                  size.height());
+        reader.setScaledSize(size.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio));
+    }
+    QImage image = reader.read();
     if (image.isNull()) {
-        auto* item = new GraphicImage(QString(), this, nullptr);
-        item->setTimestamp(qlonglong(serverTimestamp()));
-        return item;
+        // Refused before any item or history step exists.
+        const QString reason = reader.errorString();
+        qCWarning(lcWhiteboardInput, "refused picture %s: %s", qPrintable(m_imagePath), qPrintable(reason));
+        emit pictureRefused(m_imagePath, reason);
+        return nullptr;
+    }
+    // A format that could not tell its size before decoding.
+    if (std::max(image.width(), image.height()) > InputLimits::kMaxPictureSide) {
+        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(m_imagePath),
+                  image.width(), image.height());
+        image = image.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio,
+                             Qt::SmoothTransformation);
     }
     // A loaded picture gets no timestamp here; it keeps the item's default.
     const QString key = imageKeyFor(image);
     QMutexLocker locker(&m_itemsMutex);
-    if (!m_imageCache.contains(key)) {
-        auto* copy = new QImage(image);
-        if (copy->isNull()) {
-            delete copy;
-            return nullptr;
-        }
-        m_imageCache.insert(key, copy);
-    }
+    if (!m_imageCache.contains(key))
+        m_imageCache.insert(key, new QImage(image));
     return new GraphicImage(key, this, nullptr);
 }
 
@@ -479,7 +493,7 @@ void GraphicScene::mouseMoveEvent(QMouseEvent* event)
 void GraphicScene::mouseReleaseEvent(QMouseEvent* event)
 {
     // Taken from the commit on; the early steps only touch gesture flags.
-    std::unique_lock<QRecursiveMutex> lock(m_itemsMutex, std::defer_lock);
+    std::unique_lock<SceneRecursiveMutex> lock(m_itemsMutex, std::defer_lock);
     const auto endGesture = [this] {
         m_mouseMoved = false;
         m_panning = false;
@@ -626,7 +640,7 @@ void GraphicScene::endNewTextBox(QObject* inputer)
     if (text)
         text->setVisible(true);
 
-    const QString content = inputer->property("text").toString();
+    const QString content = InputLimits::typedText(inputer->property("text").toString());
     if (text && !content.isEmpty()) {
         const double w = inputer->property("contentWidth").toDouble();
         const double h = inputer->property("contentHeight").toDouble();
@@ -688,7 +702,7 @@ void GraphicScene::endTextEdit(QObject* inputer, const QSharedPointer<GraphicIte
         quickInputer->setVisible(false);
     item->setVisible(true);
 
-    const QString text = inputer->property("text").toString();
+    const QString text = InputLimits::typedText(inputer->property("text").toString());
     auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data());
     if (text.isEmpty() || !shape || !quickInputer)
         return;

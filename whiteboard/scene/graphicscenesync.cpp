@@ -12,6 +12,8 @@
 #include "graphics/graphicpenitem.h"
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
+#include "inputlimits.h"
+#include "scene/inboundguard.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -72,8 +74,10 @@ struct ReceivedEntry
 template <class List>
 void collect(const List& list, int type, QList<ReceivedEntry>& entries)
 {
-    for (const auto& entry : list.data())
-        entries.append({ bytesOf(entry), QString::fromStdString(entry.baseinfo().gid()), entry.baseinfo().userid(), type });
+    for (auto entry : list.data()) {
+        if (InboundGuard::admit(entry))
+            entries.append({ bytesOf(entry), QString::fromStdString(entry.baseinfo().gid()), entry.baseinfo().userid(), type });
+    }
 }
 
 // The entries of an action's list; false for a list this board does not know.
@@ -267,6 +271,8 @@ void GraphicScene::receiveData(pb::TransferData* data)
     const pb::MultiWhiteboardData& multi = data->multi();
     for (int i = 0; i < multi.whiteboarddatalist_size(); ++i) {
         const pb::SingleWhiteboardData& envelope = multi.whiteboarddatalist(i);
+        if (!InboundGuard::admitEnvelope(envelope.data()))
+            continue;
         pb::WhiteboardData body;
         // Not tested: what fails to parse reads as defaults.
         body.ParseFromString(envelope.data());
@@ -320,6 +326,13 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
         return;
     QRect dirty;
     for (const ReceivedEntry& entry : std::as_const(entries)) {
+        // An item reads any entry as its own message, where the fields the
+        // guard checked mean other things: an update applies only to an item
+        // of its own kind.
+        if (updated && updated->type() != entry.type) {
+            qCWarning(lcWhiteboardInput, "refused update %s: entries of another kind of item", qPrintable(updated->gid()));
+            continue;
+        }
         // An add of a known gid takes the place of the item that holds it.
         QSharedPointer<GraphicItem> item = updated ? updated : findItem(entry.gid);
         const bool known = item && (updated || item->type() == entry.type);
@@ -425,11 +438,14 @@ void GraphicScene::raiseClearMark(const Version& version, const qlonglong* userI
     dropItems(older);
 }
 
-void GraphicScene::applyUserAction(const pb::UserAction& action)
+void GraphicScene::applyUserAction(const pb::UserAction& received)
 {
-    const qlonglong userId = action.userid();
+    const qlonglong userId = received.userid();
     // A client keeps no mark for itself.
     if (userId == m_currentUserId)
+        return;
+    pb::UserAction action = received;
+    if (!InboundGuard::admit(action))
         return;
     const pb::UserMouseInfoData info = action.mouseinfo();
 

@@ -369,10 +369,22 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
                     .intersected(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
     }
     m_pageState = state;
-    if (!repaintPage(state, dirty)) {
-        // Half painted: the next frame starts over.
-        m_pageImage = QImage();
-        return;
+    const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
+    // A mark sizes itself as it paints: what grew while painting is painted
+    // again in this same frame, twice at most.
+    for (int pass = 0; pass < 3 && !dirty.isEmpty(); ++pass) {
+        if (!repaintPage(state, dirty)) {
+            // Half painted: the next frame starts over.
+            m_pageImage = QImage();
+            return;
+        }
+        QRegion grown;
+        {
+            QMutexLocker locker(&m_dirtyMutex);
+            grown = m_silentDirty;
+            m_silentDirty = QRegion();
+        }
+        dirty = grown.isEmpty() ? QRegion() : imageRegion(grown, state.sceneToView(), state.paintMargin).intersected(pageRect);
     }
     QImage frame = m_pageImage;
     if (!finishFrame(state, frame))
@@ -381,10 +393,17 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
         QMutexLocker locker(&m_imageMutex);
         m_frameImage = frame;
     }
-    ++m_composedFrames;
-    if (!whole)
-        ++m_partialFrames;
-    emit finished(frame);
+    {
+        // Handed over under itemsMutex: the scene's destructor takes it after
+        // asking us to quit, so no receiver sees a scene being torn down.
+        QMutexLocker locker(&m_scene->m_itemsMutex);
+        if (quitRequested())
+            return;
+        ++m_composedFrames;
+        if (!whole)
+            ++m_partialFrames;
+        emit finished(frame);
+    }
     scheduleThumbnails();
 }
 

@@ -138,7 +138,7 @@ private:
     std::atomic<int> m_composedFrames { 0 };
     std::atomic<int> m_partialFrames { 0 };
     std::atomic<int> m_thumbnailPasses { 0 };
-    QMutex m_dirtyMutex;
+    SceneMutex m_dirtyMutex;
     mutable QMutex m_imageMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;

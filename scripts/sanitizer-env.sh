@@ -1,0 +1,29 @@
+# Sourced by the sanitizer scripts: one configuration of the instrumented
+# build, shared by the test run and the fuzz target, and the runtime options.
+
+sanitizer_root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+
+# Address and undefined-behaviour checks, plus libFuzzer's coverage so the
+# same build serves scripts/fuzz.sh. vptr checks are left out: they need
+# the type information of Qt's own classes, built by another compiler.
+sanitizer_flags="-fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=vptr -fno-sanitize-recover=undefined -fno-omit-frame-pointer"
+
+configure_sanitized_build() {
+    local dir="$1"
+    if [[ ! -f "$dir/CMakeCache.txt" ]]; then
+        local launcher=()
+        if command -v ccache >/dev/null 2>&1; then
+            launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        fi
+        CC=clang-14 CXX=clang++-14 cmake -S "$sanitizer_root" -B "$dir" "${launcher[@]}" \
+            -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWHITEBOARD_FUZZ=ON \
+            -DCMAKE_CXX_FLAGS="$sanitizer_flags" \
+            -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
+            -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined"
+    fi
+}
+
+# Any leak fails the run: the suite needs no suppressions, not even for the
+# system libraries' caches.
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:detect_stack_use_after_return=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
