@@ -66,6 +66,30 @@ QByteArray rewritten(const QByteArray& stored, pb::GraphicActionType type, const
     return rewritten(envelope, type, version);
 }
 
+// Boards send a picture's pixels with its add only: an update of an image
+// that carries none keeps those the relay stored, or a late joiner would get
+// an empty picture.
+QByteArray keepingPicture(const QByteArray& update, const std::optional<BoardStore::Item>& stored)
+{
+    pb::SingleWhiteboardData envelope;
+    envelope.ParseFromArray(update.constData(), int(update.size()));
+    pb::WhiteboardData body;
+    if (!stored || !body.ParseFromString(envelope.data()) || !body.graphicactiondata().has_imagedata())
+        return update;
+    pb::GraphicAction* action = body.mutable_graphicactiondata();
+    if (action->imagedata().data_size() == 0 || action->imagedata().data(0).has_data())
+        return update;
+    pb::SingleWhiteboardData storedEnvelope;
+    pb::WhiteboardData storedBody;
+    if (!storedEnvelope.ParseFromArray(stored->envelope.constData(), int(stored->envelope.size()))
+        || !storedBody.ParseFromString(storedEnvelope.data()) || !storedBody.graphicactiondata().has_imagedata()
+        || storedBody.graphicactiondata().imagedata().data_size() == 0)
+        return update;
+    action->mutable_imagedata()->mutable_data(0)->set_data(storedBody.graphicactiondata().imagedata().data(0).data());
+    envelope.set_data(body.SerializeAsString());
+    return QByteArray::fromStdString(envelope.SerializeAsString());
+}
+
 QByteArray envelopeOf(const pb::WhiteboardData& body, const std::string& gid = std::string(), int type = 0)
 {
     pb::SingleWhiteboardData envelope;
@@ -476,7 +500,10 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
         return;
     }
     m_items[gid].version = version;
-    outcome.changes.append({ BoardStore::Change::Put, { gid, known->author, version, rewritten(envelope, pb::GraphicActionAdd) }, 0, std::nullopt });
+    QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
+    if (body.graphicactiondata().has_imagedata())
+        state = keepingPicture(state, m_store->item(m_boardId, gid));
+    outcome.changes.append({ BoardStore::Change::Put, { gid, known->author, version, state }, 0, std::nullopt });
     if (type == pb::GraphicActionAdd) {
         // A second add of a live gid would give the others a second item.
         outcome.toOthers.append(rewritten(envelope, pb::GraphicActionUpdate));

@@ -296,6 +296,7 @@ private slots:
     void ownerAndAuthorDraggingOneItemEndAlike();
     void refusalsCorrectTheSender_data();
     void refusalsCorrectTheSender();
+    void movedPictureReachesLateJoinersWithItsPixels();
     void pointerPositionsAreRelayedWithinTheirRate();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
@@ -548,6 +549,39 @@ void tst_Relay::refusalsCorrectTheSender()
     late.join();
     QTRY_VERIFY(late.joined());
     QCOMPARE(actionsOf(late, 0).first().section(QLatin1Char(' '), 0, 2), QStringLiteral("add a1 10"));
+}
+
+// Boards send a picture's pixels with its add only; the relay's stored state
+// after a move must still hold them.
+void tst_Relay::movedPictureReachesLateJoinersWithItsPixels()
+{
+    RelayProcess relay;
+    QVERIFY(relay.start());
+    RawClient alice(relay.url, 1001);
+    alice.join();
+    QTRY_VERIFY(alice.joined());
+    auto imageAction = [](pb::GraphicActionType type, float x, const std::string& pixels) {
+        pb::WhiteboardData body = itemBody(type, "i1");
+        pb::Image* image = body.mutable_graphicactiondata()->mutable_imagedata()->add_data();
+        image->mutable_baseinfo()->set_gid("i1");
+        image->mutable_baseinfo()->set_userid(1001);
+        image->mutable_leftpos()->set_x(x);
+        image->set_width(20);
+        image->set_heigth(20);
+        if (!pixels.empty())
+            image->set_data(pixels);
+        return transferOf({ body }, "i1", kBoard.toStdString());
+    };
+    alice.send(imageAction(pb::GraphicActionAdd, 0, "picture bytes"));
+    alice.send(imageAction(pb::GraphicActionUpdate, 300, std::string()));
+
+    RawClient late(relay.url, 1002);
+    late.join();
+    QTRY_VERIFY(late.joined());
+    QCOMPARE(late.gids(), QStringList { QStringLiteral("i1") });
+    const pb::Image image = bodiesOf(late.received.front()).first().graphicactiondata().imagedata().data(0);
+    QCOMPARE(image.leftpos().x(), 300.0f);
+    QCOMPARE(QByteArray::fromStdString(image.data()), QByteArray("picture bytes"));
 }
 
 void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
