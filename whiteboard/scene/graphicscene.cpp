@@ -593,11 +593,6 @@ int GraphicScene::itemCount(SceneLayer layer)
     return index ? index->count() : 0;
 }
 
-void GraphicScene::sortItems(GraphicItemList& items, int order)
-{
-    LayerIndex::sort(items, order);
-}
-
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
 {
     return itemsWhere(layer, QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()), order, nullptr);
@@ -660,7 +655,7 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
     GraphicItemList candidates = m_layerIndexes.value(ItemLayer)->query(pointQueryRect(p));
     if (candidates.isEmpty())
         return {};
-    sortItems(candidates, order);
+    LayerIndex::sort(candidates, order);
     for (const QSharedPointer<GraphicItem>& item : std::as_const(candidates)) {
         if (item->collidesWithPoint(p, Qt::ItemSelectionMode(mode)))
             return item;

@@ -211,7 +211,6 @@ public:
     // Gives `item` the state that its message carries, so that the board that
     // makes a change holds what the others receive (float points, path text).
     void takeWireForm(GraphicItem* item);
-    static void sortItems(GraphicItemList& items, int order);
 
     GraphicItemList selectedItems() const { return m_selectedItems; }
     GraphicItemList clipboardItems() const { return m_clipboardItems; }

@@ -430,7 +430,7 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
             }
         }
     }
-    GraphicScene::sortItems(found, 1);
+    LayerIndex::sort(found, 1);
     return found;
 }
 
@@ -494,7 +494,7 @@ void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
         QMutexLocker locker(&m_scene->m_itemsMutex);
         const LayerIndex* root = m_scene->m_layerIndexes.value(GraphicScene::SceneLayer(layer));
         GraphicItemList found = root->query(m_scene->mapRectToScene(viewRect));
-        GraphicScene::sortItems(found, 1);
+        LayerIndex::sort(found, 1);
         all.append(found);
     }
     paintItems(painter, all);
@@ -510,23 +510,13 @@ void SceneRender::paintAllLayers(QPainter* painter)
 
 void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
 {
-    // Sorting makes the repeats of an item found in several nodes adjacent.
-    const GraphicItem* previous = nullptr;
-    QString previousGid;
-    bool hasPrevious = false;
     for (const QSharedPointer<GraphicItem>& item : items) {
         if (quitRequested())
             return;
         // One item at a time: a change on the GUI thread waits for this
         // item, not for the frame, and no item is seen half changed.
         QMutexLocker locker(&m_scene->m_itemsMutex);
-        if (hasPrevious && item && (item.data() == previous || previousGid == item->gid()))
-            continue;
-        if (item)
-            item->paint(painter, nullptr);
-        previous = item.data();
-        previousGid = item ? item->gid() : QString();
-        hasPrevious = bool(item);
+        item->paint(painter, nullptr);
     }
 }
 
