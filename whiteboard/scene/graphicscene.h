@@ -52,6 +52,7 @@ enum UserOperation_Type : int;
 namespace whiteboard {
 
 class GraphicCommand;
+class GraphicImageCodec;
 class LayerIndex;
 class GraphicItem;
 class SceneRender;
@@ -224,6 +225,8 @@ public:
     // Stores a copy of `image` unless its key is present; returns the key.
     QString addImage(const QImage& image);
     const QImage* imageByKey(const QString& key) const;
+    // Decodes received pictures off the GUI thread.
+    GraphicImageCodec* imageCodec() const { return m_imageCodec; }
 
     // Only the owner of the board, or the author of the item, may touch it.
     bool canOperate(const QSharedPointer<GraphicItem>& item) const;
@@ -396,6 +399,7 @@ private:
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
     SceneRender* m_render = nullptr;
+    GraphicImageCodec* m_imageCodec = nullptr;
     QSharedPointer<GraphicItem> m_focusItem;
     QSharedPointer<GraphicItem> m_activeItem;
     QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;

@@ -6,6 +6,7 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicellipseitem.h"
 #include "graphics/graphicimage.h"
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
 #include "graphics/graphiclineitem.h"
 #include "graphics/graphiclinesegmentitem.h"
@@ -26,7 +27,6 @@
 
 #include <QFont>
 #include <QHoverEvent>
-#include <QImageReader>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QMutexLocker>
@@ -134,35 +134,15 @@ GraphicItem* GraphicScene::createItem(GraphicDefine::ToolType tool)
 
 GraphicItem* GraphicScene::createImageItem()
 {
-    QImageReader reader(Util::instance().toLocalFile(m_imagePath));
-    // A large picture is shrunk while it is read, where the format allows.
-    const QSize size = reader.size();
-    if (std::max(size.width(), size.height()) > InputLimits::kMaxPictureSide) {
-        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(m_imagePath), size.width(),
-                  size.height());
-        reader.setScaledSize(size.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio));
-    }
-    QImage image = reader.read();
+    QString reason;
+    const QImage image = GraphicImageCodec::readFile(Util::instance().toLocalFile(m_imagePath), &reason);
     if (image.isNull()) {
         // Refused before any item or history step exists.
-        const QString reason = reader.errorString();
-        qCWarning(lcWhiteboardInput, "refused picture %s: %s", qPrintable(m_imagePath), qPrintable(reason));
         emit pictureRefused(m_imagePath, reason);
         return nullptr;
     }
-    // A format that could not tell its size before decoding.
-    if (std::max(image.width(), image.height()) > InputLimits::kMaxPictureSide) {
-        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(m_imagePath),
-                  image.width(), image.height());
-        image = image.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio,
-                             Qt::SmoothTransformation);
-    }
     // A loaded picture gets no timestamp here; it keeps the item's default.
-    const QString key = imageKeyFor(image);
-    QMutexLocker locker(&m_itemsMutex);
-    if (!m_imageCache.contains(key))
-        m_imageCache.insert(key, new QImage(image));
-    return new GraphicImage(key, this, nullptr);
+    return new GraphicImage(addImage(image), this, nullptr);
 }
 
 void GraphicScene::setToolType(GraphicDefine::ToolType tool)
