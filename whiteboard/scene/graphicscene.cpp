@@ -6,6 +6,7 @@
 #include "inputlimits.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
+#include "tools/toolcontroller.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -37,6 +38,7 @@ bool isSelectionMode(int mode)
 GraphicScene::GraphicScene(QQuickItem* view)
     : QObject(view)
     , m_view(view)
+    , m_tools(std::make_unique<ToolController>(this))
 {
     if (view) {
         connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
@@ -881,6 +883,11 @@ void GraphicScene::post(im::whiteboard::TransferData* data)
 qulonglong GraphicScene::serverTimestamp() const
 {
     return qulonglong(QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
+}
+
+void GraphicScene::stamp(GraphicItem* item) const
+{
+    item->setTimestamp(qlonglong(serverTimestamp()));
 }
 
 // --- history ----------------------------------------------------------------

@@ -481,7 +481,7 @@ void GraphicScene::applyUserAction(const pb::UserAction& received)
             return;
         }
         auto* mark = new GraphicMarkItem(text, QFont(), this, nullptr);
-        mark->setTimestamp(qlonglong(serverTimestamp()));
+        stamp(mark);
         mark->setUserId(userId);
         // The position of the first message is not used: a new mark starts at
         // the origin and follows with the user's next message.
