@@ -164,6 +164,15 @@ protected:
         return false;
     }
 
+    // Parses `data` as the item's own message and reads it as a received entry.
+    template <class Message>
+    void deserializeAs(const QByteArray& data)
+    {
+        Message message;
+        if (decode(message, data))
+            readEntry(message);
+    }
+
     // The steps every received styled item starts with: identity, styles,
     // opacity. The sender sends the styles it paints with, so what is absent
     // beside a present one is not painted; a message with neither leaves

@@ -193,9 +193,12 @@ void GraphicArrowLineItem::serializeToAction(im::whiteboard::GraphicAction* acti
 
 void GraphicArrowLineItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Arrow message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Arrow>(data);
+}
+
+void GraphicArrowLineItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Arrow&>(entry);
     applyCommon(message);
     const auto ends = receivedEnds(message);
     if (!ends)

@@ -24,6 +24,10 @@ namespace im::whiteboard {
 class GraphicAction;
 }
 
+namespace google::protobuf {
+class MessageLite;
+}
+
 namespace whiteboard {
 
 class GraphicScene;
@@ -150,6 +154,9 @@ public:
     virtual void paint(QPainter* painter, const QRectF* rect = nullptr);
     virtual QByteArray serialize();
     virtual void deserialize(const QByteArray& data);
+    // Takes the state of a received list entry of the item's own kind, as
+    // parsed with the message: deserialize() without the bytes.
+    virtual void readEntry(const google::protobuf::MessageLite& entry);
     virtual void serializeToAction(im::whiteboard::GraphicAction* action);
     virtual GraphicItem* copy();
     virtual bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const;

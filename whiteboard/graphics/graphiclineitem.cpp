@@ -131,9 +131,12 @@ void GraphicLineItem::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicLineItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Line message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Line>(data);
+}
+
+void GraphicLineItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Line&>(entry);
     applyCommon(message);
     const auto ends = receivedEnds(message);
     if (!ends)

@@ -810,7 +810,7 @@ void GraphicScene::updateFocusItem()
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
     // get its new state, which this board holds as they will.
-    post(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
+    sendItemAction(im::whiteboard::GraphicActionUpdate, item);
 }
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)

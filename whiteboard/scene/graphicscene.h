@@ -26,6 +26,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <string>
 
 class QFocusEvent;
 class QHoverEvent;
@@ -45,6 +46,7 @@ namespace im::whiteboard {
 class GraphicAction;
 class TransferData;
 class UserAction;
+class UserMouseInfoData;
 class UserOperation;
 enum GraphicActionType : int;
 enum UserOperation_Type : int;
@@ -273,6 +275,10 @@ public:
 
     // Fixes the server clock offset and announces this user on the board.
     void joinWhiteboard(qint64 serverTime);
+    // Tells the others the whole state of `item` (or of each of `items`, in
+    // one message) with the action `type`, each change under a new version.
+    void sendItemAction(im::whiteboard::GraphicActionType type, const QSharedPointer<GraphicItem>& item);
+    void sendItemBatch(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
     // The pointer marks of the other users, one per user seen.
     GraphicItemList markItems() const { return m_markItems; }
     // Tells the others where this user's pointer is, in scene units.
@@ -355,14 +361,13 @@ protected slots:
 
 private:
     friend class SceneRender;
-    // Commands announce what they change through the message builders.
-    friend class GraphicCommand;
 
-    // Outgoing messages: each is new, and belongs to whoever receives it.
-    im::whiteboard::TransferData* makeTransferData();
-    im::whiteboard::TransferData* makeItemAction(im::whiteboard::GraphicActionType type,
-                                                 const QSharedPointer<GraphicItem>& item);
-    im::whiteboard::TransferData* makeBatchAction(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
+    // A received list entry, admitted and parsed.
+    struct ReceivedEntry;
+    // The admitted entries of an action's list; false for a list this board
+    // does not know.
+    static bool entriesOf(const im::whiteboard::GraphicAction& action, QList<ReceivedEntry>& entries);
+
     // Stamps and sends a clear; returns its version.
     Version sendOperation(im::whiteboard::UserOperation_Type type);
     // The next version of a local change of `gid`, which this board now holds.
@@ -371,9 +376,19 @@ private:
     // Every outgoing message leaves through here.
     void post(im::whiteboard::TransferData* data);
 
+    // The view's "id", which every message names.
+    QString boardId() const;
+
     // Incoming envelopes, by kind of body.
+    void applyEnvelope(const std::string& bytes);
     void applyGraphicAction(const im::whiteboard::GraphicAction& action);
+    void applyUnversionedAction(const im::whiteboard::GraphicAction& action);
+    // Returns the area to repaint.
+    QRect applyUnversionedEntry(const ReceivedEntry& entry, const QSharedPointer<GraphicItem>& updated);
     void applyVersionedAction(const im::whiteboard::GraphicAction& action, const Version& version);
+    // Under itemsMutex; `live` is the item of the gid shown now, `held` any object of it.
+    void placeVersionedEntry(const ReceivedEntry& entry, const QString& gid, const QSharedPointer<GraphicItem>& live,
+                             const QSharedPointer<GraphicItem>& held);
     // Takes received items out as a detach does, without a message.
     void dropItems(const GraphicItemList& items);
     // Raises the clear mark of everybody (`userId` null) or of one author to
@@ -381,6 +396,9 @@ private:
     void raiseClearMark(const Version& version, const qlonglong* userId);
     Version clearMarkFor(qlonglong author) const;
     void applyUserAction(const im::whiteboard::UserAction& action);
+    // The pointer marks: one per other user, dropped when the user leaves.
+    void dropMark(qlonglong userId);
+    void moveMark(qlonglong userId, const im::whiteboard::UserMouseInfoData& info);
     void applyUserOperation(const im::whiteboard::UserOperation& operation);
 
     // The items of `layer` met by `area`, those that `keep` accepts (all

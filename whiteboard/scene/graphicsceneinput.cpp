@@ -3,19 +3,13 @@
 #include "scene/graphicscene.h"
 
 #include "graphics/abstractgraphicshapeitem.h"
-#include "graphics/graphicarrowline.h"
-#include "graphics/graphiccontroller.h"
-#include "graphics/graphicellipseitem.h"
 #include "graphics/graphicimage.h"
 #include "graphics/graphicitem.h"
-#include "graphics/graphiclineitem.h"
-#include "graphics/graphiclinesegmentitem.h"
 #include "graphics/graphicpalette.h"
-#include "graphics/graphicpenitem.h"
-#include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "inputlimits.h"
 #include "scene/batchremovegraphiccommand.h"
+#include "scene/itemkind.h"
 #include "tools/toolcontroller.h"
 #include "util.h"
 
@@ -57,42 +51,19 @@ void GraphicScene::applyPalette(GraphicItem* item, GraphicDefine::ToolType tool)
 
 GraphicItem* GraphicScene::createItem(GraphicDefine::ToolType tool)
 {
-    GraphicItem* item = nullptr;
-    switch (tool) {
-    case GraphicDefine::Pen:
-        item = new GraphicPenItem(this, nullptr);
-        break;
-    case GraphicDefine::Line:
-        item = new GraphicLineItem(this, nullptr);
-        break;
-    case GraphicDefine::ArrowLine: {
-        auto* arrow = new GraphicArrowLineItem(this, nullptr);
-        arrow->setCapStyle(GraphicDefine::LineCapStyleArrow);
-        item = arrow;
-        break;
-    }
-    case GraphicDefine::Segment:
-        item = new GraphicLineSegmentItem(this, nullptr);
-        break;
-    case GraphicDefine::Rectangle:
-        item = new GraphicRectItem(this, nullptr);
-        break;
-    case GraphicDefine::Ellipse:
-        item = new GraphicEllipseItem(this, nullptr);
-        break;
-    case GraphicDefine::Text: {
-        QFont font;
-        if (QObject* inputer = textInputer()) {
-            font = inputer->property("font").value<QFont>();
-            inputer->setProperty("text", QString());
-        }
-        item = new GraphicTextItem(QString(), font, this, nullptr);
-        break;
-    }
-    case GraphicDefine::Image:
+    // A picture comes from the file the host named.
+    if (tool == GraphicDefine::Image)
         return createImageItem();
-    default:
+    const ItemKind* kind = ItemKind::ofTool(tool);
+    if (!kind)
         return nullptr;
+    GraphicItem* item = kind->make(this);
+    // A text starts in the font of the host's field, which it empties.
+    auto* text = qobject_cast<GraphicTextItem*>(item);
+    QObject* inputer = textInputer();
+    if (text && inputer) {
+        text->setFont(inputer->property("font").value<QFont>());
+        inputer->setProperty("text", QString());
     }
     stamp(item);
     return item;
@@ -124,11 +95,7 @@ GraphicItem* GraphicScene::createImageItem()
                              Qt::SmoothTransformation);
     }
     // A loaded picture gets no timestamp here; it keeps the item's default.
-    const QString key = imageKeyFor(image);
-    QMutexLocker locker(&m_itemsMutex);
-    if (!m_imageCache.contains(key))
-        m_imageCache.insert(key, new QImage(image));
-    return new GraphicImage(key, this, nullptr);
+    return new GraphicImage(addImage(image), this, nullptr);
 }
 
 void GraphicScene::setToolType(GraphicDefine::ToolType tool)
