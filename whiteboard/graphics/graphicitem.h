@@ -209,10 +209,16 @@ protected:
     // through this item's own chain.
     QPointF eventScenePos(const QMouseEvent* event) const;
 
-private:
-    // The scene keeps the layers whose index holds the item.
-    friend class GraphicScene;
+public:
+    // Whether the index of the scene layer `layer` holds the item: the
+    // scene's own record, written and read under itemsMutex.
+    bool filedIn(int layer) const { return m_indexLayers & (1u << layer); }
+    void setFiledIn(int layer, bool filed)
+    {
+        m_indexLayers = filed ? quint8(m_indexLayers | (1u << layer)) : quint8(m_indexLayers & ~(1u << layer));
+    }
 
+private:
     QPointF chainOffset() const;
 
     mutable GraphicController* m_controller = nullptr;

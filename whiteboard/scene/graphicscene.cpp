@@ -510,14 +510,14 @@ void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
             if (held) {
                 index->remove(held.data());
                 area = area.united(held->boundary());
-                held->m_indexLayers &= quint8(~(1u << layer));
+                held->setFiledIn(layer, false);
             }
             record.item = item;
             record.live = true;
         }
         index->insert(item);
         area = area.united(item->boundary());
-        item->m_indexLayers |= quint8(1u << layer);
+        item->setFiledIn(layer, true);
         if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data()))
             m_hitReach = std::max(m_hitReach, shape->hitTolerance());
         // Pasted, received and restored items come with handles that were
@@ -544,7 +544,7 @@ void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
     for (const QSharedPointer<GraphicItem>& item : items) {
         index->remove(item.data());
         area = area.united(item->boundary());
-        item->m_indexLayers &= quint8(~(1u << layer));
+        item->setFiledIn(layer, false);
         if (layer != ItemLayer)
             continue;
         const auto record = m_gids.find(item->gid());
@@ -564,7 +564,7 @@ void GraphicScene::itemGeometryChanged(GraphicItem* item)
     if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item))
         m_hitReach = std::max(m_hitReach, shape->hitTolerance());
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
-        if (item->m_indexLayers & (1u << layer))
+        if (item->filedIn(layer))
             updateItemIndex(SceneLayer(layer), shared);
     }
 }
@@ -582,7 +582,7 @@ void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<Graphi
         index->refile(item.data());
     } else {
         index->insert(item);
-        item->m_indexLayers |= quint8(1u << layer);
+        item->setFiledIn(layer, true);
     }
     if (m_render)
         m_render->makeDirtySilently(area, layer);
