@@ -115,9 +115,12 @@ void GraphicImage::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicImage::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Image message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Image>(data);
+}
+
+void GraphicImage::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Image&>(entry);
     // An image has no styles on the wire.
     applyBaseInfo(message.baseinfo());
     if (message.has_opacity())

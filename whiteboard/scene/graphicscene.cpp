@@ -7,6 +7,7 @@
 #include "inputlimits.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
+#include "tools/toolcontroller.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -38,6 +39,7 @@ bool isSelectionMode(int mode)
 GraphicScene::GraphicScene(QQuickItem* view)
     : QObject(view)
     , m_view(view)
+    , m_tools(std::make_unique<ToolController>(this))
 {
     if (view) {
         connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
@@ -513,14 +515,14 @@ void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
             if (held) {
                 index->remove(held.data());
                 area = area.united(held->boundary());
-                held->m_indexLayers &= quint8(~(1u << layer));
+                held->setFiledIn(layer, false);
             }
             record.item = item;
             record.live = true;
         }
         index->insert(item);
         area = area.united(item->boundary());
-        item->m_indexLayers |= quint8(1u << layer);
+        item->setFiledIn(layer, true);
         if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data()))
             m_hitReach = std::max(m_hitReach, shape->hitTolerance());
         // Pasted, received and restored items come with handles that were
@@ -547,7 +549,7 @@ void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
     for (const QSharedPointer<GraphicItem>& item : items) {
         index->remove(item.data());
         area = area.united(item->boundary());
-        item->m_indexLayers &= quint8(~(1u << layer));
+        item->setFiledIn(layer, false);
         if (layer != ItemLayer)
             continue;
         const auto record = m_gids.find(item->gid());
@@ -567,7 +569,7 @@ void GraphicScene::itemGeometryChanged(GraphicItem* item)
     if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item))
         m_hitReach = std::max(m_hitReach, shape->hitTolerance());
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
-        if (item->m_indexLayers & (1u << layer))
+        if (item->filedIn(layer))
             updateItemIndex(SceneLayer(layer), shared);
     }
 }
@@ -585,7 +587,7 @@ void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<Graphi
         index->refile(item.data());
     } else {
         index->insert(item);
-        item->m_indexLayers |= quint8(1u << layer);
+        item->setFiledIn(layer, true);
     }
     if (m_render)
         m_render->makeDirtySilently(area, layer);
@@ -813,7 +815,7 @@ void GraphicScene::updateFocusItem()
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
     // get its new state, which this board holds as they will.
-    post(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
+    sendItemAction(im::whiteboard::GraphicActionUpdate, item);
 }
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
@@ -886,6 +888,11 @@ void GraphicScene::post(im::whiteboard::TransferData* data)
 qulonglong GraphicScene::serverTimestamp() const
 {
     return qulonglong(QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
+}
+
+void GraphicScene::stamp(GraphicItem* item) const
+{
+    item->setTimestamp(qlonglong(serverTimestamp()));
 }
 
 // --- history ----------------------------------------------------------------
