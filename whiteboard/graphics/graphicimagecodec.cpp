@@ -129,31 +129,60 @@ QByteArray GraphicImageCodec::encode(const QImage& image)
     return bytes;
 }
 
-QImage GraphicImageCodec::readFile(const QString& path, QString* error)
+GraphicImageCodec::Reading GraphicImageCodec::read(const QString& path)
 {
+    Reading reading;
     QImageReader reader(path);
     // A large picture is shrunk while it is read, where the format allows.
     const QSize size = reader.size();
     if (overLimit(size)) {
-        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(path), size.width(),
-                  size.height());
+        reading.scaledFrom = size;
         reader.setScaledSize(size.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio));
     }
-    QImage image = reader.read();
-    if (image.isNull()) {
-        const QString reason = reader.errorString();
-        qCWarning(lcWhiteboardInput, "refused picture %s: %s", qPrintable(path), qPrintable(reason));
+    reading.image = reader.read();
+    if (reading.image.isNull()) {
+        reading.error = reader.errorString();
+    } else if (overLimit(reading.image.size())) {
+        // A format that could not tell its size before decoding.
+        reading.scaledFrom = reading.image.size();
+        reading.image = scaledToLimit(reading.image);
+    }
+    return reading;
+}
+
+QImage GraphicImageCodec::told(const QString& path, const Reading& reading, QString* error)
+{
+    // Told by the caller's thread, not the pool's.
+    if (reading.scaledFrom.isValid()) {
+        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(path),
+                  reading.scaledFrom.width(), reading.scaledFrom.height());
+    }
+    if (reading.image.isNull()) {
+        qCWarning(lcWhiteboardInput, "refused picture %s: %s", qPrintable(path), qPrintable(reading.error));
         if (error)
-            *error = reason;
-        return image;
+            *error = reading.error;
     }
-    // A format that could not tell its size before decoding.
-    if (overLimit(image.size())) {
-        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(path), image.width(),
-                  image.height());
-        image = scaledToLimit(image);
-    }
-    return image;
+    return reading.image;
+}
+
+QImage GraphicImageCodec::readFile(const QString& path, QString* error)
+{
+    return told(path, read(path), error);
+}
+
+void GraphicImageCodec::preload(const QString& path)
+{
+    m_preloadedPath = path;
+    auto task = std::make_shared<std::packaged_task<Reading()>>([path] { return read(path); });
+    m_preloaded = task->get_future().share();
+    m_pool.start([task] { (*task)(); });
+}
+
+QImage GraphicImageCodec::readPreloaded(const QString& path, QString* error)
+{
+    if (path != m_preloadedPath || !m_preloaded.valid())
+        return readFile(path, error);
+    return told(path, m_preloaded.get(), error);
 }
 
 } // namespace whiteboard

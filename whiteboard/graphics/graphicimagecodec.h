@@ -7,10 +7,12 @@
 #include <QObject>
 #include <QPointer>
 #include <QRect>
+#include <QSize>
 #include <QString>
 #include <QThreadPool>
 
 #include <functional>
+#include <future>
 
 namespace whiteboard {
 
@@ -56,6 +58,13 @@ public:
     // picture limit while it is read; null, with `error` set, if it cannot be
     // read. Either is told with one log line.
     static QImage readFile(const QString& path, QString* error = nullptr);
+    // GUI thread. Starts reading the file the host named for the next
+    // pictures placed, on the pool: reading and scaling a large one takes
+    // longer than a frame.
+    void preload(const QString& path);
+    // GUI thread. readFile(), from the preloaded picture of `path` if there
+    // is one (waiting for it if it is still being read).
+    QImage readPreloaded(const QString& path, QString* error);
 
 signals:
     // GUI thread: a received picture went to its item.
@@ -68,6 +77,16 @@ private:
         QByteArray bytes;
     };
 
+    // A file read: the picture, or why there is none; what was scaled.
+    struct Reading
+    {
+        QImage image;
+        QString error;
+        QSize scaledFrom;
+    };
+    static Reading read(const QString& path);
+    static QImage told(const QString& path, const Reading& reading, QString* error);
+
     void startQueued();
     void hand(quint64 ticket, const QImage& image);
 
@@ -76,6 +95,8 @@ private:
     // Decodes under way, by ticket; the pool's workers see only the ticket.
     QHash<quint64, Request> m_running;
     quint64 m_lastTicket = 0;
+    QString m_preloadedPath;
+    std::shared_future<Reading> m_preloaded;
     bool m_startPosted = false;
     QThreadPool m_pool;
 };

@@ -7,6 +7,7 @@
 #include "inputlimits.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
+#include "util.h"
 #include "tools/toolcontroller.h"
 
 #include "proto/whiteboard.pb.h"
@@ -308,6 +309,9 @@ void GraphicScene::setImagePath(const QString& path)
     if (m_imagePath == path)
         return;
     m_imagePath = path;
+    // Read ahead, so that placing the picture need not wait for the file.
+    if (!path.isEmpty())
+        m_imageCodec->preload(Util::instance().toLocalFile(path));
     emit imagePathChanged();
 }
 

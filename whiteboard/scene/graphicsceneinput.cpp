@@ -72,7 +72,7 @@ GraphicItem* GraphicScene::createItem(GraphicDefine::ToolType tool)
 GraphicItem* GraphicScene::createImageItem()
 {
     QString reason;
-    const QImage image = GraphicImageCodec::readFile(Util::instance().toLocalFile(m_imagePath), &reason);
+    const QImage image = m_imageCodec->readPreloaded(Util::instance().toLocalFile(m_imagePath), &reason);
     if (image.isNull()) {
         // Refused before any item or history step exists.
         emit pictureRefused(m_imagePath, reason);
