@@ -36,6 +36,12 @@ public:
 
     static bool wanted(const QPainterPath& path);
 
+    GraphicStrokeCache() = default;
+    // A copy of an item starts without a picture: the state is the render
+    // thread's, and a copy is made on the GUI thread.
+    GraphicStrokeCache(const GraphicStrokeCache&) { }
+    GraphicStrokeCache& operator=(const GraphicStrokeCache&) { return *this; }
+
     // Render thread, under itemsMutex. Paints `path` stroked with `pen` and
     // filled with `brush` at the painter's scale: the picture if it is of
     // this path, pen and brush (at another scale it is stretched until the
