@@ -2,6 +2,7 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphiccontroller.h"
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
 #include "inputlimits.h"
 #include "scene/layerindex.h"
@@ -52,6 +53,7 @@ GraphicScene::GraphicScene(QQuickItem* view)
         m_layerIndexes.insert(SceneLayer(layer), new LayerIndex(QRectF(0, 0, kIndexExtent, kIndexExtent)));
     }
 
+    m_imageCodec = new GraphicImageCodec(this);
     m_render = new SceneRender(this);
     m_renderThread.setObjectName(QStringLiteral("graphic_render_thread"));
     m_render->moveToThread(&m_renderThread);
@@ -84,6 +86,9 @@ GraphicScene::~GraphicScene()
         m_renderThread.wait();
     }
 
+    // No decoded picture may come in from here on.
+    delete m_imageCodec;
+    m_imageCodec = nullptr;
     qDeleteAll(m_imageCache);
     m_imageCache.clear();
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {

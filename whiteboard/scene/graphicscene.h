@@ -55,6 +55,7 @@ enum UserOperation_Type : int;
 namespace whiteboard {
 
 class GraphicCommand;
+class GraphicImageCodec;
 class LayerIndex;
 class ToolController;
 class GraphicItem;
@@ -242,6 +243,8 @@ public:
     // Stores a copy of `image` unless its key is present; returns the key.
     QString addImage(const QImage& image);
     const QImage* imageByKey(const QString& key) const;
+    // Decodes received pictures off the GUI thread.
+    GraphicImageCodec* imageCodec() const { return m_imageCodec; }
 
     // Only the owner of the board, or the author of the item, may touch it.
     bool canOperate(const QSharedPointer<GraphicItem>& item) const;
@@ -419,6 +422,7 @@ private:
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
     SceneRender* m_render = nullptr;
+    GraphicImageCodec* m_imageCodec = nullptr;
     QSharedPointer<GraphicItem> m_focusItem;
     QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;
     QMap<SceneLayer, LayerIndex*> m_layerIndexes;

@@ -4,6 +4,7 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicimage.h"
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
 #include "graphics/graphicpalette.h"
 #include "graphics/graphictextitem.h"
@@ -16,7 +17,6 @@
 #include "proto/whiteboard.pb.h"
 
 #include <QFont>
-#include <QImageReader>
 #include <QMutexLocker>
 #include <QQuickItem>
 
@@ -74,28 +74,12 @@ GraphicItem* GraphicScene::createItem(GraphicDefine::ToolType tool)
 
 GraphicItem* GraphicScene::createImageItem()
 {
-    QImageReader reader(Util::instance().toLocalFile(m_imagePath));
-    // A large picture is shrunk while it is read, where the format allows.
-    const QSize size = reader.size();
-    if (std::max(size.width(), size.height()) > InputLimits::kMaxPictureSide) {
-        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(m_imagePath), size.width(),
-                  size.height());
-        reader.setScaledSize(size.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio));
-    }
-    QImage image = reader.read();
+    QString reason;
+    const QImage image = GraphicImageCodec::readFile(Util::instance().toLocalFile(m_imagePath), &reason);
     if (image.isNull()) {
         // Refused before any item or history step exists.
-        const QString reason = reader.errorString();
-        qCWarning(lcWhiteboardInput, "refused picture %s: %s", qPrintable(m_imagePath), qPrintable(reason));
         emit pictureRefused(m_imagePath, reason);
         return nullptr;
-    }
-    // A format that could not tell its size before decoding.
-    if (std::max(image.width(), image.height()) > InputLimits::kMaxPictureSide) {
-        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(m_imagePath),
-                  image.width(), image.height());
-        image = image.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio,
-                             Qt::SmoothTransformation);
     }
     // A loaded picture gets no timestamp here; it keeps the item's default.
     return new GraphicImage(addImage(image), this, nullptr);
