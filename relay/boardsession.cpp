@@ -8,6 +8,7 @@
 #include "proto/whiteboard.pb.h"
 
 #include <QDateTime>
+#include <QScopeGuard>
 
 #include <algorithm>
 #include <memory>
@@ -200,6 +201,11 @@ void BoardSession::onDisconnected(Participant* participant)
     // Its waiting messages are checked against it: they are stored before it
     // goes, and go out before its leave.
     auto from = [participant](const Waiting& waiting) { return waiting.from == participant; };
+    if (m_flushing && std::any_of(m_waiting.cbegin(), m_waiting.cend(), from)) {
+        // A close during a batch's delivery: the batch ends first.
+        QMetaObject::invokeMethod(this, [this, participant] { onDisconnected(participant); }, Qt::QueuedConnection);
+        return;
+    }
     while (std::any_of(m_waiting.cbegin(), m_waiting.cend(), from) && !m_store->lost())
         flush();
     const auto dropped = std::remove_if(m_waiting.begin(), m_waiting.end(), from);
@@ -303,7 +309,9 @@ void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
             // the only way to bring these participants up to date.
             qCWarning(lcRelay).noquote() << "board" << m_boardId << "fell behind from" << m_delivered << "to" << entry.sequence
                                          << ": its participants here rejoin";
-            for (Participant* participant : std::as_const(m_participants))
+            // A copy: a close may take the participant out at once.
+            const QList<Participant*> participants = m_participants;
+            for (Participant* participant : participants)
                 participant->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("fell behind"));
             m_delivered = entries.constLast().sequence;
             m_reload = !loadItems();
@@ -460,10 +468,21 @@ void BoardSession::schedule()
     }, Qt::QueuedConnection);
 }
 
+void BoardSession::storeWaiting()
+{
+    while (!m_waiting.empty() && !m_store->lost())
+        flush();
+    if (!m_waiting.empty())
+        qCWarning(lcRelay).noquote() << "board" << m_boardId << ":" << m_waiting.size() << "messages not stored, the database is away";
+}
+
 void BoardSession::flush()
 {
-    if (m_waiting.empty() || m_store->lost())
+    if (m_waiting.empty() || m_store->lost() || m_flushing)
         return;
+    // A close while the batch is delivered must not start another batch.
+    m_flushing = true;
+    const auto done = qScopeGuard([this] { m_flushing = false; });
     const qsizetype count = std::min<qsizetype>(qsizetype(m_waiting.size()), RelayOptions::kMaxBatchMessages);
     if (count >= RelayOptions::kMaxBatchMessages && !m_warnedBacklog) {
         m_warnedBacklog = true;

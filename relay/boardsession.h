@@ -56,6 +56,8 @@ public:
     void add(Participant* participant);
     // Closes every connection with "going away".
     void closeAll();
+    // Stores every waiting message now, unless the store is away.
+    void storeWaiting();
     // Delivers the entries other nodes committed, up to `sequence` at least.
     void catchUp(qint64 sequence);
     // Another node committed up to `sequence`: read soon, once for many.
@@ -155,6 +157,7 @@ private:
     QHash<QString, ItemState> m_items;
     std::deque<Waiting> m_waiting;
     bool m_flushScheduled = false;
+    bool m_flushing = false;
     bool m_catchUpScheduled = false;
     // The items and owner are read again before the next batch is checked.
     bool m_reload = false;

@@ -98,6 +98,9 @@ QString RelayServer::url() const
 
 void RelayServer::close()
 {
+    // What was accepted is stored before the connections go.
+    for (BoardSession* session : std::as_const(m_sessions))
+        session->storeWaiting();
     for (BoardSession* session : std::as_const(m_sessions))
         session->closeAll();
     if (m_tcp ? m_tcp->isListening() : m_server->isListening()) {

@@ -580,8 +580,11 @@ void tst_Relay::movedPictureReachesLateJoinersWithItsPixels()
     RelayProcess relay;
     QVERIFY(relay.start());
     RawClient alice(relay.url, 1001);
+    RawClient bob(relay.url, 1002);
     alice.join();
     QTRY_VERIFY(alice.joined());
+    bob.join();
+    QTRY_VERIFY(bob.joined());
     auto imageAction = [](pb::GraphicActionType type, float x, const std::string& pixels) {
         pb::WhiteboardData body = itemBody(type, "i1");
         pb::Image* image = body.mutable_graphicactiondata()->mutable_imagedata()->add_data();
@@ -594,13 +597,23 @@ void tst_Relay::movedPictureReachesLateJoinersWithItsPixels()
             image->set_data(pixels);
         return transferOf({ body }, "i1", kBoard.toStdString());
     };
+    // Sent at once, so that they are likely stored in one batch: what a later
+    // message reads of the store must be what the earlier ones left, and the
+    // rows one batch puts and removes end as the last change left them.
     alice.send(imageAction(pb::GraphicActionAdd, 0, "picture bytes"));
     alice.send(imageAction(pb::GraphicActionUpdate, 300, std::string()));
+    alice.send(rectAdd("r1", 1001));
+    alice.send(rectAction(pb::GraphicActionUpdate, "r1", 1001, 20));
+    alice.send(rectAction(pb::GraphicActionRemove, "r1", 1001));
+    alice.send(rectAdd("r2", 1001, 30));
+    alice.send(rectAction(pb::GraphicActionRemove, "r2", 1001));
+    alice.send(rectAdd("r2", 1001, 40));
+    QTRY_COMPARE(bob.gids().size(), 8);
 
-    RawClient late(relay.url, 1002);
+    RawClient late(relay.url, 1003);
     late.join();
     QTRY_VERIFY(late.joined());
-    QCOMPARE(late.gids(), QStringList { QStringLiteral("i1") });
+    QCOMPARE(actionsOf(late, 0).mid(1), QStringList { QStringLiteral("add r2 40") });
     const pb::Image image = bodiesOf(late.received.front()).first().graphicactiondata().imagedata().data(0);
     QCOMPARE(image.leftpos().x(), 300.0f);
     QCOMPARE(QByteArray::fromStdString(image.data()), QByteArray("picture bytes"));
