@@ -153,10 +153,12 @@ bool BoardSession::load()
     m_exists = board.exists;
     m_owner = board.owner;
     m_delivered = sequence >= 0 ? sequence : board.sequence;
-    m_reload = !loadItems() || sequence < 0;
+    // Without a row to hold the board is new, unless the store is away.
+    m_loaded = loadItems() && (sequence >= 0 || m_store->probe());
+    m_reload = !m_loaded;
     if (sequence >= 0)
         m_store->rollback();
-    return !m_reload;
+    return m_loaded;
 }
 
 bool BoardSession::loadItems()
@@ -170,16 +172,21 @@ bool BoardSession::loadItems()
     return true;
 }
 
+void BoardSession::create(qint64 owner)
+{
+    if (m_exists || !m_store->createBoard(m_boardId, owner))
+        return;
+    // Another node may have created it first: the store knows the owner.
+    const BoardStore::Board board = m_store->board(m_boardId);
+    m_exists = board.exists;
+    m_owner = board.owner;
+    if (m_owner == owner && board.sequence == 0)
+        qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
+}
+
 void BoardSession::add(Participant* participant)
 {
-    if (!m_exists && m_store->createBoard(m_boardId, participant->accountId())) {
-        // Another node may have created it first: the store knows the owner.
-        const BoardStore::Board board = m_store->board(m_boardId);
-        m_exists = board.exists;
-        m_owner = board.owner;
-        if (m_owner == participant->accountId() && board.sequence == 0)
-            qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
-    }
+    create(participant->accountId());
     participant->setParent(this);
     m_participants.append(participant);
     connect(participant, &Participant::messageArrived, this, &BoardSession::onMessage);
@@ -294,8 +301,14 @@ void BoardSession::announce(qint64 sequence)
 
 void BoardSession::resume()
 {
-    m_reload = true;
-    catchUp(m_store->board(m_boardId).sequence);
+    // Loaded while the store was away: nobody here could join since, so the
+    // board starts from what it holds now.
+    if (!m_loaded) {
+        load();
+    } else {
+        m_reload = true;
+        catchUp(m_store->board(m_boardId).sequence);
+    }
     schedule();
 }
 
@@ -492,6 +505,9 @@ void BoardSession::flush()
         qCInfo(lcRelay).noquote() << "board" << m_boardId << "caught up with the database";
     }
 
+    // Created while the store was away, the board may have no row to hold.
+    if (!m_exists && !m_participants.isEmpty())
+        create(m_participants.constFirst()->accountId());
     // The board is held from the check of the batch to its commit, and what
     // other nodes committed before is known and delivered first.
     const qint64 current = m_store->lock(m_boardId, int(count));

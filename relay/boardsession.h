@@ -121,6 +121,8 @@ private:
     void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
                 const QString& reason, Outcome& outcome);
     bool loadItems();
+    // Creates the board in the store unless it exists; `owner` if new.
+    void create(qint64 owner);
     void schedule();
     // Stores a batch of the waiting messages and delivers it.
     void flush();
@@ -161,6 +163,8 @@ private:
     bool m_catchUpScheduled = false;
     // The items and owner are read again before the next batch is checked.
     bool m_reload = false;
+    // load() read the board: m_delivered is its sequence number.
+    bool m_loaded = false;
     bool m_warnedBacklog = false;
     qint64 m_announced = 0;
     // Of the batch being checked: the messages not yet written, written
