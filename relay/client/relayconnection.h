@@ -23,9 +23,10 @@ namespace relay::client {
 // attach() wires a view both ways and lets the connection announce the join.
 //
 // It reconnects by itself with a growing pause; given several relays (nodes
-// of one database) in `urls`, each attempt after a failure goes to the next. Each connection starts with a
-// join; what the host sends while there is no connection, or while the
-// board's replay is still coming, waits and goes out once the replay is in.
+// of one database) in `urls`, each attempt after a failure goes to the next.
+// Each connection starts with a join; what the host sends while there is no
+// connection, or while the board's replay is still coming, waits and goes
+// out once the replay is in.
 // A replay after a reconnect brings items the board already holds: those
 // arrive as updates, and items that went away meanwhile as removals, so the
 // board ends up as the relay has it, without doubles.
