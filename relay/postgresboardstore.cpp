@@ -127,6 +127,8 @@ void PostgresBoardStore::bindLock(QSqlQuery& query, const QString& boardId)
 
 bool PostgresBoardStore::reopen(QString* error)
 {
+    // A broken connection counts as closed: beforeClose() is not called.
+    m_notify.reset();
     if (!SqlBoardStore::reopen(error))
         return false;
     // A new connection listens on nothing yet.
