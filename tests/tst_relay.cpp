@@ -379,10 +379,14 @@ void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
     const QStringList replayedFirst = seen.mid(0, 3);
     QCOMPARE(QSet<QString>(replayedFirst.cbegin(), replayedFirst.cend()), QSet<QString>(drawn.cbegin(), drawn.cend()));
 
-    // A real late board loads the same.
+    // A real late board loads the same, through the second of its relays
+    // when nothing answers at the first.
     QTest::ignoreMessage(QtDebugMsg, "server data loaded.");
-    Peer carol(relay.url, 1005, QStringLiteral("Carol"));
+    const QUrl nobody(QStringLiteral("ws://127.0.0.1:1"));
+    Peer carol(nobody, 1005, QStringLiteral("Carol"));
+    carol.connection.setUrls({ nobody, relay.url });
     QTRY_COMPARE(carol.connection.status(), RelayConnection::Online);
+    QCOMPARE(carol.connection.currentUrl(), relay.url);
     QCOMPARE(carol.items(), 43);
 
     alice.reset();
