@@ -3,6 +3,7 @@
 #include "messages.h"
 #include "testsupport.h"
 
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphiclinesegmentitem.h"
 #include "graphics/graphicmarkitem.h"
 #include "graphics/graphicpalette.h"
@@ -14,6 +15,7 @@
 
 
 #include <QCursor>
+#include <QDataStream>
 #include <QDateTime>
 #include <QPainter>
 #include <QPointer>
@@ -709,6 +711,73 @@ private slots:
         // Caught up by the render thread on its own, without a call that forces it.
         QTRY_VERIFY(render->thumbnailPasses() > passes);
         QCOMPARE(*thumbnails.last().at(0).value<QImage*>(), thumbnail);
+    }
+
+    // A received picture is decoded off the GUI thread: its item is on the
+    // board at once, and what follows for its gid applies as if the pixels
+    // had come with the add. Messages given before the event loop runs are
+    // all received while the pixels are still decoding.
+    void receivedPictureKeepsMessageOrder_data()
+    {
+        // Each step: kind (0 add, 1 update, 3 remove), colour of the pixels
+        // carried (none: frame only), frame.
+        QTest::addColumn<bool>("versioned");
+        QTest::addColumn<QList<QVariantList>>("steps");
+        QTest::addColumn<QColor>("shown"); // at the centre of the last frame; none: no item
+        const QRectF first(100, 100, 200, 150);
+        const QRectF moved(500, 300, 200, 150);
+        for (const bool versioned : { false, true }) {
+            const char* way = versioned ? "versioned: " : "in order: ";
+            QTest::addRow("%sadd", way) << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first } } << QColor(Qt::red);
+            QTest::addRow("%smove while decoding", way)
+                << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first }, { 1, QColor(), moved } } << QColor(Qt::red);
+            QTest::addRow("%sother pixels while decoding", way)
+                << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first }, { 1, QColor(Qt::green), moved } }
+                << QColor(Qt::green);
+            QTest::addRow("%sremoved while decoding", way)
+                << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first }, { 3, QColor(), first } } << QColor();
+        }
+    }
+    void receivedPictureKeepsMessageOrder()
+    {
+        QFETCH(bool, versioned);
+        QFETCH(QList<QVariantList>, steps);
+        QFETCH(QColor, shown);
+        b->scene->setBackgroundColor(Qt::white);
+        for (int i = 0; i < steps.size(); ++i) {
+            const QVariantList& step = steps.at(i);
+            pb::WhiteboardData body = itemBody(pb::GraphicActionType(step.at(0).toInt()), "p", versioned ? i + 1 : -1, 9);
+            pb::Image* image = body.mutable_graphicactiondata()->mutable_imagedata()->add_data();
+            image->mutable_baseinfo()->set_gid("p");
+            const QRectF frame = step.at(2).toRectF();
+            image->mutable_leftpos()->set_x(float(frame.x()));
+            image->mutable_leftpos()->set_y(float(frame.y()));
+            image->set_width(float(frame.width()));
+            image->set_heigth(float(frame.height()));
+            if (const QColor colour = step.at(1).value<QColor>(); colour.isValid()) {
+                QImage picture(64, 48, QImage::Format_ARGB32);
+                picture.fill(colour);
+                QByteArray bytes;
+                QDataStream stream(&bytes, QIODevice::WriteOnly);
+                stream << picture;
+                image->set_data(bytes.toStdString());
+            }
+            b->view->receiveData(wrap({ body }));
+            // The gid table holds the item from its add on.
+            if (step.at(0).toInt() == pb::GraphicActionAdd)
+                QVERIFY(b->scene->findItem(QStringLiteral("p")));
+        }
+        QTRY_COMPARE(b->scene->imageCodec()->pending(), 0);
+        const QPointF centre = steps.last().at(2).toRectF().center();
+        const QImage frame = b->frame();
+        if (!shown.isValid()) {
+            QCOMPARE(b->scene->itemCount(GraphicScene::ItemLayer), 0);
+            QCOMPARE(frame.pixelColor(centre.toPoint()), QColor(Qt::white));
+            return;
+        }
+        QCOMPARE(frame.pixelColor(centre.toPoint()), shown);
+        // Nothing is left where the picture was before it moved.
+        QCOMPARE(frame.pixelColor(QPoint(150, 150)), steps.last().at(2).toRectF().contains(150, 150) ? shown : QColor(Qt::white));
     }
 
     void hoverSendsPointerExceptOnHandle()

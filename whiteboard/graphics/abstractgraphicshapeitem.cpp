@@ -215,6 +215,19 @@ bool AbstractGraphicShapeItem::closedShapeHit(const QPointF& point, Qt::ItemSele
     return false;
 }
 
+bool AbstractGraphicShapeItem::segmentHit(const QPointF& point) const
+{
+    const double t = hitTolerance();
+    // With both ends at one point d is NaN and neither test rejects it: a
+    // line of one point is hit everywhere its bounds are searched.
+    const double d = sdSegment(point, m_outlinePath.elementAt(0), m_outlinePath.elementAt(1));
+    if (d > t)
+        return false;
+    if (-t > d)
+        return false;
+    return true;
+}
+
 bool AbstractGraphicShapeItem::takePress(QMouseEvent* event, bool onItem)
 {
     event->setAccepted(false);

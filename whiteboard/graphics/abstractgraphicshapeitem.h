@@ -121,6 +121,10 @@ protected:
     // bounds; in the shape modes a band around the outline always hits and
     // the inside only when filled.
     bool closedShapeHit(const QPointF& point, Qt::ItemSelectionMode mode, OutlineDistance distance) const;
+    // Point test of a shape drawn as one segment between the first two
+    // elements of `outlinePath` (a line, an arrow's shaft): within the hit
+    // tolerance of it.
+    bool segmentHit(const QPointF& point) const;
 
     // The pointer steps shared by the items drawn by a drag. A press on the
     // item (`onItem`) takes the focus, and in edit mode every press starts
@@ -162,6 +166,15 @@ protected:
             return true;
         reportParseFailure();
         return false;
+    }
+
+    // Parses `data` as the item's own message and reads it as a received entry.
+    template <class Message>
+    void deserializeAs(const QByteArray& data)
+    {
+        Message message;
+        if (decode(message, data))
+            readEntry(message);
     }
 
     // The steps every received styled item starts with: identity, styles,

@@ -128,9 +128,12 @@ void GraphicTextItem::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicTextItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Text message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Text>(data);
+}
+
+void GraphicTextItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Text&>(entry);
     applyCommon(message);
     if (message.has_alignment())
         m_alignment = message.alignment();
