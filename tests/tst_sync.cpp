@@ -620,6 +620,79 @@ private slots:
         QVERIFY(!b->frame().isNull());
     }
 
+    // The worst items within the limits paint without holding the board:
+    // a frame comes at once (stroking 20,000 crossing pieces took minutes),
+    // and the whole item shows once the pool has drawn or laid it out.
+    void worstItemsPaintWithoutHoldingTheBoard_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QPoint>("inked"); // a pixel the finished item inks
+        QTest::addColumn<QPoint>("blank"); // one it leaves white
+        auto bytes = [](const pb::WhiteboardData& body) { return QByteArray::fromStdString(body.SerializeAsString()); };
+        // A zig-zag between the tops and the bottoms: its first piece
+        // crosses (360, 300), which the stand-in's lines along y = 0 miss.
+        pb::WhiteboardData pen = itemBody(pb::GraphicActionAdd, "s");
+        pb::Path* path = pen.mutable_graphicactiondata()->mutable_pathdata()->add_data();
+        path->mutable_baseinfo()->set_gid("s");
+        path->mutable_strokestyle()->set_color("#ff0000");
+        path->mutable_strokestyle()->set_width(3);
+        path->set_path(crossingPathText(20000));
+        QTest::newRow("pen, 20,000 crossing points") << bytes(pen) << QPoint(360, 300) << QPoint(1000, 300);
+        pb::WhiteboardData polyline = itemBody(pb::GraphicActionAdd, "s");
+        pb::Polyline* points = polyline.mutable_graphicactiondata()->mutable_polylinedata()->add_data();
+        points->mutable_baseinfo()->set_gid("s");
+        points->mutable_strokestyle()->set_color("#ff0000");
+        points->mutable_strokestyle()->set_width(3);
+        for (int i = 0; i < 20000; ++i) {
+            pb::Point* point = points->add_points();
+            point->set_x(float((i * 7919) % 800));
+            point->set_y(float((i % 2) * 600));
+        }
+        QTest::newRow("polyline, 20,000 crossing points") << bytes(polyline) << QPoint(360, 300) << QPoint(1000, 300);
+        for (const int lineLength : { 0, 80 }) {
+            pb::WhiteboardData text = itemBody(pb::GraphicActionAdd, "s");
+            pb::Text* words = text.mutable_graphicactiondata()->mutable_textdata()->add_data();
+            words->mutable_baseinfo()->set_gid("s");
+            words->mutable_strokestyle()->set_color("#ff0000");
+            words->mutable_fontstyle()->set_pixelsize(40);
+            words->mutable_position()->set_x(10);
+            words->mutable_position()->set_y(10);
+            std::string letters(64 * 1024, '|');
+            for (size_t i = lineLength; lineLength && i < letters.size(); i += lineLength)
+                letters[i - 1] = '\n';
+            words->set_text(letters);
+            // Bars from the frame's left edge; a frame of one line is as
+            // high as one line.
+            QTest::addRow("text, 64 Ki characters, lines of %d", lineLength)
+                << bytes(text) << QPoint(-1, 30) << QPoint(500, 200);
+        }
+    }
+    void worstItemsPaintWithoutHoldingTheBoard()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QPoint, inked);
+        QFETCH(QPoint, blank);
+        pb::WhiteboardData item;
+        QVERIFY(item.ParseFromArray(body.constData(), int(body.size())));
+        b->scene->setBackgroundColor(Qt::white);
+        b->view->receiveData(wrap({ item }));
+        QVERIFY(!b->frame().isNull());
+        // The pool draws 20,000 pieces in seconds under the sanitizers.
+        const auto red = [this](const QPoint& at) {
+            if (at.x() >= 0)
+                return near(b->scene->renderedImage().pixelColor(at), Qt::red);
+            // A text: red in the row at the frame's top left.
+            const QImage frame = b->scene->renderedImage();
+            for (int x = 10; x < 200; ++x) {
+                if (near(frame.pixelColor(x, at.y()), Qt::red))
+                    return true;
+            }
+            return false;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(red(inked), 60000);
+        QCOMPARE(b->frame().pixelColor(blank), QColor(Qt::white));
+    }
+
     void receivedLineAloneDirtiesNothing()
     {
         pb::WhiteboardData line = itemBody(pb::GraphicActionAdd, "l1");

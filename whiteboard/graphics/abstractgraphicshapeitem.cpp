@@ -282,8 +282,17 @@ void AbstractGraphicShapeItem::paint(QPainter* painter, const QRectF*)
     pen.setJoinStyle(Qt::MiterJoin);
     painter->setPen(pen);
     painter->setBrush(brush);
-    painter->drawPath(m_outlinePath);
+    drawOutline(painter);
     paintSelectionVeil(painter);
+}
+
+void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
+{
+    // A stroke still being drawn changes with every point: painted whole.
+    if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode())
+        m_strokeCache.paint(painter, scene(), m_outlinePath, painter->pen(), painter->brush());
+    else
+        painter->drawPath(m_outlinePath);
 }
 
 void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "graphics/graphicitem.h"
+#include "graphics/graphicstrokecache.h"
 
 #include <QBrush>
 #include <QColor>
@@ -112,6 +113,9 @@ protected:
     void setDrawingStyleDefaults();
     // The selection veil over filled shapes.
     void paintSelectionVeil(QPainter* painter) const;
+    // Render thread, under itemsMutex: `outlinePath` with the painter's pen
+    // and brush; a long finished one from its picture.
+    void drawOutline(QPainter* painter);
     // The colour to paint `color` with: darker when selected, at the item's opacity.
     QColor paintColor(QColor color) const;
     // Signed distance from `q`, relative to the centre of `bounds`, to the
@@ -232,6 +236,8 @@ private:
     QBrush m_brushHovered;
     QPen m_penHovered;
     QPointF m_cacheOffset;
+    // Render thread only.
+    GraphicStrokeCache m_strokeCache;
 };
 
 } // namespace whiteboard

@@ -22,7 +22,11 @@ GraphicImage::GraphicImage(const GraphicImage& other)
     : GraphicFrameItem(other)
     , m_imageKey(other.m_imageKey)
     , m_picture(other.m_picture)
+    , m_awaitingPixels(other.m_awaitingPixels)
 {
+    // A copy made while the pixels decode waits for them too.
+    if (m_awaitingPixels && scene())
+        scene()->imageCodec()->decode(this, m_picture);
 }
 
 void GraphicImage::setImageKey(const QString& imageKey)
@@ -47,10 +51,9 @@ void GraphicImage::paint(QPainter* painter, const QRectF*)
 {
     if (!scene())
         return;
-    const QImage* image = m_imageKey.isEmpty() ? nullptr : scene()->imageByKey(m_imageKey);
-    if (!image || image->isNull()) {
-        // Pixels still being decoded, or none that decode: the frame shows
-        // where the picture goes.
+    if (m_awaitingPixels) {
+        // The first pixels are still being decoded: the frame shows where
+        // the picture goes.
         painter->save();
         painter->setPen(QPen(QColor(160, 160, 160), 0, Qt::DashLine));
         painter->setBrush(Qt::NoBrush);
@@ -58,6 +61,9 @@ void GraphicImage::paint(QPainter* painter, const QRectF*)
         painter->restore();
         return;
     }
+    const QImage* image = m_imageKey.isEmpty() ? nullptr : scene()->imageByKey(m_imageKey);
+    if (!image || image->isNull())
+        return;
     // Stretched into the frame; selection shows only in the controller's frame.
     painter->save();
     painter->setOpacity(opacity());
@@ -126,6 +132,7 @@ void GraphicImage::readEntry(const google::protobuf::MessageLite& entry)
         // then the picture held stays.
         if (bytes != m_picture) {
             m_picture = bytes;
+            m_awaitingPixels = m_imageKey.isEmpty();
             scene()->imageCodec()->decode(this, m_picture);
         }
     }

@@ -49,6 +49,8 @@ private:
 
     QString m_imageKey;
     QByteArray m_picture;
+    // A received item whose first pixels are being decoded. Under itemsMutex.
+    bool m_awaitingPixels = false;
 };
 
 } // namespace whiteboard

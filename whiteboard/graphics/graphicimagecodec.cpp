@@ -84,11 +84,21 @@ void GraphicImageCodec::hand(quint64 ticket, const QImage& image)
             // The render thread reads the key as it paints.
             QMutexLocker locker(&m_scene->itemsMutex());
             item->m_imageKey = key;
+            item->m_awaitingPixels = false;
             dirty = item->boundary().toAlignedRect();
         }
         m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(dirty));
     }
     emit pictureDecoded();
+}
+
+void GraphicImageCodec::run(std::function<void()> work, const QRect& region)
+{
+    m_pool.start([this, work = std::move(work), region] {
+        work();
+        QMetaObject::invokeMethod(this, [this, region] { m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(region)); },
+                                  Qt::QueuedConnection);
+    });
 }
 
 void GraphicImageCodec::waitForDone()

@@ -6,8 +6,11 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QRect>
 #include <QString>
 #include <QThreadPool>
+
+#include <functional>
 
 namespace whiteboard {
 
@@ -38,6 +41,11 @@ public:
     void waitForDone();
     // Decodes asked for and not yet handed out.
     int pending() const { return int(m_queued.size() + m_running.size()); }
+
+    // Any thread. Runs `work` on the pool, then repaints `region` of the
+    // item layer from the GUI thread. `work` must hold no item: it may end
+    // after its item.
+    void run(std::function<void()> work, const QRect& region);
 
     // Any thread. The picture of a wire form, scaled down to the picture
     // limit; null if the bytes do not decode.

@@ -143,7 +143,7 @@ void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
         painter->setPen(QPen(QBrush(pen.color().darker(110), Qt::SolidPattern), pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
     }
     painter->setBrush(brush());
-    painter->drawPath(m_outlinePath);
+    drawOutline(painter);
     painter->drawPath(m_currentSegment);
     paintSelectionVeil(painter);
 }
