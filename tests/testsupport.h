@@ -67,8 +67,9 @@ struct ViewFixture
     // Requests a frame and waits until one composed after every change so far
     // is shown; false if none came. The round trip first lets the render
     // thread finish a frame under way and take what was queued to it (the
-    // border region); frames hold itemsMutex throughout, so the first frame
-    // counted after this request shows every earlier change.
+    // border region); a frame takes its state and items under itemsMutex as
+    // it starts, so the first frame counted after this request shows every
+    // earlier change.
     bool settle()
     {
         QMetaObject::invokeMethod(scene->renderer(), [] {}, Qt::BlockingQueuedConnection);

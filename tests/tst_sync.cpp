@@ -708,6 +708,8 @@ private slots:
         QTRY_COMPARE(b->scene->renderedImage(), reference.scene->renderedImage());
         // Caught up by the render thread on its own, without a call that forces it.
         QTRY_VERIFY(render->thumbnailPasses() > passes);
+        // Handed to the scene on the GUI thread, after the pass.
+        QTRY_VERIFY(!thumbnails.isEmpty());
         QCOMPARE(*thumbnails.last().at(0).value<QImage*>(), thumbnail);
     }
 

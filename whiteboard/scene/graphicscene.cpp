@@ -813,8 +813,7 @@ void GraphicScene::updateFocusItem()
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
 {
-    // Brings the images up to date, under itemsMutex; the contents are then
-    // read without a lock.
+    // Brings the images up to date; they are the GUI thread's, read without a lock.
     if (m_render)
         m_render->catchUpThumbnails();
     return smallThumbnail ? &m_smallThumbnail : &m_thumbnail;
@@ -832,6 +831,10 @@ void GraphicScene::onViewWidthChanged()
 {
     if (!m_view)
         return;
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_viewBounds = viewBoundingRect();
+    }
     m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
     updateViewport(viewBoundingRect().center());
 }
