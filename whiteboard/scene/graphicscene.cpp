@@ -75,12 +75,18 @@ GraphicScene::~GraphicScene()
         QMutexLocker locker(&m_itemsMutex);
         m_view = nullptr;
     }
+    SceneRender* render = m_render;
     m_render = nullptr;
     m_renderThread.quit();
     if (!m_renderThread.wait(3000)) {
         m_renderThread.terminate();
         m_renderThread.wait();
     }
+    // The worker's last act on its thread was to take and release itemsMutex
+    // (SceneRender::quit): taking it here orders all it did before what is
+    // torn down below, which Qt's own wait does not show to ThreadSanitizer.
+    QMutexLocker locker(&m_itemsMutex);
+    delete render;
 
     qDeleteAll(m_imageCache);
     m_imageCache.clear();

@@ -178,7 +178,9 @@ void SceneRender::quit()
         m_paintTimer->stop();
     if (m_thumbnailTimer)
         m_thumbnailTimer->stop();
-    deleteLater();
+    // The scene deletes us once the thread has ended; this lock is what
+    // orders our work before that, for ThreadSanitizer as for the reader.
+    QMutexLocker locker(&m_scene->m_itemsMutex);
 }
 
 QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush)

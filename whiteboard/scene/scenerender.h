@@ -147,7 +147,7 @@ private:
     std::atomic<int> m_partialFrames { 0 };
     std::atomic<int> m_thumbnailPasses { 0 };
     SceneMutex m_dirtyMutex;
-    mutable QMutex m_imageMutex;
+    mutable SceneMutex m_imageMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;
     // imageMutex guards these four.
