@@ -270,25 +270,20 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
         case Command::PolygonF:
         case Command::Polygon: {
             const auto mode = QPaintEngine::PolygonDrawMode(command.polygonMode);
-            const bool floating = command.kind == Command::PolygonF;
-            const int count = int(floating ? command.pointsF.size() : command.points.size());
-            if (mode == QPaintEngine::PolylineMode) {
-                if (floating)
-                    painter->drawPolyline(command.pointsF.constData(), count);
+            // The painter call that hands the engine this mode, for either point type.
+            const auto draw = [painter, mode](const auto& points) {
+                const int count = int(points.size());
+                if (mode == QPaintEngine::PolylineMode)
+                    painter->drawPolyline(points.constData(), count);
+                else if (mode == QPaintEngine::ConvexMode)
+                    painter->drawConvexPolygon(points.constData(), count);
                 else
-                    painter->drawPolyline(command.points.constData(), count);
-            } else if (mode == QPaintEngine::ConvexMode) {
-                if (floating)
-                    painter->drawConvexPolygon(command.pointsF.constData(), count);
-                else
-                    painter->drawConvexPolygon(command.points.constData(), count);
-            } else {
-                const Qt::FillRule rule = mode == QPaintEngine::WindingMode ? Qt::WindingFill : Qt::OddEvenFill;
-                if (floating)
-                    painter->drawPolygon(command.pointsF.constData(), count, rule);
-                else
-                    painter->drawPolygon(command.points.constData(), count, rule);
-            }
+                    painter->drawPolygon(points.constData(), count, mode == QPaintEngine::WindingMode ? Qt::WindingFill : Qt::OddEvenFill);
+            };
+            if (command.kind == Command::PolygonF)
+                draw(command.pointsF);
+            else
+                draw(command.points);
             break;
         }
         case Command::Pixmap:

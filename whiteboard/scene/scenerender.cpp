@@ -20,8 +20,11 @@ namespace whiteboard {
 namespace {
 
 // A region of many rectangles costs more to query piece by piece than as
-// its bounding rectangle.
+// its bounding rectangle. Frames keep more pieces than the thumbnails: a
+// burst of received moves scattered over a big board would otherwise
+// repaint, and record under itemsMutex, every item of the page.
 constexpr int kMaxQueryRects = 16;
+constexpr int kMaxFrameRects = 64;
 
 QRect boundsOf(const DirtyArea& area)
 {
@@ -129,7 +132,7 @@ void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer
     const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
     QMutexLocker locker(&m_dirtyMutex);
     m_silentDirty += area;
-    if (m_silentDirty.rectCount() > kMaxQueryRects)
+    if (m_silentDirty.rectCount() > kMaxFrameRects)
         m_silentDirty = m_silentDirty.boundingRect();
     if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole) {
         m_thumbnailDirty += area;
@@ -309,7 +312,7 @@ void SceneRender::paint()
                 continue;
             changed += boundsOf(area);
             // Unions of many pieces cost more than they save.
-            if (changed.rectCount() > kMaxQueryRects)
+            if (changed.rectCount() > kMaxFrameRects)
                 changed = changed.boundingRect();
         }
     }
@@ -424,7 +427,7 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
         return back.mapRect(QRectF(rect)).adjusted(-margin, -margin, margin, margin);
     };
     GraphicItemList found;
-    if (area.rectCount() == 1 || area.rectCount() > kMaxQueryRects) {
+    if (area.rectCount() == 1 || area.rectCount() > kMaxFrameRects) {
         found = root->query(sceneRect(area.boundingRect()));
     } else {
         QSet<const GraphicItem*> seen;
