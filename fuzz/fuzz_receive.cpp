@@ -12,6 +12,7 @@
 #include "graphics/graphicarrowline.h"
 #include "graphics/graphicellipseitem.h"
 #include "graphics/graphicimage.h"
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphiclineitem.h"
 #include "graphics/graphiclinesegmentitem.h"
 #include "graphics/graphicpenitem.h"
@@ -111,10 +112,20 @@ void fillCommon(Message* m, FuzzedDataProvider& in)
     }
 }
 
+// One input in this many carries a huge stroke or text. They cost the
+// target tens of milliseconds each under the sanitizers, so a campaign made
+// mostly of them explores little else.
+constexpr int kHugeOneIn = 64;
+
+bool huge(FuzzedDataProvider& in)
+{
+    return in.ConsumeIntegralInRange(0, kHugeOneIn - 1) == 0;
+}
+
 int pointCount(FuzzedDataProvider& in)
 {
-    // Mostly few, sometimes past the limit.
-    return in.ConsumeBool() ? in.ConsumeIntegralInRange(0, 8) : in.ConsumeIntegralInRange(0, 25000);
+    // Mostly few, now and then past the limit.
+    return huge(in) ? in.ConsumeIntegralInRange(0, 25000) : in.ConsumeIntegralInRange(0, 12);
 }
 
 template <class Message>
@@ -238,7 +249,7 @@ void fillAction(pb::GraphicAction* action, FuzzedDataProvider& in)
             fillCommon(m, in);
             if (in.ConsumeBool())
                 fillPoint(m->mutable_position(), in);
-            const size_t length = in.ConsumeBool() ? in.ConsumeIntegralInRange<size_t>(0, 40) : 70000;
+            const size_t length = huge(in) ? 70000 : in.ConsumeIntegralInRange<size_t>(0, 40);
             m->set_text(std::string(length, 'W') + in.ConsumeRandomLengthString(16));
             if (in.ConsumeBool()) {
                 pb::FontStyle* f = m->mutable_fontstyle();
@@ -476,6 +487,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     }
     scene->receiveData(message);
+    // Received pictures are decoded on the scene's pool; their hand-over is
+    // part of the input.
+    scene->imageCodec()->waitForDone();
 
     // Items leave through deleteLater; a fresh scene now and then keeps the
     // state of one input from piling up under the next.

@@ -3,6 +3,7 @@
 #include "messages.h"
 #include "testsupport.h"
 
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphiclinesegmentitem.h"
 #include "graphics/graphicmarkitem.h"
 #include "graphics/graphicpalette.h"
@@ -14,6 +15,7 @@
 
 
 #include <QCursor>
+#include <QDataStream>
 #include <QDateTime>
 #include <QPainter>
 #include <QPointer>
@@ -618,6 +620,79 @@ private slots:
         QVERIFY(!b->frame().isNull());
     }
 
+    // The worst items within the limits paint without holding the board:
+    // a frame comes at once (stroking 20,000 crossing pieces took minutes),
+    // and the whole item shows once the pool has drawn or laid it out.
+    void worstItemsPaintWithoutHoldingTheBoard_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QPoint>("inked"); // a pixel the finished item inks
+        QTest::addColumn<QPoint>("blank"); // one it leaves white
+        auto bytes = [](const pb::WhiteboardData& body) { return QByteArray::fromStdString(body.SerializeAsString()); };
+        // A zig-zag between the tops and the bottoms: its first piece
+        // crosses (360, 300), which the stand-in's lines along y = 0 miss.
+        pb::WhiteboardData pen = itemBody(pb::GraphicActionAdd, "s");
+        pb::Path* path = pen.mutable_graphicactiondata()->mutable_pathdata()->add_data();
+        path->mutable_baseinfo()->set_gid("s");
+        path->mutable_strokestyle()->set_color("#ff0000");
+        path->mutable_strokestyle()->set_width(3);
+        path->set_path(crossingPathText(20000));
+        QTest::newRow("pen, 20,000 crossing points") << bytes(pen) << QPoint(360, 300) << QPoint(1000, 300);
+        pb::WhiteboardData polyline = itemBody(pb::GraphicActionAdd, "s");
+        pb::Polyline* points = polyline.mutable_graphicactiondata()->mutable_polylinedata()->add_data();
+        points->mutable_baseinfo()->set_gid("s");
+        points->mutable_strokestyle()->set_color("#ff0000");
+        points->mutable_strokestyle()->set_width(3);
+        for (int i = 0; i < 20000; ++i) {
+            pb::Point* point = points->add_points();
+            point->set_x(float((i * 7919) % 800));
+            point->set_y(float((i % 2) * 600));
+        }
+        QTest::newRow("polyline, 20,000 crossing points") << bytes(polyline) << QPoint(360, 300) << QPoint(1000, 300);
+        for (const int lineLength : { 0, 80 }) {
+            pb::WhiteboardData text = itemBody(pb::GraphicActionAdd, "s");
+            pb::Text* words = text.mutable_graphicactiondata()->mutable_textdata()->add_data();
+            words->mutable_baseinfo()->set_gid("s");
+            words->mutable_strokestyle()->set_color("#ff0000");
+            words->mutable_fontstyle()->set_pixelsize(40);
+            words->mutable_position()->set_x(10);
+            words->mutable_position()->set_y(10);
+            std::string letters(64 * 1024, '|');
+            for (size_t i = lineLength; lineLength && i < letters.size(); i += lineLength)
+                letters[i - 1] = '\n';
+            words->set_text(letters);
+            // Bars from the frame's left edge; a frame of one line is as
+            // high as one line.
+            QTest::addRow("text, 64 Ki characters, lines of %d", lineLength)
+                << bytes(text) << QPoint(-1, 30) << QPoint(500, 200);
+        }
+    }
+    void worstItemsPaintWithoutHoldingTheBoard()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QPoint, inked);
+        QFETCH(QPoint, blank);
+        pb::WhiteboardData item;
+        QVERIFY(item.ParseFromArray(body.constData(), int(body.size())));
+        b->scene->setBackgroundColor(Qt::white);
+        b->view->receiveData(wrap({ item }));
+        QVERIFY(!b->frame().isNull());
+        // The pool draws 20,000 pieces in seconds under the sanitizers.
+        const auto red = [this](const QPoint& at) {
+            if (at.x() >= 0)
+                return near(b->scene->renderedImage().pixelColor(at), Qt::red);
+            // A text: red in the row at the frame's top left.
+            const QImage frame = b->scene->renderedImage();
+            for (int x = 10; x < 200; ++x) {
+                if (near(frame.pixelColor(x, at.y()), Qt::red))
+                    return true;
+            }
+            return false;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(red(inked), 60000);
+        QCOMPARE(b->frame().pixelColor(blank), QColor(Qt::white));
+    }
+
     void receivedLineAloneDirtiesNothing()
     {
         pb::WhiteboardData line = itemBody(pb::GraphicActionAdd, "l1");
@@ -711,6 +786,73 @@ private slots:
         // Handed to the scene on the GUI thread, after the pass.
         QTRY_VERIFY(!thumbnails.isEmpty());
         QCOMPARE(*thumbnails.last().at(0).value<QImage*>(), thumbnail);
+    }
+
+    // A received picture is decoded off the GUI thread: its item is on the
+    // board at once, and what follows for its gid applies as if the pixels
+    // had come with the add. Messages given before the event loop runs are
+    // all received while the pixels are still decoding.
+    void receivedPictureKeepsMessageOrder_data()
+    {
+        // Each step: kind (0 add, 1 update, 3 remove), colour of the pixels
+        // carried (none: frame only), frame.
+        QTest::addColumn<bool>("versioned");
+        QTest::addColumn<QList<QVariantList>>("steps");
+        QTest::addColumn<QColor>("shown"); // at the centre of the last frame; none: no item
+        const QRectF first(100, 100, 200, 150);
+        const QRectF moved(500, 300, 200, 150);
+        for (const bool versioned : { false, true }) {
+            const char* way = versioned ? "versioned: " : "in order: ";
+            QTest::addRow("%sadd", way) << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first } } << QColor(Qt::red);
+            QTest::addRow("%smove while decoding", way)
+                << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first }, { 1, QColor(), moved } } << QColor(Qt::red);
+            QTest::addRow("%sother pixels while decoding", way)
+                << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first }, { 1, QColor(Qt::green), moved } }
+                << QColor(Qt::green);
+            QTest::addRow("%sremoved while decoding", way)
+                << versioned << QList<QVariantList> { { 0, QColor(Qt::red), first }, { 3, QColor(), first } } << QColor();
+        }
+    }
+    void receivedPictureKeepsMessageOrder()
+    {
+        QFETCH(bool, versioned);
+        QFETCH(QList<QVariantList>, steps);
+        QFETCH(QColor, shown);
+        b->scene->setBackgroundColor(Qt::white);
+        for (int i = 0; i < steps.size(); ++i) {
+            const QVariantList& step = steps.at(i);
+            pb::WhiteboardData body = itemBody(pb::GraphicActionType(step.at(0).toInt()), "p", versioned ? i + 1 : -1, 9);
+            pb::Image* image = body.mutable_graphicactiondata()->mutable_imagedata()->add_data();
+            image->mutable_baseinfo()->set_gid("p");
+            const QRectF frame = step.at(2).toRectF();
+            image->mutable_leftpos()->set_x(float(frame.x()));
+            image->mutable_leftpos()->set_y(float(frame.y()));
+            image->set_width(float(frame.width()));
+            image->set_heigth(float(frame.height()));
+            if (const QColor colour = step.at(1).value<QColor>(); colour.isValid()) {
+                QImage picture(64, 48, QImage::Format_ARGB32);
+                picture.fill(colour);
+                QByteArray bytes;
+                QDataStream stream(&bytes, QIODevice::WriteOnly);
+                stream << picture;
+                image->set_data(bytes.toStdString());
+            }
+            b->view->receiveData(wrap({ body }));
+            // The gid table holds the item from its add on.
+            if (step.at(0).toInt() == pb::GraphicActionAdd)
+                QVERIFY(b->scene->findItem(QStringLiteral("p")));
+        }
+        QTRY_COMPARE(b->scene->imageCodec()->pending(), 0);
+        const QPointF centre = steps.last().at(2).toRectF().center();
+        const QImage frame = b->frame();
+        if (!shown.isValid()) {
+            QCOMPARE(b->scene->itemCount(GraphicScene::ItemLayer), 0);
+            QCOMPARE(frame.pixelColor(centre.toPoint()), QColor(Qt::white));
+            return;
+        }
+        QCOMPARE(frame.pixelColor(centre.toPoint()), shown);
+        // Nothing is left where the picture was before it moved.
+        QCOMPARE(frame.pixelColor(QPoint(150, 150)), steps.last().at(2).toRectF().contains(150, 150) ? shown : QColor(Qt::white));
     }
 
     void hoverSendsPointerExceptOnHandle()

@@ -215,6 +215,8 @@ void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
     const auto* received = qobject_cast<GraphicImage*>(other.findItem(image->gid()).data());
     QVERIFY(received);
     QCOMPARE(received->boundary(), image->boundary());
+    // Decoded on the other board's pool, and handed over from its event loop.
+    QTRY_VERIFY(!received->imageKey().isEmpty());
     QCOMPARE(other.imageByKey(received->imageKey())->size(), placed);
 }
 

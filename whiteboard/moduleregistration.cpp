@@ -8,7 +8,6 @@
 #include "whiteboardview.h"
 
 #include <QQmlEngine>
-#include <QSvgRenderer>
 
 namespace whiteboard {
 
@@ -32,15 +31,6 @@ void registerModuleTypes(const char* uri)
     qRegisterMetaType<GraphicItem*>();
     qRegisterMetaType<ThumbnailImage*>();
     qRegisterMetaType<GraphicPalette*>();
-}
-
-// Draws the pointers of the other participants: made when the library loads,
-// loaded from ":/arrow.svg" by the first mark, kept to process exit.
-static QSvgRenderer arrowRendererInstance;
-
-QSvgRenderer& arrowRenderer()
-{
-    return arrowRendererInstance;
 }
 
 } // namespace whiteboard

@@ -215,6 +215,19 @@ bool AbstractGraphicShapeItem::closedShapeHit(const QPointF& point, Qt::ItemSele
     return false;
 }
 
+bool AbstractGraphicShapeItem::segmentHit(const QPointF& point) const
+{
+    const double t = hitTolerance();
+    // With both ends at one point d is NaN and neither test rejects it: a
+    // line of one point is hit everywhere its bounds are searched.
+    const double d = sdSegment(point, m_outlinePath.elementAt(0), m_outlinePath.elementAt(1));
+    if (d > t)
+        return false;
+    if (-t > d)
+        return false;
+    return true;
+}
+
 bool AbstractGraphicShapeItem::takePress(QMouseEvent* event, bool onItem)
 {
     event->setAccepted(false);
@@ -271,8 +284,17 @@ void AbstractGraphicShapeItem::paint(QPainter* painter, const QRectF*)
     pen.setJoinStyle(Qt::MiterJoin);
     painter->setPen(pen);
     painter->setBrush(brush);
-    painter->drawPath(m_outlinePath);
+    drawOutline(painter);
     paintSelectionVeil(painter);
+}
+
+void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
+{
+    // A stroke still being drawn changes with every point: painted whole.
+    if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode())
+        m_strokeCache.paint(painter, scene(), m_outlinePath, painter->pen(), painter->brush());
+    else
+        painter->drawPath(m_outlinePath);
 }
 
 void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const

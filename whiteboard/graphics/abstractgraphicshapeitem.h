@@ -1,6 +1,7 @@
 #pragma once
 
 #include "graphics/graphicitem.h"
+#include "graphics/graphicstrokecache.h"
 
 #include <QBrush>
 #include <QColor>
@@ -112,6 +113,9 @@ protected:
     void setDrawingStyleDefaults();
     // The selection veil over filled shapes.
     void paintSelectionVeil(QPainter* painter) const;
+    // Render thread, under itemsMutex: `outlinePath` with the painter's pen
+    // and brush; a long finished one from its picture.
+    void drawOutline(QPainter* painter);
     // The colour to paint `color` with: darker when selected, at the item's opacity.
     QColor paintColor(QColor color) const;
     // Signed distance from `q`, relative to the centre of `bounds`, to the
@@ -121,6 +125,10 @@ protected:
     // bounds; in the shape modes a band around the outline always hits and
     // the inside only when filled.
     bool closedShapeHit(const QPointF& point, Qt::ItemSelectionMode mode, OutlineDistance distance) const;
+    // Point test of a shape drawn as one segment between the first two
+    // elements of `outlinePath` (a line, an arrow's shaft): within the hit
+    // tolerance of it.
+    bool segmentHit(const QPointF& point) const;
 
     // The pointer steps shared by the items drawn by a drag. A press on the
     // item (`onItem`) takes the focus, and in edit mode every press starts
@@ -162,6 +170,15 @@ protected:
             return true;
         reportParseFailure();
         return false;
+    }
+
+    // Parses `data` as the item's own message and reads it as a received entry.
+    template <class Message>
+    void deserializeAs(const QByteArray& data)
+    {
+        Message message;
+        if (decode(message, data))
+            readEntry(message);
     }
 
     // The steps every received styled item starts with: identity, styles,
@@ -219,6 +236,8 @@ private:
     QBrush m_brushHovered;
     QPen m_penHovered;
     QPointF m_cacheOffset;
+    // Render thread only.
+    GraphicStrokeCache m_strokeCache;
 };
 
 } // namespace whiteboard

@@ -1,7 +1,6 @@
 #include "graphics/graphicarrowline.h"
 
 #include "graphics/graphicarrowlinecontroller.h"
-#include "graphics/graphicdistance.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
@@ -90,16 +89,9 @@ bool GraphicArrowLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelec
     switch (mode) {
     case Qt::ContainsItemShape:
     case Qt::IntersectsItemShape:
-        if (m_outlinePath.elementCount() >= 2) {
-            // Only the shaft counts: the head is not a hit target.
-            const double t = hitTolerance();
-            const double d = sdSegment(point, m_outlinePath.elementAt(0), m_outlinePath.elementAt(1));
-            if (d > t)
-                return false;
-            if (-t > d)
-                return false;
-            return true;
-        }
+        // Only the shaft counts: the head is not a hit target.
+        if (m_outlinePath.elementCount() >= 2)
+            return segmentHit(point);
         Q_FALLTHROUGH();
     case Qt::ContainsItemBoundingRect:
     case Qt::IntersectsItemBoundingRect: {
@@ -193,9 +185,12 @@ void GraphicArrowLineItem::serializeToAction(im::whiteboard::GraphicAction* acti
 
 void GraphicArrowLineItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Arrow message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Arrow>(data);
+}
+
+void GraphicArrowLineItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Arrow&>(entry);
     applyCommon(message);
     const auto ends = receivedEnds(message);
     if (!ends)

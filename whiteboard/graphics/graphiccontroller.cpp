@@ -1,6 +1,7 @@
 #include "graphics/graphiccontroller.h"
 
 #include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicdistance.h"
 #include "scene/graphicscene.h"
 
 #include <QJSEngine>
@@ -123,15 +124,12 @@ int GraphicController::controlPointAt(const QPointF& itemPos)
         const double h = point.size * 0.5 / s;
         const QPointF d = itemPos - point.position;
         double distance = 0.0;
-        if (point.style == GraphicDefine::GCP_Rectangle) {
-            const double qx = std::abs(d.x()) - h;
-            const double qy = std::abs(d.y()) - h;
-            distance = std::sqrt(std::pow(std::max(qx, 0.0), 2) + std::pow(std::max(qy, 0.0), 2)) + std::min(std::max(qx, qy), 0.0);
-        } else if (point.style == GraphicDefine::GCP_Circle || point.style == GraphicDefine::GCP_Diamond) {
-            distance = std::sqrt(d.x() * d.x() + d.y() * d.y()) - h;
-        } else {
+        if (point.style == GraphicDefine::GCP_Rectangle)
+            distance = sdBox(d, QPointF(h, h));
+        else if (point.style == GraphicDefine::GCP_Circle || point.style == GraphicDefine::GCP_Diamond)
+            distance = sdCircle(d, h); // a diamond is hit as its circle
+        else
             continue;
-        }
         if (distance <= 0.0)
             return point.type;
     }

@@ -78,7 +78,12 @@ void GraphicEllipseItem::serializeToAction(im::whiteboard::GraphicAction* action
 
 void GraphicEllipseItem::deserialize(const QByteArray& data)
 {
-    readShape<im::whiteboard::Ellipse>(data);
+    deserializeAs<im::whiteboard::Ellipse>(data);
+}
+
+void GraphicEllipseItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    readShape(static_cast<const im::whiteboard::Ellipse&>(entry));
 }
 
 } // namespace whiteboard

@@ -74,11 +74,8 @@ protected:
     // Applies a received closed shape; its outline is the one a drag of the
     // frame without modifiers draws.
     template <class Message>
-    void readShape(const QByteArray& data)
+    void readShape(const Message& message)
     {
-        Message message;
-        if (!decode(message, data))
-            return;
         applyCommon(message);
         if (const auto frame = receivedFrame(message))
             setReceivedOutline(framePath(*frame, Qt::NoModifier), *frame);

@@ -1,11 +1,10 @@
 #include "graphics/graphicimage.h"
 
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphicimagecontroller.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
-#include <QDataStream>
-#include <QIODevice>
 #include <QPainter>
 
 namespace whiteboard {
@@ -18,11 +17,24 @@ GraphicImage::GraphicImage(const QString& imageKey, GraphicScene* scene, Graphic
     setCursorShape(Qt::PointingHandCursor);
 }
 
-// A copy shares the picture through its key.
+// A copy shares the picture through its key, and its wire form.
 GraphicImage::GraphicImage(const GraphicImage& other)
     : GraphicFrameItem(other)
     , m_imageKey(other.m_imageKey)
+    , m_picture(other.m_picture)
+    , m_awaitingPixels(other.m_awaitingPixels)
 {
+    // A copy made while the pixels decode waits for them too.
+    if (m_awaitingPixels && scene())
+        scene()->imageCodec()->decode(this, m_picture);
+}
+
+void GraphicImage::setImageKey(const QString& imageKey)
+{
+    if (m_imageKey == imageKey)
+        return;
+    m_imageKey = imageKey;
+    m_picture.clear();
 }
 
 GraphicController* GraphicImage::makeController()
@@ -37,9 +49,19 @@ GraphicItem* GraphicImage::copy()
 
 void GraphicImage::paint(QPainter* painter, const QRectF*)
 {
-    if (m_imageKey.isEmpty() || !scene())
+    if (!scene())
         return;
-    const QImage* image = scene()->imageByKey(m_imageKey);
+    if (m_awaitingPixels) {
+        // The first pixels are still being decoded: the frame shows where
+        // the picture goes.
+        painter->save();
+        painter->setPen(QPen(QColor(160, 160, 160), 0, Qt::DashLine));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRect(boundary());
+        painter->restore();
+        return;
+    }
+    const QImage* image = m_imageKey.isEmpty() ? nullptr : scene()->imageByKey(m_imageKey);
     if (!image || image->isNull())
         return;
     // Stretched into the frame; selection shows only in the controller's frame.
@@ -56,7 +78,7 @@ bool GraphicImage::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode
 
 // --- wire message -----------------------------------------------------------
 
-void GraphicImage::buildMessage(im::whiteboard::Image* message, bool withPicture) const
+void GraphicImage::buildMessage(im::whiteboard::Image* message, bool withPicture)
 {
     message->set_allocated_baseinfo(makeBaseInfo());
     writeFrame(message);
@@ -65,19 +87,20 @@ void GraphicImage::buildMessage(im::whiteboard::Image* message, bool withPicture
     if (!withPicture)
         return;
     // Keys are never sent, as each client fingerprints the pixels itself.
-    // The stream keeps the toolkit's default version, which all clients
-    // must share.
-    const QImage* image = scene() ? scene()->imageByKey(m_imageKey) : nullptr;
-    QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
-    stream << (image ? *image : QImage());
-    message->set_data(bytes.constData(), size_t(bytes.size()));
+    if (m_picture.isEmpty()) {
+        const QImage* image = scene() && !m_imageKey.isEmpty() ? scene()->imageByKey(m_imageKey) : nullptr;
+        m_picture = GraphicImageCodec::encode(image ? *image : QImage());
+    }
+    message->set_data(m_picture.constData(), size_t(m_picture.size()));
 }
 
 QByteArray GraphicImage::serialize()
 {
+    // The wire form of an item's state, which the scene reads back after
+    // each change: the pixels are their own wire form already, so they stay
+    // out of it, and the item keeps them.
     im::whiteboard::Image message;
-    buildMessage(&message, true);
+    buildMessage(&message, false);
     return encode(message);
 }
 
@@ -92,20 +115,26 @@ void GraphicImage::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicImage::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Image message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Image>(data);
+}
+
+void GraphicImage::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Image&>(entry);
     // An image has no styles on the wire.
     applyBaseInfo(message.baseinfo());
     if (message.has_opacity())
         setOpacity(message.opacity());
     if (message.has_data() && scene()) {
-        QByteArray bytes(message.data().data(), qsizetype(message.data().size()));
-        QDataStream stream(&bytes, QIODevice::ReadOnly);
-        QImage image;
-        // Bytes that do not decode leave a null image, stored like any other.
-        stream >> image;
-        m_imageKey = scene()->addImage(image);
+        const QByteArray bytes = QByteArray::fromStdString(message.data());
+        // The same pixels again (an add that brings the item back) keep the
+        // picture shown; others replace it once they are decoded, and until
+        // then the picture held stays.
+        if (bytes != m_picture) {
+            m_picture = bytes;
+            m_awaitingPixels = m_imageKey.isEmpty();
+            scene()->imageCodec()->decode(this, m_picture);
+        }
     }
     if (const auto frame = receivedFrame(message)) {
         QPainterPath outline;

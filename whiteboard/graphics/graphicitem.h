@@ -24,6 +24,10 @@ namespace im::whiteboard {
 class GraphicAction;
 }
 
+namespace google::protobuf {
+class MessageLite;
+}
+
 namespace whiteboard {
 
 class GraphicScene;
@@ -150,6 +154,9 @@ public:
     virtual void paint(QPainter* painter, const QRectF* rect = nullptr);
     virtual QByteArray serialize();
     virtual void deserialize(const QByteArray& data);
+    // Takes the state of a received list entry of the item's own kind, as
+    // parsed with the message: deserialize() without the bytes.
+    virtual void readEntry(const google::protobuf::MessageLite& entry);
     virtual void serializeToAction(im::whiteboard::GraphicAction* action);
     virtual GraphicItem* copy();
     virtual bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const;
@@ -202,10 +209,16 @@ protected:
     // through this item's own chain.
     QPointF eventScenePos(const QMouseEvent* event) const;
 
-private:
-    // The scene keeps the layers whose index holds the item.
-    friend class GraphicScene;
+public:
+    // Whether the index of the scene layer `layer` holds the item: the
+    // scene's own record, written and read under itemsMutex.
+    bool filedIn(int layer) const { return m_indexLayers & (1u << layer); }
+    void setFiledIn(int layer, bool filed)
+    {
+        m_indexLayers = filed ? quint8(m_indexLayers | (1u << layer)) : quint8(m_indexLayers & ~(1u << layer));
+    }
 
+private:
     QPointF chainOffset() const;
 
     mutable GraphicController* m_controller = nullptr;

@@ -1,6 +1,5 @@
 #include "graphics/graphiclineitem.h"
 
-#include "graphics/graphicdistance.h"
 #include "graphics/graphiclinecontroller.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
@@ -42,14 +41,7 @@ bool GraphicLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionM
     case Qt::IntersectsItemShape: {
         if (m_outlinePath.elementCount() != 2)
             return m_outlinePath.boundingRect().contains(point);
-        const double t = hitTolerance();
-        // With both ends at one point d is NaN and neither test rejects it.
-        const double d = sdSegment(point, m_outlinePath.elementAt(0), m_outlinePath.elementAt(1));
-        if (d > t)
-            return false;
-        if (-t > d)
-            return false;
-        return true;
+        return segmentHit(point);
     }
     case Qt::ContainsItemBoundingRect:
     case Qt::IntersectsItemBoundingRect:
@@ -131,9 +123,12 @@ void GraphicLineItem::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicLineItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Line message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Line>(data);
+}
+
+void GraphicLineItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Line&>(entry);
     applyCommon(message);
     const auto ends = receivedEnds(message);
     if (!ends)

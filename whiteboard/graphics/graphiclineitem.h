@@ -25,6 +25,7 @@ public:
     GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
+    void readEntry(const google::protobuf::MessageLite& entry) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
     void mousePressEvent(QMouseEvent* event) override;

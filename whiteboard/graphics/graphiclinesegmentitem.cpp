@@ -143,7 +143,7 @@ void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
         painter->setPen(QPen(QBrush(pen.color().darker(110), Qt::SolidPattern), pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
     }
     painter->setBrush(brush());
-    painter->drawPath(m_outlinePath);
+    drawOutline(painter);
     painter->drawPath(m_currentSegment);
     paintSelectionVeil(painter);
 }
@@ -174,9 +174,12 @@ void GraphicLineSegmentItem::serializeToAction(im::whiteboard::GraphicAction* ac
 
 void GraphicLineSegmentItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Polyline message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Polyline>(data);
+}
+
+void GraphicLineSegmentItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Polyline&>(entry);
     // A polyline without points has no first vertex to start from.
     if (message.points_size() == 0)
         return;

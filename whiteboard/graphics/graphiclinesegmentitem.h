@@ -28,6 +28,7 @@ public:
     GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
+    void readEntry(const google::protobuf::MessageLite& entry) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;

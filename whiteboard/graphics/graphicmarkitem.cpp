@@ -1,6 +1,5 @@
 #include "graphics/graphicmarkitem.h"
 
-#include "moduleregistration.h"
 #include "scene/graphicscene.h"
 
 #include <QFontMetricsF>
@@ -19,6 +18,16 @@ constexpr double kLabelHeight = 18.0;
 constexpr double kLabelPadding = 12.0;
 constexpr double kMaxTextWidth = 120.0;
 constexpr int kLabelPixelSize = 16;
+
+// Draws the pointers of the other participants: made when the library loads,
+// loaded from ":/arrow.svg" by the first mark (GUI thread), kept to process
+// exit. Every mark of every scene paints with it on its render thread.
+QSvgRenderer arrowRendererInstance;
+
+QSvgRenderer& arrowRenderer()
+{
+    return arrowRendererInstance;
+}
 
 } // namespace
 

@@ -1,5 +1,7 @@
 #include "graphics/graphicpalette.h"
 
+#include "graphics/graphicimagecodec.h"
+
 #include <QImage>
 #include <QJSEngine>
 
@@ -69,7 +71,11 @@ void GraphicPalette::setFillStyleByStringColor(const QString& color)
 
 void GraphicPalette::setFillStyleByImage(const QString& filename)
 {
-    setFillStyle(QBrush(QImage(filename)));
+    // Read as a placed picture is, within the same limit.
+    const QImage image = GraphicImageCodec::readFile(filename);
+    // A file that cannot be read leaves the fill as it was.
+    if (!image.isNull())
+        setFillStyle(QBrush(image));
 }
 
 void GraphicPalette::setOpacity(double opacity)

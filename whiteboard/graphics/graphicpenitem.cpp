@@ -239,9 +239,12 @@ void GraphicPenItem::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicPenItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Path message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Path>(data);
+}
+
+void GraphicPenItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Path&>(entry);
     applyCommon(message);
     if (!message.has_path())
         return;

@@ -41,6 +41,7 @@ public:
     GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
+    void readEntry(const google::protobuf::MessageLite& entry) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const override;
     bool collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const override;

@@ -59,7 +59,12 @@ void GraphicRectItem::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicRectItem::deserialize(const QByteArray& data)
 {
-    readShape<im::whiteboard::Rect>(data);
+    deserializeAs<im::whiteboard::Rect>(data);
+}
+
+void GraphicRectItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    readShape(static_cast<const im::whiteboard::Rect&>(entry));
 }
 
 } // namespace whiteboard

@@ -5,7 +5,12 @@
 #include "proto/whiteboard.pb.h"
 
 #include <QFontMetricsF>
+#include <QGlyphRun>
 #include <QPainter>
+#include <QTextLayout>
+
+#include <algorithm>
+#include <limits>
 
 namespace whiteboard {
 
@@ -72,11 +77,72 @@ void GraphicTextItem::paint(QPainter* painter, const QRectF*)
         return;
     QPen pen = this->pen();
     pen.setColor(paintColor(pen.color()));
+    if (m_text.size() > kMaxDirectLength) {
+        paintLaidOut(painter, pen);
+        return;
+    }
     painter->setPen(pen);
     painter->setBrush(brush());
     painter->setFont(m_font);
     // Fixed flags: no wrapping and no use of the alignment; the frame clips.
     painter->drawText(boundary(), Qt::AlignLeft | Qt::AlignTop, m_text);
+}
+
+void GraphicTextItem::paintLaidOut(QPainter* painter, const QPen& pen)
+{
+    if (!m_layout || m_laidOutText != m_text || m_laidOutFont != m_font) {
+        m_laidOutText = m_text;
+        m_laidOutFont = m_font;
+        // As a text drawn into a rectangle, left and top aligned, without
+        // wrapping: each line break starts a line, one leading below the last.
+        QString lines = m_text;
+        lines.replace(QLatin1Char('\n'), QChar::LineSeparator);
+        m_layout = std::make_unique<QTextLayout>(lines, m_font);
+        QTextOption option;
+        option.setWrapMode(QTextOption::NoWrap);
+        m_layout->setTextOption(option);
+        const double leading = QFontMetricsF(m_font).leading();
+        double height = 0.0;
+        m_layout->beginLayout();
+        for (QTextLine line = m_layout->createLine(); line.isValid(); line = m_layout->createLine()) {
+            line.setLineWidth(std::numeric_limits<int>::max() / 256);
+            height += leading;
+            line.setPosition(QPointF(0.0, height));
+            height += line.height();
+        }
+        m_layout->endLayout();
+    }
+    const QRectF frame = boundary();
+    // Only the lines within the frame and the painter's clip are drawn.
+    QRectF shown = frame;
+    if (painter->hasClipping())
+        shown &= painter->clipBoundingRect();
+    if (shown.isEmpty())
+        return;
+    painter->save();
+    painter->setPen(pen);
+    painter->setBrush(brush());
+    // The frame clips.
+    painter->setClipRect(frame, Qt::IntersectClip);
+    // A line wider than what shows gives only the glyphs that show.
+    const QRectF local = shown.translated(-frame.topLeft());
+    const double reach = m_font.pixelSize() > 0 ? m_font.pixelSize() * 2.0 : 100.0;
+    for (int i = 0; i < m_layout->lineCount(); ++i) {
+        const QTextLine line = m_layout->lineAt(i);
+        const QRectF bounds = line.naturalTextRect();
+        if (!bounds.intersects(local))
+            continue;
+        if (bounds.width() <= local.width() + 2 * reach) {
+            line.draw(painter, frame.topLeft());
+            continue;
+        }
+        const int from = line.xToCursor(local.left() - reach);
+        const int to = line.xToCursor(local.right() + reach);
+        const QList<QGlyphRun> runs = line.glyphRuns(from, to - from);
+        for (const QGlyphRun& run : runs)
+            painter->drawGlyphRun(frame.topLeft(), run);
+    }
+    painter->restore();
 }
 
 // The whole frame is a target, whatever the mode.
@@ -128,9 +194,12 @@ void GraphicTextItem::serializeToAction(im::whiteboard::GraphicAction* action)
 
 void GraphicTextItem::deserialize(const QByteArray& data)
 {
-    im::whiteboard::Text message;
-    if (!decode(message, data))
-        return;
+    deserializeAs<im::whiteboard::Text>(data);
+}
+
+void GraphicTextItem::readEntry(const google::protobuf::MessageLite& entry)
+{
+    const auto& message = static_cast<const im::whiteboard::Text&>(entry);
     applyCommon(message);
     if (message.has_alignment())
         m_alignment = message.alignment();

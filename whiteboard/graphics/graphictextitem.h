@@ -3,7 +3,12 @@
 #include "graphics/graphicframeitem.h"
 
 #include <QFont>
+#include <QList>
+#include <QRectF>
 #include <QString>
+#include <QTextLayout>
+
+#include <memory>
 
 namespace im::whiteboard {
 class Text;
@@ -39,6 +44,7 @@ public:
     GraphicController* makeController() override;
     QByteArray serialize() override;
     void deserialize(const QByteArray& data) override;
+    void readEntry(const google::protobuf::MessageLite& entry) override;
     void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
@@ -47,12 +53,23 @@ signals:
     void fontChanged();
 
 private:
+    // A long text laid out once per change of text or font, so that a frame
+    // draws only the lines it shows: laying out 64 Ki characters takes
+    // about as long as a frame may, and a frame holds itemsMutex. Layouts
+    // stay on the thread that made them, as their fonts do.
+    static constexpr int kMaxDirectLength = 2000;
+    void paintLaidOut(QPainter* painter, const QPen& pen);
+
     // The shared body of serialize() and serializeToAction().
     void buildMessage(im::whiteboard::Text* message) const;
 
     QString m_text;
     QFont m_font;
     int m_alignment = 1;
+    // Render thread only; made on first use, with the text and font it is of.
+    std::unique_ptr<QTextLayout> m_layout;
+    QString m_laidOutText;
+    QFont m_laidOutFont;
 };
 
 } // namespace whiteboard

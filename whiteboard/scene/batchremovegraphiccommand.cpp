@@ -37,7 +37,7 @@ void BatchRemoveGraphicCommand::redo()
     m_scene->removeItems(GraphicScene::ItemLayer, m_items);
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
     if (m_sync && !m_announced)
-        sendBatch(im::whiteboard::GraphicActionRemove, m_items);
+        m_scene->sendItemBatch(im::whiteboard::GraphicActionRemove, m_items);
     m_announced = false;
 }
 
@@ -47,7 +47,7 @@ void BatchRemoveGraphicCommand::undo()
     m_scene->addItems(GraphicScene::ItemLayer, m_items);
     m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
     if (m_sync)
-        sendBatch(im::whiteboard::GraphicActionAdd, m_items);
+        m_scene->sendItemBatch(im::whiteboard::GraphicActionAdd, m_items);
 }
 
 } // namespace whiteboard

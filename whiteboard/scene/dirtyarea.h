@@ -11,6 +11,18 @@ struct DirtyArea
 {
     enum Kind { RegionKind = 0, PathKind = 1 };
 
+    DirtyArea() = default;
+    explicit DirtyArea(const QRegion& changed)
+        : kind(RegionKind)
+        , region(changed)
+    {
+    }
+    explicit DirtyArea(const QPainterPath& changed)
+        : kind(PathKind)
+        , path(changed)
+    {
+    }
+
     int kind = RegionKind;
     QRegion region;
     QPainterPath path;

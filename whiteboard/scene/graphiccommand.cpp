@@ -25,7 +25,7 @@ void GraphicCommand::detach()
     }
     m_scene->removeItem(GraphicScene::ItemLayer, m_item);
     repaintItem();
-    send(im::whiteboard::GraphicActionRemove);
+    m_scene->sendItemAction(im::whiteboard::GraphicActionRemove, m_item);
 }
 
 // An undone removal goes out as an add of the same gid: the others need no
@@ -35,7 +35,7 @@ void GraphicCommand::attach()
     m_scene->takeWireForm(m_item.data());
     m_scene->addItem(GraphicScene::ItemLayer, m_item);
     repaintItem();
-    send(im::whiteboard::GraphicActionAdd);
+    m_scene->sendItemAction(im::whiteboard::GraphicActionAdd, m_item);
 }
 
 void GraphicCommand::repaintItem()
@@ -55,17 +55,7 @@ void GraphicCommand::changeItem(const std::function<void()>& change)
         m_scene->takeWireForm(m_item.data());
     }
     repaintItem();
-    send(im::whiteboard::GraphicActionUpdate);
-}
-
-void GraphicCommand::send(im::whiteboard::GraphicActionType type)
-{
-    m_scene->post(m_scene->makeItemAction(type, m_item));
-}
-
-void GraphicCommand::sendBatch(im::whiteboard::GraphicActionType type, const QList<QSharedPointer<GraphicItem>>& items)
-{
-    m_scene->post(m_scene->makeBatchAction(type, items));
+    m_scene->sendItemAction(im::whiteboard::GraphicActionUpdate, m_item);
 }
 
 } // namespace whiteboard

@@ -38,10 +38,6 @@ protected:
     // whole new state. The message leaves after the lock is released. An item
     // that somebody else removed is left alone.
     void changeItem(const std::function<void()>& change);
-    // Emits the item's whole state with the action `type`.
-    void send(im::whiteboard::GraphicActionType type);
-    // Emits one message with an envelope per item, all of one time.
-    void sendBatch(im::whiteboard::GraphicActionType type, const QList<QSharedPointer<GraphicItem>>& items);
 
     QSharedPointer<GraphicItem> m_item;
     GraphicScene* m_scene = nullptr;

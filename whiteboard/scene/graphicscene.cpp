@@ -2,10 +2,12 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphiccontroller.h"
+#include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
 #include "inputlimits.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
+#include "tools/toolcontroller.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -37,6 +39,7 @@ bool isSelectionMode(int mode)
 GraphicScene::GraphicScene(QQuickItem* view)
     : QObject(view)
     , m_view(view)
+    , m_tools(std::make_unique<ToolController>(this))
 {
     if (view) {
         connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
@@ -50,6 +53,7 @@ GraphicScene::GraphicScene(QQuickItem* view)
         m_layerIndexes.insert(SceneLayer(layer), new LayerIndex(QRectF(0, 0, kIndexExtent, kIndexExtent)));
     }
 
+    m_imageCodec = new GraphicImageCodec(this);
     m_render = new SceneRender(this);
     m_renderThread.setObjectName(QStringLiteral("graphic_render_thread"));
     m_render->moveToThread(&m_renderThread);
@@ -88,6 +92,9 @@ GraphicScene::~GraphicScene()
     QMutexLocker locker(&m_itemsMutex);
     delete render;
 
+    // No decoded picture may come in from here on.
+    delete m_imageCodec;
+    m_imageCodec = nullptr;
     qDeleteAll(m_imageCache);
     m_imageCache.clear();
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
@@ -514,14 +521,14 @@ void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
             if (held) {
                 index->remove(held.data());
                 area = area.united(held->boundary());
-                held->m_indexLayers &= quint8(~(1u << layer));
+                held->setFiledIn(layer, false);
             }
             record.item = item;
             record.live = true;
         }
         index->insert(item);
         area = area.united(item->boundary());
-        item->m_indexLayers |= quint8(1u << layer);
+        item->setFiledIn(layer, true);
         if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data()))
             m_hitReach = std::max(m_hitReach, shape->hitTolerance());
         // Pasted, received and restored items come with handles that were
@@ -548,7 +555,7 @@ void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
     for (const QSharedPointer<GraphicItem>& item : items) {
         index->remove(item.data());
         area = area.united(item->boundary());
-        item->m_indexLayers &= quint8(~(1u << layer));
+        item->setFiledIn(layer, false);
         if (layer != ItemLayer)
             continue;
         const auto record = m_gids.find(item->gid());
@@ -568,7 +575,7 @@ void GraphicScene::itemGeometryChanged(GraphicItem* item)
     if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item))
         m_hitReach = std::max(m_hitReach, shape->hitTolerance());
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
-        if (item->m_indexLayers & (1u << layer))
+        if (item->filedIn(layer))
             updateItemIndex(SceneLayer(layer), shared);
     }
 }
@@ -586,7 +593,7 @@ void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<Graphi
         index->refile(item.data());
     } else {
         index->insert(item);
-        item->m_indexLayers |= quint8(1u << layer);
+        item->setFiledIn(layer, true);
     }
     if (m_render)
         m_render->makeDirtySilently(area, layer);
@@ -814,7 +821,7 @@ void GraphicScene::updateFocusItem()
     updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
     // The host changed the item from outside; no undo step, but the others
     // get its new state, which this board holds as they will.
-    post(makeItemAction(im::whiteboard::GraphicActionUpdate, item));
+    sendItemAction(im::whiteboard::GraphicActionUpdate, item);
 }
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
@@ -890,6 +897,11 @@ void GraphicScene::post(im::whiteboard::TransferData* data)
 qulonglong GraphicScene::serverTimestamp() const
 {
     return qulonglong(QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
+}
+
+void GraphicScene::stamp(GraphicItem* item) const
+{
+    item->setTimestamp(qlonglong(serverTimestamp()));
 }
 
 // --- history ----------------------------------------------------------------

@@ -25,6 +25,8 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
+#include <string>
 
 class QFocusEvent;
 class QHoverEvent;
@@ -44,6 +46,7 @@ namespace im::whiteboard {
 class GraphicAction;
 class TransferData;
 class UserAction;
+class UserMouseInfoData;
 class UserOperation;
 enum GraphicActionType : int;
 enum UserOperation_Type : int;
@@ -52,7 +55,9 @@ enum UserOperation_Type : int;
 namespace whiteboard {
 
 class GraphicCommand;
+class GraphicImageCodec;
 class LayerIndex;
+class ToolController;
 class GraphicItem;
 class SceneRender;
 
@@ -213,22 +218,43 @@ public:
     void takeWireForm(GraphicItem* item);
 
     GraphicItemList selectedItems() const { return m_selectedItems; }
-    GraphicItemList clipboardItems() const { return m_clipboardItems; }
-    QSharedPointer<GraphicItem> activeItem() const { return m_activeItem; }
+    GraphicItemList clipboardItems() const;
+    // The item being drawn, the rubber band or a new text box; null between gestures.
+    QSharedPointer<GraphicItem> activeItem() const;
     // Takes every entry with the item's gid out of the selection.
     void deselectItem(const QSharedPointer<GraphicItem>& item);
     void clearSelection();
+    // Unselects every item and repaints them.
+    void deselectAll();
+    // Stores the selection as the tools made it; they flag the items.
+    void setSelectedItems(const GraphicItemList& items);
+    // The scene area of the handles on screen: those of the selection, or
+    // of the focus item when nothing is selected. Under itemsMutex.
+    QRectF handlesArea();
+    // Repaints `before` and the handles shown now: a change of focus or
+    // selection makes handles appear or go.
+    void repaintHandles(const QRectF& before);
+    void setViewCursor(const QCursor& cursor);
+    // The host's text field, the view's "textInputer"; null without one.
+    QObject* textInputer() const;
 
     // The scene's picture cache, shared by all image items.
     static QString imageKeyFor(const QImage& image);
     // Stores a copy of `image` unless its key is present; returns the key.
     QString addImage(const QImage& image);
     const QImage* imageByKey(const QString& key) const;
+    // Decodes received pictures off the GUI thread.
+    GraphicImageCodec* imageCodec() const { return m_imageCodec; }
 
     // Only the owner of the board, or the author of the item, may touch it.
     bool canOperate(const QSharedPointer<GraphicItem>& item) const;
     // Styles a new item from the palette for the tool that made it.
     void applyPalette(GraphicItem* item, GraphicDefine::ToolType tool) const;
+    // A new item of the kind `tool` draws, stamped now; null for a tool that
+    // draws none, or a picture that could not be read.
+    GraphicItem* createItem(GraphicDefine::ToolType tool);
+    // Gives `item` the server time of now: new, copied and pasted items.
+    void stamp(GraphicItem* item) const;
 
     // Records dirty areas without requesting a frame.
     void makeDirty(const QRectF& rect, SceneLayer layer = AllLayers);
@@ -252,8 +278,14 @@ public:
 
     // Fixes the server clock offset and announces this user on the board.
     void joinWhiteboard(qint64 serverTime);
+    // Tells the others the whole state of `item` (or of each of `items`, in
+    // one message) with the action `type`, each change under a new version.
+    void sendItemAction(im::whiteboard::GraphicActionType type, const QSharedPointer<GraphicItem>& item);
+    void sendItemBatch(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
     // The pointer marks of the other users, one per user seen.
     GraphicItemList markItems() const { return m_markItems; }
+    // Tells the others where this user's pointer is, in scene units.
+    void sendMouseInfo(const QPointF& position);
 
     virtual void focusInEvent(QFocusEvent* event);
     virtual void focusOutEvent(QFocusEvent* event);
@@ -324,6 +356,8 @@ signals:
     void pictureRefused(const QString& path, const QString& reason);
 
 protected slots:
+    // Local milliseconds less the offset fixed at the join: the time of every
+    // item and message.
     qulonglong serverTimestamp() const;
     void onReady();
     void onViewWidthChanged();
@@ -332,26 +366,34 @@ protected slots:
 
 private:
     friend class SceneRender;
-    // Commands announce what they change through the message builders.
-    friend class GraphicCommand;
 
-    // Outgoing messages: each is new, and belongs to whoever receives it.
-    im::whiteboard::TransferData* makeTransferData();
-    im::whiteboard::TransferData* makeItemAction(im::whiteboard::GraphicActionType type,
-                                                 const QSharedPointer<GraphicItem>& item);
-    im::whiteboard::TransferData* makeBatchAction(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
+    // A received list entry, admitted and parsed.
+    struct ReceivedEntry;
+    // The admitted entries of an action's list; false for a list this board
+    // does not know.
+    static bool entriesOf(const im::whiteboard::GraphicAction& action, QList<ReceivedEntry>& entries);
+
     // Stamps and sends a clear; returns its version.
     Version sendOperation(im::whiteboard::UserOperation_Type type);
     // The next version of a local change of `gid`, which this board now holds.
     Version stampChange(const QString& gid);
     void advanceClock(qint64 seen);
-    void sendMouseInfo(const QPointF& position);
     // Every outgoing message leaves through here.
     void post(im::whiteboard::TransferData* data);
 
+    // The view's "id", which every message names.
+    QString boardId() const;
+
     // Incoming envelopes, by kind of body.
+    void applyEnvelope(const std::string& bytes);
     void applyGraphicAction(const im::whiteboard::GraphicAction& action);
+    void applyUnversionedAction(const im::whiteboard::GraphicAction& action);
+    // Returns the area to repaint.
+    QRect applyUnversionedEntry(const ReceivedEntry& entry, const QSharedPointer<GraphicItem>& updated);
     void applyVersionedAction(const im::whiteboard::GraphicAction& action, const Version& version);
+    // Under itemsMutex; `live` is the item of the gid shown now, `held` any object of it.
+    void placeVersionedEntry(const ReceivedEntry& entry, const QString& gid, const QSharedPointer<GraphicItem>& live,
+                             const QSharedPointer<GraphicItem>& held);
     // Takes received items out as a detach does, without a message.
     void dropItems(const GraphicItemList& items);
     // Raises the clear mark of everybody (`userId` null) or of one author to
@@ -359,6 +401,9 @@ private:
     void raiseClearMark(const Version& version, const qlonglong* userId);
     Version clearMarkFor(qlonglong author) const;
     void applyUserAction(const im::whiteboard::UserAction& action);
+    // The pointer marks: one per other user, dropped when the user leaves.
+    void dropMark(qlonglong userId);
+    void moveMark(qlonglong userId, const im::whiteboard::UserMouseInfoData& info);
     void applyUserOperation(const im::whiteboard::UserOperation& operation);
 
     // The items of `layer` met by `area`, those that `keep` accepts (all
@@ -370,42 +415,20 @@ private:
     // Where a point query looks: the point grown by the widest hit tolerance
     // of the items filed, so that every item is found within its own.
     QRectF pointQueryRect(const QPointF& scenePoint) const;
-    // The scene area of the handles on screen: those of the selection, or
-    // of the focus item when nothing is selected. Under itemsMutex.
-    QRectF handlesArea();
-    // Repaints `before` and the handles shown now: a change of focus or
-    // selection makes handles appear or go.
-    void repaintHandles(const QRectF& before);
     QSizeF viewSize() const;
-    void setViewCursor(const QCursor& cursor);
-    void setItemCursor(const QSharedPointer<GraphicItem>& item, Qt::CursorShape cursor);
-    QObject* textInputer() const;
-
-    // Pointer and keyboard helpers.
-    GraphicItem* createItem(GraphicDefine::ToolType tool);
+    // The picture named by imagePath, read within the size limit.
     GraphicItem* createImageItem();
-    void deselectAll();
-    void makeTextBox(QMouseEvent* event);
-    void finishSegment(bool closingByToolChange);
-    void beginTextEdit(const QSharedPointer<GraphicItem>& item);
-    void endTextEdit(QObject* inputer, const QSharedPointer<GraphicItem>& item);
-    void endNewTextBox(QObject* inputer);
-    void rubberBandMove(QMouseEvent* event);
-    void nudgeSelection(QKeyEvent* event);
 
     SceneRecursiveMutex m_itemsMutex;
     SceneMutex m_renderMutex;
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
     SceneRender* m_render = nullptr;
+    GraphicImageCodec* m_imageCodec = nullptr;
     QSharedPointer<GraphicItem> m_focusItem;
-    QSharedPointer<GraphicItem> m_activeItem;
     QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;
     QMap<SceneLayer, LayerIndex*> m_layerIndexes;
     GraphicItemList m_selectedItems;
-    GraphicItemList m_clipboardItems;
-    GraphicItemList m_erasedItems;
-    GraphicItemList m_inboundItems;
     GraphicItemList m_markItems;
     // The widest hit tolerance of any item filed so far; it only grows.
     double m_hitReach = 0.0;
@@ -417,27 +440,18 @@ private:
     QTransform m_viewToSceneTransform;
     QTransform m_sceneToViewTransform;
     QImage m_renderedImage;
-    int m_pressedKey = Qt::Key_unknown;
     qint64 m_currentUserId = 0;
     qint64 m_serverTimeOffset = 0;
     QBrush m_backgroundBrush = QBrush(QColor("#b2b2b2"), Qt::CrossPattern);
     QSize m_sceneSize = QSize(1080, 720);
     QRectF m_viewport = QRectF(0, 0, 0, 0);
     QRectF m_itemsBoundingRect;
-    QPoint m_pressPoint;
     QSize m_thumbnailSize = QSize(1080, 720);
     QSize m_smallThumbnailSize = QSize(120, 90);
-    QPointF m_moveStartPosition;
-    QPainterPath m_resizeStartPath;
-    bool m_mousePressed = false;
-    bool m_mouseMoved = false;
-    bool m_panning = false;
-    bool m_controlPointPressed = false;
     double m_devicePixelRatio = 1.0;
     double m_scale = 1.0;
     double m_rotation = 0.0;
     QUndoStack m_undoStack;
-    QList<int> m_arrowKeys = { Qt::Key_Right, Qt::Key_Up, Qt::Key_Down, Qt::Key_Left };
     QMap<QString, QImage*> m_imageCache;
     QColor m_backgroundColor;
     bool m_fillShape = false;
@@ -461,7 +475,6 @@ private:
     // author, stay out.
     Version m_clearMark;
     QHash<qlonglong, Version> m_clearMarks;
-    bool m_finishingSegment = false;
     std::atomic<int> m_paintMargin { 2 };
     // GUI thread: while a received message is applied, its frame requests
     // become one, made at its end.
@@ -469,6 +482,8 @@ private:
     bool m_frameRequested = false;
     GraphicDefine::ToolType m_toolType = GraphicDefine::Selector;
     bool m_disableDrag = false;
+    // The gesture state and the tools; GUI thread.
+    std::unique_ptr<ToolController> m_tools;
 };
 
 } // namespace whiteboard

@@ -118,10 +118,7 @@ void SceneRender::makeDirty(const QRectF& rect, GraphicScene::SceneLayer layer)
 {
     if (!(rect.width() > 0.0 && rect.height() > 0.0))
         return;
-    DirtyArea area;
-    area.kind = DirtyArea::RegionKind;
-    area.region = QRegion(rect.toRect());
-    record(area, layer);
+    record(DirtyArea(QRegion(rect.toRect())), layer);
 }
 
 void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer layer)
@@ -145,20 +142,14 @@ void SceneRender::makeDirtyPath(const QPainterPath& path, GraphicScene::SceneLay
 {
     if (path.isEmpty())
         return;
-    DirtyArea area;
-    area.kind = DirtyArea::PathKind;
-    area.path = path;
-    record(area, layer);
+    record(DirtyArea(path), layer);
 }
 
 void SceneRender::makeDirtyRegion(const QRegion& region, GraphicScene::SceneLayer layer)
 {
     if (region.isEmpty())
         return;
-    DirtyArea area;
-    area.kind = DirtyArea::RegionKind;
-    area.region = region;
-    record(area, layer);
+    record(DirtyArea(region), layer);
 }
 
 // --- life -------------------------------------------------------------------

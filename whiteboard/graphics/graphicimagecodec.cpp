@@ -1,0 +1,159 @@
+#include "graphics/graphicimagecodec.h"
+
+#include "graphics/graphicimage.h"
+#include "inputlimits.h"
+#include "scene/graphicscene.h"
+
+#include <QCoreApplication>
+#include <QDataStream>
+#include <QIODevice>
+#include <QImageReader>
+#include <QMutexLocker>
+#include <QRegion>
+
+#include <algorithm>
+#include <utility>
+
+namespace whiteboard {
+
+namespace {
+
+bool overLimit(const QSize& size)
+{
+    return std::max(size.width(), size.height()) > InputLimits::kMaxPictureSide;
+}
+
+QImage scaledToLimit(const QImage& image)
+{
+    return image.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio,
+                        Qt::SmoothTransformation);
+}
+
+} // namespace
+
+GraphicImageCodec::GraphicImageCodec(GraphicScene* scene)
+    : QObject(scene)
+    , m_scene(scene)
+{
+    m_pool.setObjectName(QStringLiteral("picture_decoder"));
+}
+
+GraphicImageCodec::~GraphicImageCodec()
+{
+    // A decode that ends now posts its result to this object, whose end
+    // drops it.
+    m_pool.waitForDone();
+}
+
+void GraphicImageCodec::decode(GraphicImage* item, const QByteArray& bytes)
+{
+    m_queued.append({ item, bytes });
+    if (m_startPosted)
+        return;
+    m_startPosted = true;
+    QMetaObject::invokeMethod(this, &GraphicImageCodec::startQueued, Qt::QueuedConnection);
+}
+
+void GraphicImageCodec::startQueued()
+{
+    m_startPosted = false;
+    const QList<Request> queued = std::exchange(m_queued, {});
+    for (const Request& request : queued) {
+        // Gone, or holding other bytes by now: nobody waits for these.
+        if (!request.item || !request.item->pictureBytes().isSharedWith(request.bytes))
+            continue;
+        const quint64 ticket = ++m_lastTicket;
+        m_running.insert(ticket, request);
+        // The worker sees the bytes only; the item stays on the GUI thread.
+        const QByteArray bytes = request.bytes;
+        m_pool.start([this, ticket, bytes] {
+            const QImage image = decodeBytes(bytes);
+            QMetaObject::invokeMethod(this, [this, ticket, image] { hand(ticket, image); }, Qt::QueuedConnection);
+        });
+    }
+}
+
+void GraphicImageCodec::hand(quint64 ticket, const QImage& image)
+{
+    const Request request = m_running.take(ticket);
+    GraphicImage* item = request.item.data();
+    if (item && item->pictureBytes().isSharedWith(request.bytes)) {
+        const QString key = m_scene->addImage(image);
+        QRect dirty;
+        {
+            // The render thread reads the key as it paints.
+            QMutexLocker locker(&m_scene->itemsMutex());
+            item->m_imageKey = key;
+            item->m_awaitingPixels = false;
+            dirty = item->boundary().toAlignedRect();
+        }
+        m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(dirty));
+    }
+    emit pictureDecoded();
+}
+
+void GraphicImageCodec::run(std::function<void()> work, const QRect& region)
+{
+    m_pool.start([this, work = std::move(work), region] {
+        work();
+        QMetaObject::invokeMethod(this, [this, region] { m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(region)); },
+                                  Qt::QueuedConnection);
+    });
+}
+
+void GraphicImageCodec::waitForDone()
+{
+    startQueued();
+    m_pool.waitForDone();
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+}
+
+QImage GraphicImageCodec::decodeBytes(const QByteArray& bytes)
+{
+    QDataStream stream(bytes);
+    QImage image;
+    // Bytes that do not decode leave a null image.
+    stream >> image;
+    // A format that does not tell its size before decoding got past the
+    // guard's look at the header.
+    return overLimit(image.size()) ? scaledToLimit(image) : image;
+}
+
+QByteArray GraphicImageCodec::encode(const QImage& image)
+{
+    // The stream keeps the toolkit's default version, which all clients
+    // must share.
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream << image;
+    return bytes;
+}
+
+QImage GraphicImageCodec::readFile(const QString& path, QString* error)
+{
+    QImageReader reader(path);
+    // A large picture is shrunk while it is read, where the format allows.
+    const QSize size = reader.size();
+    if (overLimit(size)) {
+        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(path), size.width(),
+                  size.height());
+        reader.setScaledSize(size.scaled(InputLimits::kMaxPictureSide, InputLimits::kMaxPictureSide, Qt::KeepAspectRatio));
+    }
+    QImage image = reader.read();
+    if (image.isNull()) {
+        const QString reason = reader.errorString();
+        qCWarning(lcWhiteboardInput, "refused picture %s: %s", qPrintable(path), qPrintable(reason));
+        if (error)
+            *error = reason;
+        return image;
+    }
+    // A format that could not tell its size before decoding.
+    if (overLimit(image.size())) {
+        qCWarning(lcWhiteboardInput, "clamped picture %s: scaled down from %dx%d", qPrintable(path), image.width(),
+                  image.height());
+        image = scaledToLimit(image);
+    }
+    return image;
+}
+
+} // namespace whiteboard
