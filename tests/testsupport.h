@@ -9,6 +9,7 @@
 
 #include "proto/whiteboard.pb.h"
 
+#include <QPainter>
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
@@ -38,6 +39,19 @@ inline QSharedPointer<whiteboard::GraphicItem> addRect(whiteboard::GraphicScene*
     }
     item->setTimestamp(timestamp >= 0 ? timestamp : scene->itemCount(layer) + 1);
     return scene->addItem(layer, item);
+}
+
+// The items of the item layer painted directly, in order, over `ground`, as
+// a page shown 1:1 at the default size holds them in a frame or thumbnail.
+inline QImage paintedDirectly(whiteboard::GraphicScene* scene, const QColor& ground)
+{
+    QImage image(1080, 720, QImage::Format_ARGB32_Premultiplied);
+    image.fill(ground);
+    QPainter painter(&image);
+    painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    for (const QSharedPointer<whiteboard::GraphicItem>& item : scene->items(whiteboard::GraphicScene::ItemLayer, 1))
+        item->paint(&painter, nullptr);
+    return image;
 }
 
 struct ViewFixture

@@ -6,7 +6,6 @@
 #include "graphics/graphictextitem.h"
 #include "scene/scenerender.h"
 
-#include <QPainter>
 #include <QPointer>
 #include <QSemaphore>
 
@@ -184,16 +183,7 @@ void tst_Render::framesPaintAsTheItemsDo()
     f.scene->addItem(GraphicScene::ItemLayer, text);
     addRect(f.scene, QRectF(300, 220, 80, 40), 1, QColor(255, 0, 0, 128), GraphicScene::ItemLayer, 4);
 
-    const auto direct = [&] {
-        QImage image(1080, 720, QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::white);
-        QPainter painter(&image);
-        painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-        for (const QSharedPointer<GraphicItem>& item : f.scene->items(GraphicScene::ItemLayer, 1))
-            item->paint(&painter, nullptr);
-        return image;
-    };
-    QCOMPARE(f.frame(), direct());
+    QCOMPARE(f.frame(), paintedDirectly(f.scene, Qt::white));
 
     // A partial frame over the kept page: the text moves under the others.
     const int partial = f.scene->renderer()->partialFrames();
@@ -204,7 +194,7 @@ void tst_Render::framesPaintAsTheItemsDo()
     }
     f.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(text->boundary()).toAlignedRect()));
     QTRY_VERIFY(f.scene->renderer()->partialFrames() > partial);
-    QCOMPARE(f.frame(), direct());
+    QCOMPARE(f.frame(), paintedDirectly(f.scene, Qt::white));
 }
 
 void tst_Render::thumbnailsShowFinishedItemsOnly()

@@ -759,14 +759,7 @@ private slots:
         reference.view->receiveData(wrap(end));
         reference.scene->setBackgroundColor(Qt::white);
         QTRY_COMPARE(reference.scene->renderedImage().pixelColor(1000, 700), QColor(Qt::white));
-        QImage thumbnail(1080, 720, QImage::Format_ARGB32_Premultiplied);
-        thumbnail.fill(Qt::transparent);
-        {
-            QPainter painter(&thumbnail);
-            painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-            for (const QSharedPointer<GraphicItem>& item : reference.scene->items(GraphicScene::ItemLayer, 1))
-                item->paint(&painter, nullptr);
-        }
+        const QImage thumbnail = paintedDirectly(reference.scene, Qt::transparent);
 
         b->scene->setBackgroundColor(Qt::white);
         SceneRender* render = b->scene->renderer();
