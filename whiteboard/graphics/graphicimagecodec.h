@@ -1,5 +1,7 @@
 #pragma once
 
+#include "scene/annotatedmutex.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QImage>
@@ -78,6 +80,10 @@ private:
     quint64 m_lastTicket = 0;
     bool m_startPosted = false;
     QThreadPool m_pool;
+    // Taken by each task as it ends and by the destructor after the pool is
+    // done: orders what a task made before its end, for ThreadSanitizer, which
+    // does not see QThreadPool's own wait.
+    SceneMutex m_taskEnd;
 };
 
 } // namespace whiteboard
