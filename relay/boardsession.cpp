@@ -8,6 +8,7 @@
 #include "proto/whiteboard.pb.h"
 
 #include <QDateTime>
+#include <QScopeGuard>
 
 #include <algorithm>
 #include <memory>
@@ -142,39 +143,50 @@ BoardSession::BoardSession(const QString& boardId, BoardStore* store, const Rela
 {
 }
 
+BoardSession::~BoardSession() = default;
+
 bool BoardSession::load()
 {
     // Held, so that the items are those of the sequence number read.
-    const qint64 sequence = m_store->lock(m_boardId);
+    const qint64 sequence = m_store->lock(m_boardId, 0);
     const BoardStore::Board board = m_store->board(m_boardId);
     m_exists = board.exists;
     m_owner = board.owner;
-    // Inside the lock the board's row already counts the next number.
     m_delivered = sequence >= 0 ? sequence : board.sequence;
-    loadItems();
+    // Without a row to hold the board is new, unless the store is away.
+    m_loaded = loadItems() && (sequence >= 0 || m_store->probe());
+    m_reload = !m_loaded;
     if (sequence >= 0)
         m_store->rollback();
+    return m_loaded;
+}
+
+bool BoardSession::loadItems()
+{
+    QList<BoardStore::Item> items;
+    if (!m_store->items(m_boardId, &items))
+        return false;
+    m_items.clear();
+    for (const BoardStore::Item& item : std::as_const(items))
+        m_items.insert(item.gid, ItemState { item.author, item.version });
     return true;
 }
 
-void BoardSession::loadItems()
+void BoardSession::create(qint64 owner)
 {
-    m_items.clear();
-    const QList<BoardStore::Item> items = m_store->items(m_boardId);
-    for (const BoardStore::Item& item : items)
-        m_items.insert(item.gid, ItemState { item.author, item.version });
+    if (m_exists || !m_store->createBoard(m_boardId, owner))
+        return;
+    // Another node may have created it first: the store knows the owner.
+    const BoardStore::Board board = m_store->board(m_boardId);
+    m_exists = board.exists;
+    m_owner = board.owner;
+    if (m_owner == owner && board.sequence == 0)
+        qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
 }
 
 void BoardSession::add(Participant* participant)
 {
-    if (!m_exists && m_store->createBoard(m_boardId, participant->accountId())) {
-        // Another node may have created it first: the store knows the owner.
-        const BoardStore::Board board = m_store->board(m_boardId);
-        m_exists = board.exists;
-        m_owner = board.owner;
-        if (m_owner == participant->accountId() && board.sequence == 0)
-            qCInfo(lcRelay).noquote() << "board" << m_boardId << "created, owner" << m_owner;
-    }
+    create(participant->accountId());
     participant->setParent(this);
     m_participants.append(participant);
     connect(participant, &Participant::messageArrived, this, &BoardSession::onMessage);
@@ -193,6 +205,22 @@ void BoardSession::closeAll()
 
 void BoardSession::onDisconnected(Participant* participant)
 {
+    // Its waiting messages are checked against it: they are stored before it
+    // goes, and go out before its leave.
+    auto from = [participant](const Waiting& waiting) { return waiting.from == participant; };
+    if (m_flushing && std::any_of(m_waiting.cbegin(), m_waiting.cend(), from)) {
+        // A close during a batch's delivery: the batch ends first.
+        QMetaObject::invokeMethod(this, [this, participant] { onDisconnected(participant); }, Qt::QueuedConnection);
+        return;
+    }
+    while (std::any_of(m_waiting.cbegin(), m_waiting.cend(), from) && !m_store->lost())
+        flush();
+    const auto dropped = std::remove_if(m_waiting.begin(), m_waiting.end(), from);
+    if (dropped != m_waiting.end()) {
+        qCWarning(lcRelay).noquote() << "dropped" << std::distance(dropped, m_waiting.end()) << "unstored messages of" << participant->description()
+                                     << ": the database is away; its replay will not hold them";
+        m_waiting.erase(dropped, m_waiting.end());
+    }
     m_participants.removeAll(participant);
     participant->deleteLater();
     if (participant->isJoined()) {
@@ -214,13 +242,18 @@ void BoardSession::answerJoin(Participant* participant)
 {
     // The items and the sequence number they stand at, read while the board
     // is held.
-    const qint64 sequence = m_store->lock(m_boardId);
-    if (sequence < 0) {
+    const qint64 sequence = m_store->lock(m_boardId, 0);
+    QList<BoardStore::Item> items;
+    const bool read = sequence >= 0 && m_store->items(m_boardId, &items);
+    if (sequence >= 0)
+        m_store->rollback();
+    if (!read) {
+        // It comes back with its connection's backoff, and gets the replay.
         participant->closeWith(QWebSocketProtocol::CloseCode(1011), QStringLiteral("storage error"));
+        if (!m_store->probe())
+            emit storageLost();
         return;
     }
-    const QList<BoardStore::Item> items = m_store->items(m_boardId);
-    m_store->rollback();
     QList<QByteArray> envelopes;
     envelopes.reserve(items.size());
     for (const BoardStore::Item& item : items)
@@ -243,8 +276,40 @@ void BoardSession::answerJoin(Participant* participant)
 
 void BoardSession::catchUp(qint64 sequence)
 {
-    if (sequence > m_delivered)
-        deliver(m_store->entries(m_boardId, m_delivered));
+    if (sequence <= m_delivered || m_store->lost())
+        return;
+    QList<BoardStore::Entry> entries;
+    if (m_store->entries(m_boardId, m_delivered, &entries))
+        deliver(entries);
+    else if (!m_store->probe())
+        emit storageLost();
+}
+
+void BoardSession::announce(qint64 sequence)
+{
+    m_announced = std::max(m_announced, sequence);
+    if (m_catchUpScheduled || m_announced <= m_delivered)
+        return;
+    // Notifications come one per commit of another node: what arrives
+    // meanwhile is read with one query.
+    m_catchUpScheduled = true;
+    QMetaObject::invokeMethod(this, [this] {
+        m_catchUpScheduled = false;
+        catchUp(m_announced);
+    }, Qt::QueuedConnection);
+}
+
+void BoardSession::resume()
+{
+    // Loaded while the store was away: nobody here could join since, so the
+    // board starts from what it holds now.
+    if (!m_loaded) {
+        load();
+    } else {
+        m_reload = true;
+        catchUp(m_store->board(m_boardId).sequence);
+    }
+    schedule();
 }
 
 void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
@@ -257,10 +322,12 @@ void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
             // the only way to bring these participants up to date.
             qCWarning(lcRelay).noquote() << "board" << m_boardId << "fell behind from" << m_delivered << "to" << entry.sequence
                                          << ": its participants here rejoin";
-            for (Participant* participant : std::as_const(m_participants))
+            // A copy: a close may take the participant out at once.
+            const QList<Participant*> participants = m_participants;
+            for (Participant* participant : participants)
                 participant->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("fell behind"));
             m_delivered = entries.constLast().sequence;
-            loadItems();
+            m_reload = !loadItems();
             return;
         }
         m_delivered = entry.sequence;
@@ -360,7 +427,7 @@ void BoardSession::sendToJoined(const QByteArray& frame, const Participant* exce
 
 void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 {
-    const std::unique_ptr<pb::TransferData> owned(message);
+    Waiting waiting { from, std::unique_ptr<pb::TransferData>(message), {} };
     if (message->has_userjoin()) {
         answerJoin(from);
         return;
@@ -369,34 +436,174 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
         return;
 
     const auto& list = message->multi().whiteboarddatalist();
-    std::vector<pb::WhiteboardData> bodies(size_t(list.size()));
+    waiting.bodies.resize(size_t(list.size()));
     bool changes = false;
     for (int i = 0; i < list.size(); ++i) {
-        if (!bodies[size_t(i)].ParseFromString(list[i].data())) {
+        if (!waiting.bodies[size_t(i)].ParseFromString(list[i].data())) {
             from->closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, QStringLiteral("envelope is not a WhiteboardData"));
             return;
         }
-        changes = changes || bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction;
+        changes = changes || waiting.bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction;
     }
-    if (changes && !from->admitAction()) {
+    if (!changes) {
+        // Pointers only: never stored, relayed at once.
+        Outcome outcome;
+        const Checked checked = check(waiting, outcome);
+        if (!checked.onward.isEmpty())
+            sendPresence(checked.onward, from);
+        return;
+    }
+    if (!from->admitAction()) {
         from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many item actions"));
         return;
     }
+    if (qint64(m_waiting.size()) >= RelayOptions::kMaxWaitingMessages) {
+        // The store does not keep up (or is away): the sender is told so
+        // rather than the relay's memory growing without bound.
+        qCWarning(lcRelay).noquote() << "board" << m_boardId << "has" << m_waiting.size() << "messages waiting for the database";
+        from->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("relay overloaded"));
+        return;
+    }
+    m_waiting.push_back(std::move(waiting));
+    schedule();
+}
 
-    // The board is held from the check of the message to its commit, and what
-    // other nodes committed before is known and delivered first.
-    const qint64 current = changes ? m_store->lock(m_boardId) : -1;
-    if (changes) {
-        if (current < 0) {
-            qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
-            return;
-        }
-        catchUp(current);
+void BoardSession::schedule()
+{
+    if (m_flushScheduled || m_waiting.empty())
+        return;
+    // Queued behind the socket events already there: what they bring joins
+    // the batch.
+    m_flushScheduled = true;
+    QMetaObject::invokeMethod(this, [this] {
+        m_flushScheduled = false;
+        flush();
+    }, Qt::QueuedConnection);
+}
+
+void BoardSession::storeWaiting()
+{
+    while (!m_waiting.empty() && !m_store->lost())
+        flush();
+    if (!m_waiting.empty())
+        qCWarning(lcRelay).noquote() << "board" << m_boardId << ":" << m_waiting.size() << "messages not stored, the database is away";
+}
+
+void BoardSession::flush()
+{
+    if (m_waiting.empty() || m_store->lost() || m_flushing)
+        return;
+    // A close while the batch is delivered must not start another batch.
+    m_flushing = true;
+    const auto done = qScopeGuard([this] { m_flushing = false; });
+    const qsizetype count = std::min<qsizetype>(qsizetype(m_waiting.size()), RelayOptions::kMaxBatchMessages);
+    if (count >= RelayOptions::kMaxBatchMessages && !m_warnedBacklog) {
+        m_warnedBacklog = true;
+        qCWarning(lcRelay).noquote() << "board" << m_boardId << "is behind:" << m_waiting.size() << "messages wait for the database";
+    } else if (count < RelayOptions::kMaxBatchMessages && m_warnedBacklog) {
+        m_warnedBacklog = false;
+        qCInfo(lcRelay).noquote() << "board" << m_boardId << "caught up with the database";
     }
 
-    Outcome outcome;
+    // Created while the store was away, the board may have no row to hold.
+    if (!m_exists && !m_participants.isEmpty())
+        create(m_participants.constFirst()->accountId());
+    // The board is held from the check of the batch to its commit, and what
+    // other nodes committed before is known and delivered first.
+    const qint64 current = m_store->lock(m_boardId, int(count));
+    if (current < 0) {
+        batchFailed(count);
+        return;
+    }
+    if (current > m_delivered) {
+        QList<BoardStore::Entry> entries;
+        if (!m_store->entries(m_boardId, m_delivered, &entries)) {
+            m_store->rollback();
+            batchFailed(count);
+            return;
+        }
+        deliver(entries);
+    }
+    if (m_reload) {
+        const BoardStore::Board board = m_store->board(m_boardId);
+        if (!board.exists || !loadItems()) {
+            m_store->rollback();
+            batchFailed(count);
+            return;
+        }
+        m_owner = board.owner;
+        m_exists = true;
+        m_reload = false;
+    }
+
+    QList<Checked> batch;
+    for (qsizetype i = 0; i < count; ++i) {
+        Outcome outcome;
+        Checked checked = check(m_waiting[size_t(i)], outcome);
+        checked.sequence = current + 1 + i;
+        // Every reserved number gets its entry; one that changed nothing
+        // holds its place empty, and its pointers go as presence.
+        checked.stored = !outcome.changes.isEmpty();
+        m_unwritten.append({ BoardStore::Entry { checked.sequence, m_waiting[size_t(i)].from->key(), checked.stored ? checked.onward : QByteArray() },
+                             outcome.changes });
+        batch.append(checked);
+    }
+    if (!m_store->write(m_boardId, std::exchange(m_unwritten, {})) || std::exchange(m_writeFailed, false) || !m_store->commit()) {
+        m_store->rollback();
+        batchFailed(count);
+        return;
+    }
+    m_waiting.erase(m_waiting.begin(), m_waiting.begin() + count);
+    m_delivered = current + count;
+    // Stored first: nobody receives what a restarted relay would not know.
+    for (const Checked& checked : std::as_const(batch)) {
+        if (!checked.onward.isEmpty()) {
+            if (checked.stored)
+                sendToJoined(checked.onward, checked.from, checked.sequence);
+            else
+                sendPresence(checked.onward, checked.from);
+        }
+        for (const QByteArray& frame : batches(checked.toSender))
+            checked.from->send(frame, true);
+    }
+    schedule();
+}
+
+void BoardSession::batchFailed(qsizetype count)
+{
+    m_unwritten.clear();
+    m_writeFailed = false;
+    // What was checked went into m_items: read it again with the next batch.
+    m_reload = true;
+    if (!m_store->probe()) {
+        emit storageLost();
+        return;
+    }
+    for (qsizetype i = 0; i < count; ++i)
+        qCCritical(lcRelay).noquote() << "dropped a message of" << m_waiting[size_t(i)].from->description() << "that could not be stored";
+    m_waiting.erase(m_waiting.begin(), m_waiting.begin() + count);
+    schedule();
+}
+
+void BoardSession::writeUnwritten()
+{
+    // Inside the batch's transaction: what it wrote is what is read.
+    if (!m_unwritten.isEmpty() && !m_store->write(m_boardId, std::exchange(m_unwritten, {})))
+        m_writeFailed = true;
+}
+
+std::optional<BoardStore::Item> BoardSession::storedItem(const QString& gid)
+{
+    writeUnwritten();
+    return m_store->item(m_boardId, gid);
+}
+
+BoardSession::Checked BoardSession::check(const Waiting& waiting, Outcome& outcome)
+{
+    Participant* from = waiting.from;
+    const auto& list = waiting.message->multi().whiteboarddatalist();
     for (int i = 0; i < list.size(); ++i) {
-        const pb::WhiteboardData& body = bodies[size_t(i)];
+        const pb::WhiteboardData& body = waiting.bodies[size_t(i)];
         switch (body.datatype()) {
         case pb::WhiteboardData::WhiteboardDataGraphicAction:
             handleAction(from, list[i], body, outcome);
@@ -414,7 +621,9 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
     }
 
     // What goes to the others, as one entry of the board.
-    QByteArray onward;
+    Checked checked;
+    checked.from = from;
+    checked.toSender = outcome.toSender;
     if (!outcome.forward.isEmpty() || !outcome.toOthers.isEmpty()) {
         pb::TransferData data;
         data.set_whiteboardid(m_boardId.toStdString());
@@ -422,29 +631,9 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
             *data.mutable_multi()->add_whiteboarddatalist() = *envelope;
         for (const QByteArray& envelope : std::as_const(outcome.toOthers))
             data.mutable_multi()->add_whiteboarddatalist()->ParseFromArray(envelope.constData(), int(envelope.size()));
-        onward = QByteArray::fromStdString(data.SerializeAsString());
+        checked.onward = QByteArray::fromStdString(data.SerializeAsString());
     }
-
-    if (outcome.changes.isEmpty()) {
-        if (current >= 0)
-            m_store->rollback();
-        // Pointers only: never stored.
-        if (!onward.isEmpty())
-            sendPresence(onward, from);
-    } else {
-        // Stored first: nobody receives what a restarted relay would not know.
-        const qint64 sequence = m_store->commit(m_boardId, outcome.changes, BoardStore::Entry { 0, from->key(), onward });
-        if (sequence < 0) {
-            qCCritical(lcRelay).noquote() << "dropped a message of" << from->description() << "that could not be stored";
-            loadItems();
-            return;
-        }
-        m_delivered = sequence;
-        if (!onward.isEmpty())
-            sendToJoined(onward, from, sequence);
-    }
-    for (const QByteArray& frame : batches(outcome.toSender))
-        from->send(frame, true);
+    return checked;
 }
 
 void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::WhiteboardData& body,
@@ -502,7 +691,7 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
     m_items[gid].version = version;
     QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
     if (body.graphicactiondata().has_imagedata())
-        state = keepingPicture(state, m_store->item(m_boardId, gid));
+        state = keepingPicture(state, storedItem(gid));
     outcome.changes.append({ BoardStore::Change::Put, { gid, known->author, version, state }, 0, std::nullopt });
     if (type == pb::GraphicActionAdd) {
         // A second add of a live gid would give the others a second item.
@@ -518,7 +707,7 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
     qCWarning(lcRelay).noquote() << "refused" << actionName(type) << "of gid" << gid << "on board" << m_boardId << "by user"
                                  << from->accountId() << ":" << reason;
     const auto known = m_items.find(gid);
-    const std::optional<BoardStore::Item> stored = known == m_items.end() ? std::nullopt : m_store->item(m_boardId, gid);
+    const std::optional<BoardStore::Item> stored = known == m_items.end() ? std::nullopt : storedItem(gid);
     if (!stored) {
         std::optional<Version> removal;
         if (refused)
@@ -559,8 +748,10 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
         if (user != m_owner) {
             qCWarning(lcRelay).noquote() << "refused clear all on board" << m_boardId << "by user" << user << ": not the owner";
             // The sender's board cleared itself: give it the board back.
-            const QList<BoardStore::Item> items = m_store->items(m_boardId);
-            for (const BoardStore::Item& item : items)
+            writeUnwritten();
+            QList<BoardStore::Item> items;
+            m_store->items(m_boardId, &items);
+            for (const BoardStore::Item& item : std::as_const(items))
                 outcome.toSender.append(item.envelope);
             return;
         }

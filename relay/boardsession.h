@@ -9,8 +9,11 @@
 #include <QObject>
 #include <QString>
 
+#include <deque>
 #include <limits>
+#include <memory>
 #include <optional>
+#include <vector>
 
 namespace im::whiteboard {
 class SingleWhiteboardData;
@@ -27,16 +30,20 @@ class Participant;
 // One board while anybody is connected to it here: its participants, its
 // owner, the author and version of each live item, and the one order in which
 // its messages are stored and then delivered. Everything runs on the relay's
-// one thread. The store gives each committed message the board's next
-// sequence number while it holds the board (other nodes may share it), and
-// the session delivers the board's entries to its participants in that order,
-// each once: its own as it commits them, the other nodes' as it reads them.
+// one thread. Messages with changes wait in a queue that is stored in
+// batches, one transaction each, so that a store far away costs a few round
+// trips per batch rather than per message, and the sockets are served between
+// batches. The store gives each message the board's next sequence number
+// while it holds the board (other nodes may share it), and the session
+// delivers the board's entries to its participants in that order, each once:
+// its own as it commits them, the other nodes' as it reads them.
 class BoardSession : public QObject
 {
     Q_OBJECT
 
 public:
     BoardSession(const QString& boardId, BoardStore* store, const RelayOptions& options, QObject* parent = nullptr);
+    ~BoardSession() override;
 
     QString boardId() const { return m_boardId; }
     qint64 owner() const { return m_owner; }
@@ -49,14 +56,23 @@ public:
     void add(Participant* participant);
     // Closes every connection with "going away".
     void closeAll();
+    // Stores every waiting message now, unless the store is away.
+    void storeWaiting();
     // Delivers the entries other nodes committed, up to `sequence` at least.
     void catchUp(qint64 sequence);
+    // Another node committed up to `sequence`: read soon, once for many.
+    void announce(qint64 sequence);
+    // The store is back after a loss: what it holds is read again and the
+    // waiting messages are stored.
+    void resume();
     // A pointer or leave from another node, for the participants here.
     void deliverPresence(const QByteArray& frame);
 
 signals:
     // The last participant has gone; the session may be dropped.
     void idle(relay::BoardSession* session);
+    // The store did not answer: the messages wait until resume().
+    void storageLost();
 
 private:
     // What one message leads to: the changes to commit, the envelopes that go
@@ -73,6 +89,23 @@ private:
         qint64 author = 0;
         std::optional<BoardStore::Version> version;
     };
+    // A message waiting to be stored, with its envelopes' bodies parsed.
+    struct Waiting
+    {
+        // Drained before its participant goes (see onDisconnected).
+        Participant* from = nullptr;
+        std::unique_ptr<im::whiteboard::TransferData> message;
+        std::vector<im::whiteboard::WhiteboardData> bodies;
+    };
+    // A checked message of a batch: what it sends once the batch commits.
+    struct Checked
+    {
+        Participant* from = nullptr;
+        qint64 sequence = 0;
+        QByteArray onward;
+        bool stored = false; // onward goes as an entry, else as presence
+        QList<QByteArray> toSender; // envelopes
+    };
 
     void onMessage(Participant* from, im::whiteboard::TransferData* message);
     void onDisconnected(Participant* participant);
@@ -87,7 +120,20 @@ private:
     // sender (with versions: everybody) is sent the item's stored state.
     void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
                 const QString& reason, Outcome& outcome);
-    void loadItems();
+    bool loadItems();
+    // Creates the board in the store unless it exists; `owner` if new.
+    void create(qint64 owner);
+    void schedule();
+    // Stores a batch of the waiting messages and delivers it.
+    void flush();
+    Checked check(const Waiting& waiting, Outcome& outcome);
+    // The stored state of an item as the batch being checked left it.
+    std::optional<BoardStore::Item> storedItem(const QString& gid);
+    // Writes what the batch has not written yet, before a read.
+    void writeUnwritten();
+    // Stops the batch: the store failed. Lost connection: the messages wait;
+    // otherwise they are dropped and logged.
+    void batchFailed(qsizetype count);
     // Delivers entries read from the store that this node has not delivered.
     void deliver(const QList<BoardStore::Entry>& entries);
     // Follows another node's entry in the item authors and versions.
@@ -111,6 +157,20 @@ private:
     qint64 m_delivered = 0;
     QList<Participant*> m_participants;
     QHash<QString, ItemState> m_items;
+    std::deque<Waiting> m_waiting;
+    bool m_flushScheduled = false;
+    bool m_flushing = false;
+    bool m_catchUpScheduled = false;
+    // The items and owner are read again before the next batch is checked.
+    bool m_reload = false;
+    // load() read the board: m_delivered is its sequence number.
+    bool m_loaded = false;
+    bool m_warnedBacklog = false;
+    qint64 m_announced = 0;
+    // Of the batch being checked: the messages not yet written, written
+    // before anything is read from the store, so that the read sees them.
+    QList<BoardStore::Message> m_unwritten;
+    bool m_writeFailed = false;
 };
 
 } // namespace relay

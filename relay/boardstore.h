@@ -57,8 +57,7 @@ public:
         qint64 sequence = 0;
     };
 
-    // One change of a board; a commit applies a list of them in one
-    // transaction.
+    // One change of a board.
     struct Change
     {
         enum Kind { Put, Remove, ClearAll, ClearByAuthor };
@@ -70,12 +69,21 @@ public:
     };
 
     // What one committed message delivered to the board's participants
-    // besides its sender, who is named by `origin`.
+    // besides its sender, who is named by `origin`. An empty frame holds the
+    // place of a message that changed nothing.
     struct Entry
     {
         qint64 sequence = 0;
         QString origin;
         QByteArray frame; // a serialised TransferData
+    };
+
+    // One message as it is stored: its entry and its changes, the items put
+    // by it replayed after those of earlier sequence numbers.
+    struct Message
+    {
+        Entry entry;
+        QList<Change> changes;
     };
 
     // Entries older than this many sequence numbers may be dropped: a node
@@ -91,22 +99,39 @@ public:
     virtual Board board(const QString& boardId) = 0;
     // Creates the board unless it exists; the owner is whoever came first.
     virtual bool createBoard(const QString& boardId, qint64 owner) = 0;
-    // The board's items in the order they were last stored.
-    virtual QList<Item> items(const QString& boardId) = 0;
+    // The board's items in the order they were last stored; false when they
+    // could not be read.
+    virtual bool items(const QString& boardId, QList<Item>* items) = 0;
     virtual std::optional<Item> item(const QString& boardId, const QString& gid) = 0;
-    // Begins the transaction of one message and holds the board until
+    // Begins the transaction of a batch of messages and holds the board until
     // commit() or rollback(), so that what is read in between is what the
-    // message is checked against on every node. Returns the board's sequence
-    // number; -1 on failure (no transaction is open then).
-    virtual qint64 lock(const QString& boardId) = 0;
+    // messages are checked against on every node. Reserves the next `count`
+    // sequence numbers for them and returns the board's sequence number
+    // before those; -1 on failure (no transaction is open then). A rollback
+    // gives the numbers back.
+    virtual qint64 lock(const QString& boardId, int count) = 0;
     virtual void rollback() = 0;
-    // Applies the changes and stores `entry` under the board's next sequence
-    // number, which it returns, and ends the transaction begun by lock(); -1
-    // when nothing was committed. Nobody may see the changes before this
-    // returns.
-    virtual qint64 commit(const QString& boardId, const QList<Change>& changes, const Entry& entry) = 0;
-    // The board's entries after `after`, in their order.
-    virtual QList<Entry> entries(const QString& boardId, qint64 after) = 0;
+    // Stores messages under the numbers lock() reserved, inside its
+    // transaction: what is read afterwards sees them. False on failure; the
+    // caller rolls back.
+    virtual bool write(const QString& boardId, const QList<Message>& messages) = 0;
+    // Ends the transaction begun by lock(); nobody may see what it wrote
+    // before this returns. False when nothing was committed.
+    virtual bool commit() = 0;
+    // The board's entries after `after`, in their order; false when they
+    // could not be read.
+    virtual bool entries(const QString& boardId, qint64 after, QList<Entry>* entries) = 0;
+
+    // Whether the connection to the database still answers, asked after a
+    // failure. Once it does not, lost() holds until reopen() succeeds.
+    virtual bool probe() { return true; }
+    virtual bool lost() const { return false; }
+    // Connects again after a loss, with what was watched.
+    virtual bool reopen(QString* error)
+    {
+        close();
+        return open(error);
+    }
 
     // Several nodes: the store tells `observer` about the boards watched.
     // Alone (the default) nothing happens elsewhere.

@@ -28,6 +28,9 @@ SqlBoardStore::Dialect postgresDialect()
         "CREATE TABLE entries (board TEXT NOT NULL, sequence BIGINT NOT NULL, origin TEXT NOT NULL, frame BYTEA NOT NULL,"
         " PRIMARY KEY (board, sequence));",
     };
+    // The commit notifies the board's channel with the last number it took;
+    // PostgreSQL sends it when the transaction commits, and only then.
+    dialect.lock = "UPDATE boards SET sequence = sequence + ? WHERE id = ? RETURNING sequence, pg_notify(?, 'c ' || sequence)";
     return dialect;
 }
 
@@ -117,10 +120,23 @@ bool PostgresBoardStore::setSchemaVersion(int version)
     return query.exec();
 }
 
-bool PostgresBoardStore::beforeCommit(const QString& boardId, qint64 sequence)
+void PostgresBoardStore::bindLock(QSqlQuery& query, const QString& boardId)
 {
-    // Sent when the transaction commits, and only then.
-    return notify(boardId, QStringLiteral("c %1").arg(sequence));
+    query.addBindValue(channelOf(boardId));
+}
+
+bool PostgresBoardStore::reopen(QString* error)
+{
+    // A broken connection counts as closed: beforeClose() is not called.
+    m_notify.reset();
+    if (!SqlBoardStore::reopen(error))
+        return false;
+    // A new connection listens on nothing yet.
+    for (auto board = m_boardsByChannel.cbegin(); board != m_boardsByChannel.cend(); ++board) {
+        if (!database().driver()->subscribeToNotification(board.key()))
+            qCWarning(lcRelay).noquote() << "cannot listen for board" << board.value() << database().lastError().text();
+    }
+    return true;
 }
 
 bool PostgresBoardStore::notify(const QString& boardId, const QString& payload)
@@ -159,7 +175,7 @@ void PostgresBoardStore::publish(const QString& boardId, const QByteArray& frame
     const QByteArray payload = "p " + frame.toBase64();
     // Pointers come again soon; a frame this large is no pointer anyway. The
     // leaves of a relay shutting down come after the store has closed.
-    if (payload.size() > kMaxPayload || !m_notify)
+    if (payload.size() > kMaxPayload || !m_notify || lost())
         return;
     notify(boardId, QString::fromLatin1(payload));
 }

@@ -15,9 +15,10 @@ namespace relay {
 
 // The store of several relay nodes: one PostgreSQL database through QtSql's
 // QPSQL driver. lock() takes the board's row with its update, so the nodes
-// check and commit one message of a board at a time and the sequence numbers
-// have no gaps; a commit notifies the board's channel with its sequence
-// number, and every node listens on the channels of the boards it serves.
+// check and commit one batch of a board's messages at a time and the sequence
+// numbers have no gaps; a commit notifies the board's channel with its last
+// sequence number, and every node listens on the channels of the boards it
+// serves.
 // Pointers and leaves travel in notification payloads only.
 class PostgresBoardStore : public SqlBoardStore
 {
@@ -30,6 +31,7 @@ public:
     static bool isPostgresUrl(const QUrl& url);
 
     bool open(QString* error) override;
+    bool reopen(QString* error) override;
     bool isShared() const override { return true; }
     void setObserver(Observer* observer) override { m_observer = observer; }
     void watch(const QString& boardId) override;
@@ -44,7 +46,7 @@ protected:
     bool prepareConnection(QString* error) override;
     int schemaVersion(QString* error) override;
     bool setSchemaVersion(int version) override;
-    bool beforeCommit(const QString& boardId, qint64 sequence) override;
+    void bindLock(QSqlQuery& query, const QString& boardId) override;
     void beforeClose() override;
     QString name() const override;
 

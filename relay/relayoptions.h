@@ -27,6 +27,11 @@ struct RelayOptions
     // Bytes waiting to go to one participant; a participant that falls this
     // far behind is closed with 1013 and comes back through a replay.
     static constexpr qint64 kMaxBacklogBytes = 64 * 1024 * 1024;
+    // Messages with changes of one board stored in one transaction at most.
+    static constexpr int kMaxBatchMessages = 256;
+    // Messages of one board waiting for the database; beyond them a sender
+    // is closed with 1013 (the database does not keep up, or is away).
+    static constexpr qint64 kMaxWaitingMessages = 20000;
     // Longest board id, and the range of account ids, in a connection's URL.
     static constexpr int kMaxBoardIdLength = 200;
     static constexpr int kMaxUserNameLength = 200;

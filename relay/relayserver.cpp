@@ -13,6 +13,8 @@
 #include <QWebSocket>
 #include <QWebSocketServer>
 
+#include <algorithm>
+
 namespace relay {
 
 namespace {
@@ -21,6 +23,9 @@ const QLatin1String kBoardsPath("/boards/");
 // How often a node on a shared store reads its boards' sequence numbers
 // without being told.
 constexpr int kPollMs = 1000;
+// Pauses between attempts to reach a lost database: doubling up to the last.
+constexpr int kFirstReconnectMs = 250;
+constexpr int kLongestReconnectMs = 8000;
 
 } // namespace
 
@@ -50,6 +55,9 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
         connect(m_poll, &QTimer::timeout, this, &RelayServer::poll);
         m_poll->start(kPollMs);
     }
+    m_reconnect = new QTimer(this);
+    m_reconnect->setSingleShot(true);
+    connect(m_reconnect, &QTimer::timeout, this, &RelayServer::reconnectStore);
     connect(m_server.get(), &QWebSocketServer::sslErrors, this,
             [](const QList<QSslError>& errors) { qCWarning(lcRelay) << "tls errors:" << errors; });
 }
@@ -90,6 +98,9 @@ QString RelayServer::url() const
 
 void RelayServer::close()
 {
+    // What was accepted is stored before the connections go.
+    for (BoardSession* session : std::as_const(m_sessions))
+        session->storeWaiting();
     for (BoardSession* session : std::as_const(m_sessions))
         session->closeAll();
     if (m_tcp ? m_tcp->isListening() : m_server->isListening()) {
@@ -150,6 +161,7 @@ BoardSession* RelayServer::sessionFor(const QString& boardId)
     auto* session = new BoardSession(boardId, m_store, m_options, this);
     session->load();
     m_sessions.insert(boardId, session);
+    connect(session, &BoardSession::storageLost, this, &RelayServer::onStorageLost);
     connect(session, &BoardSession::idle, this, [this](BoardSession* idle) {
         m_sessions.remove(idle->boardId());
         m_store->unwatch(idle->boardId());
@@ -161,7 +173,7 @@ BoardSession* RelayServer::sessionFor(const QString& boardId)
 void RelayServer::committedElsewhere(const QString& boardId, qint64 sequence)
 {
     if (BoardSession* session = m_sessions.value(boardId))
-        session->catchUp(sequence);
+        session->announce(sequence);
 }
 
 void RelayServer::presenceElsewhere(const QString& boardId, const QByteArray& frame)
@@ -172,8 +184,43 @@ void RelayServer::presenceElsewhere(const QString& boardId, const QByteArray& fr
 
 void RelayServer::poll()
 {
+    if (m_store->lost())
+        return;
+    // An idle node learns here that its database went away.
+    if (!m_store->probe()) {
+        onStorageLost();
+        return;
+    }
     for (BoardSession* session : std::as_const(m_sessions))
         session->catchUp(m_store->board(session->boardId()).sequence);
+}
+
+void RelayServer::onStorageLost()
+{
+    if (m_reconnect->isActive() || m_reconnectAttempts > 0)
+        return;
+    qCWarning(lcRelay) << "lost the database connection; reconnecting";
+    m_reconnectDelay = kFirstReconnectMs;
+    m_reconnect->start(m_reconnectDelay);
+}
+
+void RelayServer::reconnectStore()
+{
+    ++m_reconnectAttempts;
+    QString error;
+    if (!m_store->reopen(&error)) {
+        m_reconnectDelay = std::min(m_reconnectDelay * 2, kLongestReconnectMs);
+        qCWarning(lcRelay).noquote() << "database still unreachable after" << m_reconnectAttempts << "attempts:" << error.trimmed()
+                                     << "; next attempt in" << m_reconnectDelay << "ms";
+        m_reconnect->start(m_reconnectDelay);
+        return;
+    }
+    qCWarning(lcRelay) << "reconnected to the database after" << m_reconnectAttempts << "attempts";
+    m_reconnectAttempts = 0;
+    // Listening again before reading: nothing committed after the read goes
+    // unnoticed (the store listened again as it reopened).
+    for (BoardSession* session : std::as_const(m_sessions))
+        session->resume();
 }
 
 } // namespace relay

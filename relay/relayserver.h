@@ -52,6 +52,10 @@ private:
     // A notification may be lost (the database restarted, or the payload
     // queue overflowed): now and then every board is read again.
     void poll();
+    // The database stopped answering: connect again with a growing pause;
+    // the boards' messages wait meanwhile, and are stored once it is back.
+    void onStorageLost();
+    void reconnectStore();
 
     BoardStore* m_store;
     RelayOptions m_options;
@@ -61,6 +65,9 @@ private:
     std::unique_ptr<QTcpServer> m_tcp;
     QHash<QString, BoardSession*> m_sessions;
     QTimer* m_poll = nullptr;
+    QTimer* m_reconnect = nullptr;
+    int m_reconnectDelay = 0;
+    int m_reconnectAttempts = 0;
 };
 
 } // namespace relay

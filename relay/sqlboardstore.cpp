@@ -7,18 +7,16 @@
 #include <QSqlQuery>
 #include <QVariant>
 
+#include <algorithm>
 #include <atomic>
 
 namespace relay {
 
 namespace {
 
-QSqlQuery prepared(const QSqlDatabase& db, const QString& text)
-{
-    QSqlQuery query(db);
-    query.prepare(text);
-    return query;
-}
+// Rows per multi-row statement: few statement texts to prepare, few round
+// trips per batch.
+constexpr int kRowsPerStatement = 64;
 
 bool run(QSqlQuery& query)
 {
@@ -79,19 +77,28 @@ bool SqlBoardStore::open(QString* error)
     }
     if (!prepareConnection(error) || !migrate(error))
         return false;
-    // Taking the next number locks the board's row until the transaction
-    // ends (a rollback gives the number back): one round trip for both.
-    m_lock = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("UPDATE boards SET sequence = sequence + 1 WHERE id = ? RETURNING sequence")));
-    m_put = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("INSERT INTO items (board, gid, author, version, versionuser, sequence, step, envelope)"
-                                                                    " VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (board, gid) DO UPDATE SET"
-                                                                    " author = excluded.author, version = excluded.version, versionuser = excluded.versionuser,"
-                                                                    " sequence = excluded.sequence, step = excluded.step, envelope = excluded.envelope")));
-    m_remove = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("DELETE FROM items WHERE board = ? AND gid = ?")));
-    m_entry = std::make_unique<QSqlQuery>(prepared(db, QStringLiteral("INSERT INTO entries (board, sequence, origin, frame) VALUES (?, ?, ?, ?)")));
-    m_entries = std::make_unique<QSqlQuery>(
-        prepared(db, QStringLiteral("SELECT sequence, origin, frame FROM entries WHERE board = ? AND sequence > ? ORDER BY sequence")));
-    m_entries->setForwardOnly(true);
+    m_lost = false;
     return true;
+}
+
+QSqlQuery& SqlBoardStore::statement(const QString& text)
+{
+    std::shared_ptr<QSqlQuery>& query = m_statements[text];
+    if (!query) {
+        query = std::make_shared<QSqlQuery>(database());
+        query->setForwardOnly(true);
+        query->prepare(text);
+    }
+    return *query;
+}
+
+QSqlQuery& SqlBoardStore::rowsStatement(const QString& head, int rows, int columns, const QString& tail)
+{
+    QString row = QStringLiteral("(?") + QStringLiteral(", ?").repeated(columns - 1) + QLatin1Char(')');
+    QStringList all;
+    for (int i = 0; i < rows; ++i)
+        all << row;
+    return statement(head + all.join(QLatin1String(", ")) + tail);
 }
 
 int SqlBoardStore::readNumber(const QString& statement, QString* error)
@@ -140,11 +147,7 @@ void SqlBoardStore::close()
 {
     if (!QSqlDatabase::contains(m_connectionName))
         return;
-    m_lock.reset();
-    m_put.reset();
-    m_remove.reset();
-    m_entry.reset();
-    m_entries.reset();
+    m_statements.clear();
     {
         QSqlDatabase db = database();
         if (db.isOpen()) {
@@ -155,70 +158,93 @@ void SqlBoardStore::close()
     QSqlDatabase::removeDatabase(m_connectionName);
 }
 
+bool SqlBoardStore::probe()
+{
+    QSqlQuery query(database());
+    m_lost = !database().isOpen() || !query.exec(QStringLiteral("SELECT 1")) || !query.next();
+    return !m_lost;
+}
+
+bool SqlBoardStore::reopen(QString* error)
+{
+    close();
+    m_lost = true;
+    return open(error);
+}
+
 BoardStore::Board SqlBoardStore::board(const QString& boardId)
 {
     Board result;
-    QSqlQuery query = prepared(database(), QStringLiteral("SELECT owner, sequence FROM boards WHERE id = ?"));
+    QSqlQuery& query = statement(QStringLiteral("SELECT owner, sequence FROM boards WHERE id = ?"));
     query.addBindValue(boardId);
     if (run(query) && query.next()) {
         result.exists = true;
         result.owner = query.value(0).toLongLong();
         result.sequence = query.value(1).toLongLong();
     }
+    query.finish();
     return result;
 }
 
 bool SqlBoardStore::createBoard(const QString& boardId, qint64 owner)
 {
-    QSqlQuery query = prepared(database(), QStringLiteral("INSERT INTO boards (id, owner) VALUES (?, ?) ON CONFLICT (id) DO NOTHING"));
+    QSqlQuery& query = statement(QStringLiteral("INSERT INTO boards (id, owner) VALUES (?, ?) ON CONFLICT (id) DO NOTHING"));
     query.addBindValue(boardId);
     query.addBindValue(owner);
     return run(query);
 }
 
-QList<BoardStore::Item> SqlBoardStore::items(const QString& boardId)
+bool SqlBoardStore::items(const QString& boardId, QList<Item>* items)
 {
-    QList<Item> result;
-    QSqlQuery query = prepared(database(), QStringLiteral("SELECT gid, author, version, versionuser, envelope FROM items WHERE board = ? ORDER BY sequence, step"));
-    query.setForwardOnly(true);
+    items->clear();
+    QSqlQuery& query = statement(QStringLiteral("SELECT gid, author, version, versionuser, envelope FROM items WHERE board = ? ORDER BY sequence, step"));
     query.addBindValue(boardId);
     if (!run(query))
-        return result;
+        return false;
     while (query.next()) {
         Item item = itemFrom(query, 1);
         item.gid = query.value(0).toString();
-        result.append(item);
+        items->append(item);
     }
-    return result;
+    query.finish();
+    return true;
 }
 
 std::optional<BoardStore::Item> SqlBoardStore::item(const QString& boardId, const QString& gid)
 {
-    QSqlQuery query = prepared(database(), QStringLiteral("SELECT author, version, versionuser, envelope FROM items WHERE board = ? AND gid = ?"));
+    QSqlQuery& query = statement(QStringLiteral("SELECT author, version, versionuser, envelope FROM items WHERE board = ? AND gid = ?"));
     query.addBindValue(boardId);
     query.addBindValue(gid);
-    if (!run(query) || !query.next())
-        return std::nullopt;
-    Item item = itemFrom(query, 0);
-    item.gid = gid;
-    return item;
+    std::optional<Item> result;
+    if (run(query) && query.next()) {
+        result = itemFrom(query, 0);
+        result->gid = gid;
+    }
+    query.finish();
+    return result;
 }
 
-qint64 SqlBoardStore::lock(const QString& boardId)
+qint64 SqlBoardStore::lock(const QString& boardId, int count)
 {
     QSqlDatabase db = database();
     if (!db.transaction()) {
         qCWarning(lcRelay) << "storage error:" << db.lastError().text();
         return -1;
     }
-    m_lock->addBindValue(boardId);
-    if (!run(*m_lock) || !m_lock->next()) {
+    // Reserving the numbers locks the board's row until the transaction
+    // ends: one round trip for both.
+    QSqlQuery& query = statement(QString::fromLatin1(m_dialect.lock));
+    query.addBindValue(count);
+    query.addBindValue(boardId);
+    bindLock(query, boardId);
+    if (!run(query) || !query.next()) {
+        query.finish();
         db.rollback();
         return -1;
     }
-    m_next = m_lock->value(0).toLongLong();
-    m_lock->finish();
-    return m_next - 1;
+    const qint64 reserved = query.value(0).toLongLong();
+    query.finish();
+    return reserved - count;
 }
 
 void SqlBoardStore::rollback()
@@ -226,85 +252,175 @@ void SqlBoardStore::rollback()
     database().rollback();
 }
 
-qint64 SqlBoardStore::commit(const QString& boardId, const QList<Change>& changes, const Entry& entry)
+// One item row of a batch, with the place of the message that put it.
+struct SqlBoardStore::Row
 {
-    QSqlDatabase db = database();
-    const qint64 sequence = m_next;
-    bool ok = true;
-    for (int step = 0; ok && step < changes.size(); ++step)
-        ok = apply(boardId, sequence, step, changes[step]);
-    if (ok) {
-        m_entry->addBindValue(boardId);
-        m_entry->addBindValue(sequence);
-        m_entry->addBindValue(entry.origin);
-        m_entry->addBindValue(entry.frame);
-        ok = run(*m_entry);
-    }
-    if (ok && sequence % 1000 == 0) {
-        QSqlQuery prune = prepared(db, QStringLiteral("DELETE FROM entries WHERE board = ? AND sequence <= ?"));
-        prune.addBindValue(boardId);
-        prune.addBindValue(sequence - kEntriesKept);
-        ok = run(prune);
-    }
-    ok = ok && beforeCommit(boardId, sequence);
-    if (ok && db.commit())
-        return sequence;
-    qCWarning(lcRelay) << "storage commit failed for board" << boardId << db.lastError().text();
-    db.rollback();
-    return -1;
-}
+    const Item* item;
+    qint64 sequence;
+    int step;
+};
 
-QList<BoardStore::Entry> SqlBoardStore::entries(const QString& boardId, qint64 after)
+bool SqlBoardStore::write(const QString& boardId, const QList<Message>& messages)
 {
-    QList<Entry> result;
-    m_entries->addBindValue(boardId);
-    m_entries->addBindValue(after);
-    if (!run(*m_entries))
-        return result;
-    while (m_entries->next())
-        result.append(Entry { m_entries->value(0).toLongLong(), m_entries->value(1).toString(), m_entries->value(2).toByteArray() });
-    m_entries->finish();
-    return result;
-}
-
-bool SqlBoardStore::apply(const QString& boardId, qint64 sequence, int step, const Change& change)
-{
-    QSqlQuery query(database());
-    switch (change.kind) {
-    case Change::Put:
-        m_put->addBindValue(boardId);
-        m_put->addBindValue(change.item.gid);
-        m_put->addBindValue(change.item.author);
-        m_put->addBindValue(versionValue(change.item.version, false));
-        m_put->addBindValue(versionValue(change.item.version, true));
-        m_put->addBindValue(sequence);
-        m_put->addBindValue(step);
-        m_put->addBindValue(change.item.envelope);
-        return run(*m_put);
-    case Change::Remove:
-        m_remove->addBindValue(boardId);
-        m_remove->addBindValue(change.item.gid);
-        return run(*m_remove);
-    case Change::ClearAll:
-    case Change::ClearByAuthor: {
-        QString text = QStringLiteral("DELETE FROM items WHERE board = ?");
-        if (change.kind == Change::ClearByAuthor)
-            text += QStringLiteral(" AND author = ?");
-        if (change.before)
-            text += QStringLiteral(" AND (version IS NULL OR version < ? OR (version = ? AND versionuser < ?))");
-        query.prepare(text);
-        query.addBindValue(boardId);
-        if (change.kind == Change::ClearByAuthor)
-            query.addBindValue(change.author);
-        if (change.before) {
-            query.addBindValue(change.before->version);
-            query.addBindValue(change.before->version);
-            query.addBindValue(change.before->user);
+    // Puts and removals since the last clear, folded per gid, as one
+    // statement may touch a row only once: the removals go first, so a put
+    // after a removal of the same gid stands.
+    QList<Row> puts;
+    QHash<QString, qsizetype> putAt;
+    QStringList removals;
+    auto flush = [&] {
+        QList<Row> rows;
+        for (const Row& row : std::as_const(puts)) {
+            if (row.item)
+                rows.append(row);
         }
-        break;
+        const bool ok = removeRows(boardId, removals) && putRows(boardId, rows);
+        puts.clear();
+        putAt.clear();
+        removals.clear();
+        return ok;
+    };
+    for (const Message& message : messages) {
+        for (int step = 0; step < message.changes.size(); ++step) {
+            const Change& change = message.changes[step];
+            switch (change.kind) {
+            case Change::Put: {
+                const auto at = putAt.constFind(change.item.gid);
+                if (at != putAt.cend())
+                    puts[*at].item = nullptr;
+                putAt.insert(change.item.gid, puts.size());
+                puts.append(Row { &change.item, message.entry.sequence, step });
+                break;
+            }
+            case Change::Remove: {
+                const auto at = putAt.constFind(change.item.gid);
+                if (at != putAt.cend()) {
+                    puts[*at].item = nullptr;
+                    putAt.erase(at);
+                }
+                removals.append(change.item.gid);
+                break;
+            }
+            case Change::ClearAll:
+            case Change::ClearByAuthor:
+                if (!flush() || !clear(boardId, change))
+                    return false;
+                break;
+            }
+        }
     }
+    if (!flush())
+        return false;
+
+    for (qsizetype first = 0; first < messages.size(); first += kRowsPerStatement) {
+        const int rows = int(std::min<qsizetype>(kRowsPerStatement, messages.size() - first));
+        QSqlQuery& query = rowsStatement(QStringLiteral("INSERT INTO entries (board, sequence, origin, frame) VALUES "), rows, 4);
+        for (int i = 0; i < rows; ++i) {
+            const Entry& entry = messages[first + i].entry;
+            query.addBindValue(boardId);
+            query.addBindValue(entry.sequence);
+            query.addBindValue(entry.origin);
+            // Not NULL: QtSql binds a null array as NULL.
+            query.addBindValue(entry.frame.isNull() ? QByteArray("") : entry.frame);
+        }
+        if (!run(query))
+            return false;
+    }
+    if (messages.isEmpty())
+        return true;
+    // Now and then the entries nobody can need any more go.
+    const qint64 last = messages.constLast().entry.sequence;
+    if (last / 1000 != (messages.constFirst().entry.sequence - 1) / 1000) {
+        QSqlQuery& prune = statement(QStringLiteral("DELETE FROM entries WHERE board = ? AND sequence <= ?"));
+        prune.addBindValue(boardId);
+        prune.addBindValue(last - kEntriesKept);
+        return run(prune);
+    }
+    return true;
+}
+
+bool SqlBoardStore::putRows(const QString& boardId, const QList<Row>& rows)
+{
+    for (qsizetype first = 0; first < rows.size(); first += kRowsPerStatement) {
+        const int count = int(std::min<qsizetype>(kRowsPerStatement, rows.size() - first));
+        QSqlQuery& query = rowsStatement(QStringLiteral("INSERT INTO items (board, gid, author, version, versionuser, sequence, step, envelope) VALUES "),
+                                         count, 8,
+                                         QStringLiteral(" ON CONFLICT (board, gid) DO UPDATE SET"
+                                                        " author = excluded.author, version = excluded.version, versionuser = excluded.versionuser,"
+                                                        " sequence = excluded.sequence, step = excluded.step, envelope = excluded.envelope"));
+        for (int i = 0; i < count; ++i) {
+            const Row& row = rows[first + i];
+            query.addBindValue(boardId);
+            query.addBindValue(row.item->gid);
+            query.addBindValue(row.item->author);
+            query.addBindValue(versionValue(row.item->version, false));
+            query.addBindValue(versionValue(row.item->version, true));
+            query.addBindValue(row.sequence);
+            query.addBindValue(row.step);
+            query.addBindValue(row.item->envelope);
+        }
+        if (!run(query))
+            return false;
+    }
+    return true;
+}
+
+bool SqlBoardStore::removeRows(const QString& boardId, const QStringList& gids)
+{
+    for (qsizetype first = 0; first < gids.size(); first += kRowsPerStatement) {
+        const int count = int(std::min<qsizetype>(kRowsPerStatement, gids.size() - first));
+        QSqlQuery& query = statement(QStringLiteral("DELETE FROM items WHERE board = ? AND gid IN (?") + QStringLiteral(", ?").repeated(count - 1)
+                                     + QLatin1Char(')'));
+        query.addBindValue(boardId);
+        for (int i = 0; i < count; ++i)
+            query.addBindValue(gids[first + i]);
+        if (!run(query))
+            return false;
+    }
+    return true;
+}
+
+bool SqlBoardStore::clear(const QString& boardId, const Change& change)
+{
+    QString text = QStringLiteral("DELETE FROM items WHERE board = ?");
+    if (change.kind == Change::ClearByAuthor)
+        text += QStringLiteral(" AND author = ?");
+    if (change.before)
+        text += QStringLiteral(" AND (version IS NULL OR version < ? OR (version = ? AND versionuser < ?))");
+    QSqlQuery& query = statement(text);
+    query.addBindValue(boardId);
+    if (change.kind == Change::ClearByAuthor)
+        query.addBindValue(change.author);
+    if (change.before) {
+        query.addBindValue(change.before->version);
+        query.addBindValue(change.before->version);
+        query.addBindValue(change.before->user);
     }
     return run(query);
+}
+
+bool SqlBoardStore::commit()
+{
+    QSqlDatabase db = database();
+    if (db.commit())
+        return true;
+    qCWarning(lcRelay) << "storage commit failed:" << db.lastError().text();
+    db.rollback();
+    return false;
+}
+
+bool SqlBoardStore::entries(const QString& boardId, qint64 after, QList<Entry>* entries)
+{
+    entries->clear();
+    QSqlQuery& query = statement(QStringLiteral("SELECT sequence, origin, frame FROM entries WHERE board = ? AND sequence > ? ORDER BY sequence"));
+    query.addBindValue(boardId);
+    query.addBindValue(after);
+    if (!run(query))
+        return false;
+    while (query.next())
+        entries->append(Entry { query.value(0).toLongLong(), query.value(1).toString(), query.value(2).toByteArray() });
+    query.finish();
+    return true;
 }
 
 } // namespace relay

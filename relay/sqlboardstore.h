@@ -2,6 +2,7 @@
 
 #include "relay/boardstore.h"
 
+#include <QHash>
 #include <QString>
 
 #include <memory>
@@ -22,6 +23,9 @@ public:
     {
         // Each takes the schema from the version before it to its own.
         QList<const char*> migrations;
+        // Adds its first argument to the sequence of the board named by the
+        // second and returns the new number; bindLock() may bind more.
+        const char* lock = "UPDATE boards SET sequence = sequence + ? WHERE id = ? RETURNING sequence";
     };
 
     ~SqlBoardStore() override;
@@ -31,12 +35,16 @@ public:
 
     Board board(const QString& boardId) override;
     bool createBoard(const QString& boardId, qint64 owner) override;
-    QList<Item> items(const QString& boardId) override;
+    bool items(const QString& boardId, QList<Item>* items) override;
     std::optional<Item> item(const QString& boardId, const QString& gid) override;
-    qint64 lock(const QString& boardId) override;
+    qint64 lock(const QString& boardId, int count) override;
     void rollback() override;
-    qint64 commit(const QString& boardId, const QList<Change>& changes, const Entry& entry) override;
-    QList<Entry> entries(const QString& boardId, qint64 after) override;
+    bool write(const QString& boardId, const QList<Message>& messages) override;
+    bool commit() override;
+    bool entries(const QString& boardId, qint64 after, QList<Entry>* entries) override;
+    bool probe() override;
+    bool lost() const override { return m_lost; }
+    bool reopen(QString* error) override;
 
 protected:
     SqlBoardStore(const QString& driver, const Dialect& dialect);
@@ -49,13 +57,9 @@ protected:
     virtual bool prepareConnection(QString* error) = 0;
     virtual int schemaVersion(QString* error) = 0;
     virtual bool setSchemaVersion(int version) = 0;
-    // Runs inside the transaction of a commit, once it has its sequence.
-    virtual bool beforeCommit(const QString& boardId, qint64 sequence)
-    {
-        Q_UNUSED(boardId);
-        Q_UNUSED(sequence);
-        return true;
-    }
+    // Binds what the dialect's lock statement takes beyond the count and the
+    // board.
+    virtual void bindLock(QSqlQuery& query, const QString& boardId) { Q_UNUSED(query); Q_UNUSED(boardId); }
     // Runs as the connection is about to close.
     virtual void beforeClose() {}
     // The first column of the one row `statement` yields; -1 on failure.
@@ -64,20 +68,23 @@ protected:
     virtual QString name() const = 0;
 
 private:
+    struct Row;
     bool migrate(QString* error);
-    bool apply(const QString& boardId, qint64 sequence, int step, const Change& change);
+    // A statement prepared once for the connection's life, by its text.
+    QSqlQuery& statement(const QString& text);
+    // The statement of `rows` rows of `columns` values each after `head`.
+    QSqlQuery& rowsStatement(const QString& head, int rows, int columns, const QString& tail = QString());
+    bool putRows(const QString& boardId, const QList<Row>& rows);
+    bool removeRows(const QString& boardId, const QStringList& gids);
+    bool clear(const QString& boardId, const Change& change);
 
     QString m_driver;
     Dialect m_dialect;
     QString m_connectionName;
-    // The statements of every commit, prepared once.
-    std::unique_ptr<QSqlQuery> m_lock;
-    // The number lock() took for the commit.
-    qint64 m_next = 0;
-    std::unique_ptr<QSqlQuery> m_put;
-    std::unique_ptr<QSqlQuery> m_remove;
-    std::unique_ptr<QSqlQuery> m_entry;
-    std::unique_ptr<QSqlQuery> m_entries;
+    // Every statement prepared so far: on PostgreSQL a statement prepared
+    // for one call costs two more round trips (prepare, deallocate).
+    QHash<QString, std::shared_ptr<QSqlQuery>> m_statements;
+    bool m_lost = false;
 };
 
 } // namespace relay

@@ -5,6 +5,7 @@
 # password there.
 #
 #   postgres-test.sh start STATE   starts it; writes its URL to STATE
+#   postgres-test.sh restart STATE restarts it at once (as after a crash)
 #   postgres-test.sh stop STATE    stops it and removes the folder
 #
 # As root the server runs as "nobody", since PostgreSQL refuses root.
@@ -13,7 +14,7 @@ set -euo pipefail
 action="${1:-}"
 state="${2:-}"
 if [[ -z "$action" || -z "$state" ]]; then
-    echo "usage: $0 start|stop STATE" >&2
+    echo "usage: $0 start|restart|stop STATE" >&2
     exit 2
 fi
 
@@ -63,6 +64,10 @@ start)
     echo "postgresql://whiteboard@/postgres?host=$dir" >"$state"
     echo "postgres-test: server on $dir"
     ;;
+restart)
+    dir="$(cat "$state.dir")"
+    "${as_server[@]}" "$bin/pg_ctl" -D "$dir/data" -l "$dir/server.log" -m immediate -w -t 60 restart >/dev/null
+    ;;
 stop)
     if [[ -f "$state.dir" ]]; then
         stop "$(cat "$state.dir")"
@@ -71,7 +76,7 @@ stop)
     rm -f "$state"
     ;;
 *)
-    echo "usage: $0 start|stop STATE" >&2
+    echo "usage: $0 start|restart|stop STATE" >&2
     exit 2
     ;;
 esac

@@ -47,22 +47,42 @@ QUrl postgresServer()
     return QUrl(QString::fromUtf8(in.readAll().trimmed()));
 }
 
-// A new empty database on the PostgreSQL server, as a --store URL.
-QString freshDatabase()
+// Runs `statement` on the PostgreSQL server's own database; the first column
+// of its one row.
+QVariant onServer(const QString& statement, const QVariant& value = QVariant())
 {
-    static int count = 0;
     const QUrl server = postgresServer();
-    const QString name = QStringLiteral("relay_%1_%2").arg(QCoreApplication::applicationPid()).arg(++count);
+    QVariant result;
     {
         QSqlDatabase admin = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), QStringLiteral("admin"));
         admin.setHostName(QUrlQuery(server).queryItemValue(QStringLiteral("host")));
         admin.setUserName(server.userName());
         admin.setDatabaseName(server.path().mid(1));
-        if (!admin.open() || !QSqlQuery(admin).exec(QStringLiteral("CREATE DATABASE ") + name))
-            qFatal("cannot create a database on %s: %s", qPrintable(server.toString()), qPrintable(admin.lastError().text()));
+        QSqlQuery query(admin);
+        bool ok = admin.open();
+        if (ok && value.isValid()) {
+            ok = query.prepare(statement);
+            query.addBindValue(value);
+            ok = ok && query.exec();
+        } else if (ok) {
+            ok = query.exec(statement);
+        }
+        if (!ok)
+            qFatal("cannot run %s on %s: %s", qPrintable(statement), qPrintable(server.toString()), qPrintable(query.lastError().text()));
+        if (query.next())
+            result = query.value(0);
     }
     QSqlDatabase::removeDatabase(QStringLiteral("admin"));
-    QUrl url = server;
+    return result;
+}
+
+// A new empty database on the PostgreSQL server, as a --store URL.
+QString freshDatabase()
+{
+    static int count = 0;
+    const QString name = QStringLiteral("relay_%1_%2").arg(QCoreApplication::applicationPid()).arg(++count);
+    onServer(QStringLiteral("CREATE DATABASE ") + name);
+    QUrl url = postgresServer();
     url.setPath(QLatin1Char('/') + name);
     return url.toString();
 }
@@ -302,6 +322,8 @@ private slots:
     void badInputClosesOnlyThatConnection();
     void oneBoardOnTwoNodes_data();
     void oneBoardOnTwoNodes();
+    void nodesOutliveTheirDatabaseConnection_data();
+    void nodesOutliveTheirDatabaseConnection();
 };
 
 void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
@@ -357,10 +379,14 @@ void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
     const QStringList replayedFirst = seen.mid(0, 3);
     QCOMPARE(QSet<QString>(replayedFirst.cbegin(), replayedFirst.cend()), QSet<QString>(drawn.cbegin(), drawn.cend()));
 
-    // A real late board loads the same.
+    // A real late board loads the same, through the second of its relays
+    // when nothing answers at the first.
     QTest::ignoreMessage(QtDebugMsg, "server data loaded.");
-    Peer carol(relay.url, 1005, QStringLiteral("Carol"));
+    const QUrl nobody(QStringLiteral("ws://127.0.0.1:1"));
+    Peer carol(nobody, 1005, QStringLiteral("Carol"));
+    carol.connection.setUrls({ nobody, relay.url });
     QTRY_COMPARE(carol.connection.status(), RelayConnection::Online);
+    QCOMPARE(carol.connection.currentUrl(), relay.url);
     QCOMPARE(carol.items(), 43);
 
     alice.reset();
@@ -558,8 +584,11 @@ void tst_Relay::movedPictureReachesLateJoinersWithItsPixels()
     RelayProcess relay;
     QVERIFY(relay.start());
     RawClient alice(relay.url, 1001);
+    RawClient bob(relay.url, 1002);
     alice.join();
     QTRY_VERIFY(alice.joined());
+    bob.join();
+    QTRY_VERIFY(bob.joined());
     auto imageAction = [](pb::GraphicActionType type, float x, const std::string& pixels) {
         pb::WhiteboardData body = itemBody(type, "i1");
         pb::Image* image = body.mutable_graphicactiondata()->mutable_imagedata()->add_data();
@@ -572,13 +601,23 @@ void tst_Relay::movedPictureReachesLateJoinersWithItsPixels()
             image->set_data(pixels);
         return transferOf({ body }, "i1", kBoard.toStdString());
     };
+    // Sent at once, so that they are likely stored in one batch: what a later
+    // message reads of the store must be what the earlier ones left, and the
+    // rows one batch puts and removes end as the last change left them.
     alice.send(imageAction(pb::GraphicActionAdd, 0, "picture bytes"));
     alice.send(imageAction(pb::GraphicActionUpdate, 300, std::string()));
+    alice.send(rectAdd("r1", 1001));
+    alice.send(rectAction(pb::GraphicActionUpdate, "r1", 1001, 20));
+    alice.send(rectAction(pb::GraphicActionRemove, "r1", 1001));
+    alice.send(rectAdd("r2", 1001, 30));
+    alice.send(rectAction(pb::GraphicActionRemove, "r2", 1001));
+    alice.send(rectAdd("r2", 1001, 40));
+    QTRY_COMPARE(bob.gids().size(), 8);
 
-    RawClient late(relay.url, 1002);
+    RawClient late(relay.url, 1003);
     late.join();
     QTRY_VERIFY(late.joined());
-    QCOMPARE(late.gids(), QStringList { QStringLiteral("i1") });
+    QCOMPARE(actionsOf(late, 0).mid(1), QStringList { QStringLiteral("add r2 40") });
     const pb::Image image = bodiesOf(late.received.front()).first().graphicactiondata().imagedata().data(0);
     QCOMPARE(image.leftpos().x(), 300.0f);
     QCOMPARE(QByteArray::fromStdString(image.data()), QByteArray("picture bytes"));
@@ -693,9 +732,12 @@ void tst_Relay::oneBoardOnTwoNodes()
     QVERIFY(second);
     RelayProcess* nodes[] = { &first, second.get() };
 
+    // Each board knows both nodes, its own first.
     Peer alice(first.url, 1001, QStringLiteral("Alice"));
+    alice.connection.setUrls({ first.url, second->url });
     QTRY_COMPARE(alice.connection.status(), RelayConnection::Online);
     Peer bob(second->url, 1002, QStringLiteral("Bob"));
+    bob.connection.setUrls({ second->url, first.url });
     QTRY_COMPARE(bob.connection.status(), RelayConnection::Online);
     RawClient watchers[] = { { first.url, 1003 }, { second->url, 1004 } };
     for (RawClient& watcher : watchers)
@@ -727,18 +769,20 @@ void tst_Relay::oneBoardOnTwoNodes()
     QTRY_VERIFY(std::any_of(bob.fixture.scene->markItems().cbegin(), bob.fixture.scene->markItems().cend(),
                             [](const auto& mark) { return mark->userId() == 1001; }));
 
-    // A node killed: its board goes on through the other, with what it drew
-    // offline, and nobody gets anything twice.
+    // A node killed: its board goes on through the other, which its
+    // connection tries next, with what it drew offline, and nobody gets
+    // anything twice.
     RelayProcess& alive = *nodes[1 - killed];
     Peer& stranded = killed == 0 ? alice : bob;
     Peer& staying = killed == 0 ? bob : alice;
     RawClient& watcher = watchers[1 - killed];
+    QSignalSpy wentOffline(&stranded.connection, &RelayConnection::statusChanged);
     nodes[killed]->kill();
-    QTRY_COMPARE(stranded.connection.status(), RelayConnection::Offline);
+    QTRY_VERIFY(wentOffline.count() > 0 && stranded.connection.currentUrl() == alive.url);
     stranded.drawRect(QPoint(100, 400), QPoint(200, 500));
     staying.drawRect(QPoint(700, 400), QPoint(800, 500));
-    stranded.connection.setUrl(alive.url);
     QTRY_COMPARE_WITH_TIMEOUT(stranded.connection.status(), RelayConnection::Online, 20000);
+    QCOMPARE(stranded.connection.currentUrl(), alive.url);
     QTRY_COMPARE(stranded.items(), 64);
     QTRY_COMPARE(staying.items(), 64);
     QCOMPARE(sortedGids(stranded), sortedGids(staying));
@@ -753,6 +797,70 @@ void tst_Relay::oneBoardOnTwoNodes()
     QCOMPARE(late.gids().size(), 64);
     const QRegularExpression raw(QStringLiteral("^[ab]\\d+$"));
     QCOMPARE(late.gids().filter(raw), watcher.gids().filter(raw));
+}
+
+void tst_Relay::nodesOutliveTheirDatabaseConnection_data()
+{
+    QTest::addColumn<bool>("restart");
+    QTest::newRow("connections terminated") << false;
+    QTest::newRow("server restarted") << true;
+}
+
+// The database goes away under two busy nodes and comes back: each connects
+// again, listens again and stores what waited; every participant gets every
+// action once, in one order.
+void tst_Relay::nodesOutliveTheirDatabaseConnection()
+{
+    if (postgresServer().isEmpty())
+        QSKIP("only PostgreSQL is reached over a connection; this is the run on SQLite");
+    QFETCH(bool, restart);
+    RelayProcess first;
+    QVERIFY(first.start());
+    const std::unique_ptr<RelayProcess> second = nodeBeside(first);
+    QVERIFY(second);
+    RawClient senders[] = { { first.url, 1001 }, { second->url, 1002 } };
+    RawClient watchers[] = { { first.url, 1003 }, { second->url, 1004 } };
+    for (RawClient* client : { &senders[0], &senders[1], &watchers[0], &watchers[1] })
+        client->join();
+    QTRY_VERIFY(senders[0].joined() && senders[1].joined() && watchers[0].joined() && watchers[1].joined());
+    auto sendRound = [&senders](const std::string& round) {
+        for (int i = 0; i < 10; ++i) {
+            senders[0].send(rectAdd(round + "a" + std::to_string(i), 1001));
+            senders[1].send(rectAdd(round + "b" + std::to_string(i), 1002));
+        }
+    };
+    sendRound("before");
+    QTRY_COMPARE(watchers[0].gids().size(), 20);
+    QTRY_COMPARE(watchers[1].gids().size(), 20);
+
+    // The second round goes out while the server is away, or into
+    // connections that are gone.
+    QProcess script;
+    if (restart) {
+        script.start(QStringLiteral("bash"), { QStringLiteral(WHITEBOARD_POSTGRES_SCRIPT), QStringLiteral("restart"),
+                                               qEnvironmentVariable("WHITEBOARD_TEST_POSTGRES") });
+    } else {
+        const QString database = QUrl(first.store).path().mid(1);
+        QVERIFY(onServer(QStringLiteral("SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity WHERE datname = ?"), database).toInt() >= 2);
+    }
+    sendRound("after");
+    if (restart) {
+        QVERIFY(script.waitForFinished(60000));
+        QCOMPARE(script.exitCode(), 0);
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(first.log().contains(QStringLiteral("reconnected to the database")), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(second->log().contains(QStringLiteral("reconnected to the database")), 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(watchers[0].gids().size(), 40, 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(watchers[1].gids().size(), 40, 20000);
+    QCOMPARE(watchers[1].gids(), watchers[0].gids());
+    const QStringList seen = watchers[0].gids();
+    QCOMPARE(QSet<QString>(seen.cbegin(), seen.cend()).size(), 40);
+    QVERIFY(senders[0].socket.state() == QAbstractSocket::ConnectedState && senders[1].socket.state() == QAbstractSocket::ConnectedState);
+
+    RawClient late(second->url, 1005);
+    late.join();
+    QTRY_VERIFY(late.joined());
+    QCOMPARE(late.gids().size(), 40);
 }
 
 QTEST_MAIN(tst_Relay)

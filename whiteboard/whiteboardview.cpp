@@ -223,6 +223,8 @@ void WhiteboardView::updateDevicePixelRatio()
 }
 
 // The board's id travels from the `id` property; the argument is not used.
+// Every message names the board by that property, so the join cannot name
+// another board than the messages that follow it.
 void WhiteboardView::sendUserJoinData(qlonglong timestamp, QString whitboardId)
 {
     Q_UNUSED(whitboardId);

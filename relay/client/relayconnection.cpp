@@ -59,7 +59,27 @@ void RelayConnection::setUrl(const QUrl& url)
         return;
     m_url = url;
     emit urlChanged();
+    if (m_urls.isEmpty())
+        emit currentUrlChanged();
     restart();
+}
+
+void RelayConnection::setUrls(const QList<QUrl>& urls)
+{
+    if (m_urls == urls)
+        return;
+    const QUrl before = currentUrl();
+    m_urls = urls;
+    m_urlIndex = 0;
+    emit urlsChanged();
+    if (currentUrl() != before)
+        emit currentUrlChanged();
+    restart();
+}
+
+QUrl RelayConnection::currentUrl() const
+{
+    return m_urls.isEmpty() ? m_url : m_urls.value(m_urlIndex);
 }
 
 void RelayConnection::setBoardId(const QString& boardId)
@@ -117,7 +137,7 @@ void RelayConnection::setStatus(Status status)
 
 QUrl RelayConnection::boardUrl() const
 {
-    QUrl url = m_url;
+    QUrl url = currentUrl();
     QString path = url.path();
     if (!path.endsWith(QLatin1Char('/')))
         path += QLatin1Char('/');
@@ -160,7 +180,8 @@ void RelayConnection::restart()
     m_retry.stop();
     m_retryDelay = 0;
     if (m_socket.state() != QAbstractSocket::UnconnectedState) {
-        // onDisconnected opens again when active.
+        // onDisconnected opens again when active, with the same relay.
+        m_restarting = true;
         m_socket.abort();
         return;
     }
@@ -177,7 +198,7 @@ void RelayConnection::reconnect()
 
 void RelayConnection::open()
 {
-    if (!m_active || m_url.isEmpty() || m_boardId.isEmpty() || m_socket.state() != QAbstractSocket::UnconnectedState)
+    if (!m_active || currentUrl().isEmpty() || m_boardId.isEmpty() || m_socket.state() != QAbstractSocket::UnconnectedState)
         return;
     setStatus(Connecting);
     m_socket.open(boardUrl());
@@ -185,7 +206,7 @@ void RelayConnection::open()
 
 void RelayConnection::onConnected()
 {
-    qCDebug(lcConnection) << "connected to" << m_url << "board" << m_boardId;
+    qCDebug(lcConnection) << "connected to" << currentUrl() << "board" << m_boardId;
     setStatus(Loading);
     m_joinSent = false;
     m_heldBefore = QSet<QString>(m_items.keyBegin(), m_items.keyEnd());
@@ -206,7 +227,8 @@ void RelayConnection::onConnected()
 void RelayConnection::onDisconnected()
 {
     const int code = m_socket.closeCode();
-    qCDebug(lcConnection) << "disconnected from" << m_url << "board" << m_boardId << "code" << code << m_socket.closeReason();
+    const bool restarting = std::exchange(m_restarting, false);
+    qCDebug(lcConnection) << "disconnected from" << currentUrl() << "board" << m_boardId << "code" << code << m_socket.closeReason();
     m_joinSent = false;
     if (code == QWebSocketProtocol::CloseCodePolicyViolated) {
         qCWarning(lcConnection) << "relay refused user" << m_accountId << "on board" << m_boardId << ":" << m_socket.closeReason();
@@ -216,6 +238,11 @@ void RelayConnection::onDisconnected()
     setStatus(Offline);
     if (!m_active)
         return;
+    // The next relay may be up where this one went away.
+    if (!restarting && m_urls.size() > 1) {
+        m_urlIndex = (m_urlIndex + 1) % int(m_urls.size());
+        emit currentUrlChanged();
+    }
     m_retryDelay = m_retryDelay == 0 ? kFirstRetryMs : std::min(m_retryDelay * 2, kLongestRetryMs);
     m_retry.start(m_retryDelay);
 }

@@ -22,9 +22,11 @@ namespace relay::client {
 // send() and received() fit a WhiteboardView's sendData and receiveData;
 // attach() wires a view both ways and lets the connection announce the join.
 //
-// It reconnects by itself with a growing pause. Each connection starts with a
-// join; what the host sends while there is no connection, or while the
-// board's replay is still coming, waits and goes out once the replay is in.
+// It reconnects by itself with a growing pause; given several relays (nodes
+// of one database) in `urls`, each attempt after a failure goes to the next.
+// Each connection starts with a join; what the host sends while there is no
+// connection, or while the board's replay is still coming, waits and goes
+// out once the replay is in.
 // A replay after a reconnect brings items the board already holds: those
 // arrive as updates, and items that went away meanwhile as removals, so the
 // board ends up as the relay has it, without doubles.
@@ -34,6 +36,10 @@ class RelayConnection : public QObject
     QML_ELEMENT
     // Base of the relay, e.g. ws://127.0.0.1:8765.
     Q_PROPERTY(QUrl url READ url WRITE setUrl NOTIFY urlChanged)
+    // Several bases, tried in turn; when not empty, `url` is not used.
+    Q_PROPERTY(QList<QUrl> urls READ urls WRITE setUrls NOTIFY urlsChanged)
+    // The base of the current or last attempt.
+    Q_PROPERTY(QUrl currentUrl READ currentUrl NOTIFY currentUrlChanged)
     Q_PROPERTY(QString boardId READ boardId WRITE setBoardId NOTIFY boardIdChanged)
     Q_PROPERTY(qlonglong accountId READ accountId WRITE setAccountId NOTIFY accountIdChanged)
     Q_PROPERTY(QString userName READ userName WRITE setUserName NOTIFY userNameChanged)
@@ -60,6 +66,9 @@ public:
 
     QUrl url() const { return m_url; }
     void setUrl(const QUrl& url);
+    QList<QUrl> urls() const { return m_urls; }
+    void setUrls(const QList<QUrl>& urls);
+    QUrl currentUrl() const;
     QString boardId() const { return m_boardId; }
     void setBoardId(const QString& boardId);
     qlonglong accountId() const { return m_accountId; }
@@ -73,7 +82,7 @@ public:
     Status status() const { return m_status; }
     int pendingCount() const { return int(m_pending.size()); }
 
-    // The URL this connection opens: <url>/boards/<boardId>?user=..&name=..[&token=..].
+    // The URL this connection opens: <currentUrl>/boards/<boardId>?user=..&name=..[&token=..].
     QUrl boardUrl() const;
 
     // Wires a board (anything with sendData(im::whiteboard::TransferData*)
@@ -93,6 +102,8 @@ signals:
     // The receiver owns `data`.
     void received(im::whiteboard::TransferData* data);
     void urlChanged();
+    void urlsChanged();
+    void currentUrlChanged();
     void boardIdChanged();
     void accountIdChanged();
     void userNameChanged();
@@ -117,6 +128,9 @@ private:
     void adoptReplay(im::whiteboard::TransferData& data);
 
     QUrl m_url;
+    QList<QUrl> m_urls;
+    // Of m_urls: the one tried now.
+    int m_urlIndex = 0;
     QString m_boardId;
     qlonglong m_accountId = 0;
     QString m_userName;
@@ -128,6 +142,8 @@ private:
     QTimer m_retry;
     int m_retryDelay = 0;
     bool m_joinSent = false;
+    // The connection drops because restart() asked it to.
+    bool m_restarting = false;
     QPointer<QObject> m_board;
     QList<QByteArray> m_pending;
     // The live items the board holds, as far as the traffic tells: gid ->

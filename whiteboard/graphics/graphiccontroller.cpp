@@ -147,7 +147,9 @@ QRectF GraphicController::boundingRect()
 {
     if (!m_item)
         return QRectF();
-    // Computed once: a size that grows later is not seen.
+    // Computed once: a size that grows later is not seen. Every controller
+    // gives its points their size when it makes them, so the repaint area of
+    // the handles stays right.
     if (m_maxPointSize < 1.0 && !m_controlPoints.isEmpty()) {
         for (const GraphicControlPoint& point : std::as_const(m_controlPoints))
             m_maxPointSize = std::max(m_maxPointSize, double(point.size));

@@ -44,7 +44,9 @@ GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, Graphic
         renderer.load(QStringLiteral(":/arrow.svg"));
 }
 
-// The colour is not copied: the copy finds its own in its first frame.
+// The colour is not copied: the copy finds its own in its first frame. Marks
+// live on the mark layer, which selection never reaches, so no paste copies
+// one today.
 GraphicMarkItem::GraphicMarkItem(const GraphicMarkItem& other)
     : AbstractGraphicShapeItem(other)
     , m_startPoint(other.m_startPoint)

@@ -58,7 +58,9 @@ public:
     qlonglong userId() const { return m_userId; }
     void setUserId(qlonglong userId);
 
-    // Clock times a random number, wrapping in 64 bits; uniqueness is not checked.
+    // Clock times a random number, wrapping in 64 bits; uniqueness is not
+    // checked. The scene keeps one item per gid, so a collision would make
+    // the newer item take the older one's place on every board.
     static QString makeGid();
 
 signals:

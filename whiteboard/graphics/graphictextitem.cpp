@@ -23,7 +23,9 @@ GraphicTextItem::GraphicTextItem(const QString& text, const QFont& font, Graphic
     setCursorShape(Qt::PointingHandCursor);
 }
 
-// The alignment is not copied: a copy starts at the default again.
+// The alignment is not copied: a copy starts at the default again. A pasted
+// text travels with that default, so the boards that receive the paste agree
+// with the board that made it.
 GraphicTextItem::GraphicTextItem(const GraphicTextItem& other)
     : GraphicFrameItem(other)
     , m_text(other.m_text)

@@ -39,7 +39,10 @@ void GraphicScene::applyPalette(GraphicItem* item, GraphicDefine::ToolType tool)
     if (!shape)
         return;
     const GraphicPalette* palette = GraphicPalette::instance();
-    // The palette's stroke and cap styles are not applied: every new stroke is solid.
+    // The palette's stroke and cap styles are not applied: every new stroke is
+    // solid. Receivers drop the dash pattern as well, so the drawer's board
+    // and theirs paint the same stroke; applying the style here alone would
+    // make them differ.
     shape->setPen(QPen(QBrush(palette->strokeColor(), Qt::SolidPattern), palette->strokeWidth(), Qt::SolidLine, Qt::SquareCap,
                        Qt::BevelJoin));
     shape->setBrush(QBrush(Qt::NoBrush));
@@ -122,7 +125,9 @@ void GraphicScene::clearByUid(qlonglong userId, bool sync)
     list.removeIf([userId](const QSharedPointer<GraphicItem>& item) { return item->userId() != userId; });
     pushCommand(new BatchRemoveGraphicCommand(list, this, sync, sync));
     // The message names the sender, not `userId`: the others clear the
-    // sender's items. The protocol has always worked so.
+    // sender's items, and so does the relay's store, which clears by the
+    // authenticated sender. Hence only a clear of one's own items also
+    // raises the local clear mark below.
     if (!sync)
         return;
     const Version version = sendOperation(im::whiteboard::UserOperation::UserOperationClearByUid);

@@ -111,6 +111,8 @@ void GraphicScene::joinWhiteboard(qint64 serverTime)
     m_serverTimeOffset = QDateTime::currentMSecsSinceEpoch() - serverTime;
     const GraphicItemList all = items(ItemLayer, 1);
     // The oldest time travels through 32 bits: that is the protocol's format.
+    // Nothing reads it back today (the relay answers with its whole board),
+    // so the truncation of a millisecond time is harmless.
     post(makeJoinMessage(boardId(), all.isEmpty() ? qint64(1) : qint64(qint32(all.first()->timestamp()))));
 }
 
@@ -158,7 +160,9 @@ void GraphicScene::applyEnvelope(const std::string& bytes)
     if (!InboundGuard::admitEnvelope(bytes))
         return;
     pb::WhiteboardData body;
-    // Not tested: what fails to parse reads as defaults.
+    // Not tested: what fails to parse reads as defaults. The default type is
+    // a graphic action without a list, which entriesOf() refuses, so a
+    // broken body changes nothing.
     body.ParseFromString(bytes);
     switch (body.datatype()) {
     case pb::WhiteboardData::WhiteboardDataGraphicAction:
@@ -191,7 +195,8 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
         applyUnversionedAction(action);
         return;
     }
-    // The item message that rides along is not read.
+    // The item message that rides along is not read: the gid alone names
+    // what goes, so a removal takes whatever state this board holds of it.
     if (const QSharedPointer<GraphicItem> item = findItem(QString::fromStdString(action.gid())))
         dropItems({ item });
 }
@@ -203,7 +208,9 @@ void GraphicScene::applyUnversionedAction(const pb::GraphicAction& action)
         return;
     const bool add = action.graphicactiontype() == pb::GraphicActionAdd;
     const QSharedPointer<GraphicItem> updated = add ? QSharedPointer<GraphicItem>() : findItem(QString::fromStdString(action.gid()));
-    // An update of an unknown gid is dropped without a word.
+    // An update of an unknown gid is dropped without a word. Only peers
+    // without versions get here; with versions an early update brings the
+    // item, since their order is repaired by the clock.
     if (!add && !updated)
         return;
     QRect dirty;
@@ -240,7 +247,8 @@ QRect GraphicScene::applyUnversionedEntry(const ReceivedEntry& entry, const QSha
         addItem(ItemLayer, item);
     // A line that arrives alone dirties nothing new: it shows with the next
     // repaint of its region, as the protocol's clients have always done.
-    // Only the place a replaced line held is repainted.
+    // Only the place a replaced line held is repainted; a peer that wants
+    // its line shown at once sends it with a version.
     if (updated || entry.type != GraphicItem::Line)
         dirty = dirty.united(item->boundary().toRect());
     return dirty;
@@ -387,8 +395,8 @@ void GraphicScene::moveMark(qlonglong userId, const pb::UserMouseInfoData& info)
     stamp(mark);
     mark->setUserId(userId);
     // The position of the first message is not used: a new mark starts at
-    // the origin and follows with the user's next message. Tests of the
-    // pointer wait for that second message.
+    // the origin and follows with the user's next message. Harmless because
+    // pointers are sent on every hover move, unthrottled.
     mark->setBoundary(QRectF(0.0, 0.0, 10.0, 10.0));
     qDebug() << "MouseInfo mark boundry:" << mark->boundary() << text;
     const QSharedPointer<GraphicItem> shared = addItem(MarkLayer, mark);

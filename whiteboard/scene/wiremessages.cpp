@@ -21,6 +21,14 @@ pb::TransferData* makeTransfer(const QString& boardId)
     return data;
 }
 
+// A message of one envelope holding `body`.
+pb::TransferData* makeSingle(const QString& boardId, const pb::WhiteboardData& body, qint64 time)
+{
+    pb::TransferData* data = makeTransfer(boardId);
+    addEnvelope(data, body, time);
+    return data;
+}
+
 void addItemEnvelope(pb::TransferData* data, pb::GraphicActionType type, GraphicItem* item, qint64 time,
                      const GraphicScene::Version& version)
 {
@@ -71,9 +79,7 @@ pb::TransferData* makeOperationMessage(const QString& boardId, pb::UserOperation
     operation->set_userid(userId);
     operation->set_version(version.clock);
     operation->set_versionuser(version.user);
-    pb::TransferData* data = makeTransfer(boardId);
-    addEnvelope(data, body, time);
-    return data;
+    return makeSingle(boardId, body, time);
 }
 
 pb::TransferData* makePointerMessage(const QString& boardId, qint64 userId, const QString& userName,
@@ -89,9 +95,7 @@ pb::TransferData* makePointerMessage(const QString& boardId, qint64 userId, cons
     info->set_text(userName.toStdString());
     info->mutable_mouseposition()->set_x(float(position.x()));
     info->mutable_mouseposition()->set_y(float(position.y()));
-    pb::TransferData* data = makeTransfer(boardId);
-    addEnvelope(data, body, time);
-    return data;
+    return makeSingle(boardId, body, time);
 }
 
 pb::TransferData* makeJoinMessage(const QString& boardId, qint64 oldestTimestamp)

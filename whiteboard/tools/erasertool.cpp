@@ -34,9 +34,7 @@ void EraserTool::motion(QMouseEvent* event)
 
 void EraserTool::hover(QHoverEvent* event)
 {
-    const QPointF position = event->position();
-    setItemCursor(m_scene->itemAt(position, 1, Qt::IntersectsItemShape), Qt::PointingHandCursor);
-    m_scene->sendMouseInfo(m_scene->mapToScene(position));
+    pointAt(event->position(), Qt::PointingHandCursor);
 }
 
 void EraserTool::end(QMouseEvent* event)
@@ -45,7 +43,8 @@ void EraserTool::end(QMouseEvent* event)
         m_tools.endGesture();
         return;
     }
-    // mousePressed stays set until the next press.
+    // mousePressed stays set until the next press: until then the space bar
+    // leaves the cursor alone, as it does while a button is down.
     m_gesture.mouseMoved = false;
     if (m_gesture.erasedItems.isEmpty())
         return;

@@ -160,8 +160,7 @@ void SelectTool::hover(QHoverEvent* event)
     const QPointF position = event->position();
     if (hoverHandle(position))
         return;
-    setItemCursor(m_scene->itemAt(position, 1, Qt::IntersectsItemShape), Qt::BlankCursor);
-    m_scene->sendMouseInfo(m_scene->mapToScene(position));
+    pointAt(position, Qt::BlankCursor);
 }
 
 void SelectTool::end(QMouseEvent* event)
@@ -177,7 +176,8 @@ void SelectTool::end(QMouseEvent* event)
         return;
     }
     // The rubber band ends; the selection it made stays. The flags stay set
-    // until the next press.
+    // until the next press, which clears them: the space bar's cursor waits
+    // for it, as after the eraser.
     const QRectF boundary = band->boundary();
     m_scene->updateLayer(GraphicScene::ActiveLayer, regionOf(boundary, 1.0));
     m_scene->removeItem(GraphicScene::ActiveLayer, band);

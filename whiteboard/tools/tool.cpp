@@ -52,7 +52,6 @@ void Tool::hover(QHoverEvent* event)
     if (hoverHandle(position))
         return;
     m_scene->setViewCursor(Qt::ArrowCursor);
-    // Every move, unthrottled and even at the same place.
     m_scene->sendMouseInfo(m_scene->mapToScene(position));
 }
 
@@ -149,6 +148,13 @@ void Tool::setItemCursor(const QSharedPointer<GraphicItem>& item, Qt::CursorShap
         m_scene->setViewCursor(item->cursorShape());
     else
         m_scene->setViewCursor(cursor);
+}
+
+void Tool::pointAt(const QPointF& viewPos, Qt::CursorShape cursor)
+{
+    setItemCursor(m_scene->itemAt(viewPos, 1, Qt::IntersectsItemShape), cursor);
+    // Every move, unthrottled and even at the same place.
+    m_scene->sendMouseInfo(m_scene->mapToScene(viewPos));
 }
 
 QSharedPointer<GraphicItem> Tool::startItem(GraphicItem* item, GraphicDefine::ToolType tool, QMouseEvent* event)

@@ -46,6 +46,9 @@ protected:
     // The cursor for hovering `item` (null: none), unless a held key owns it;
     // Qt::BlankCursor asks for the item's own.
     void setItemCursor(const QSharedPointer<GraphicItem>& item, Qt::CursorShape cursor);
+    // The cursor over whatever item lies at `viewPos` (see setItemCursor),
+    // and the others learn where the pointer is.
+    void pointAt(const QPointF& viewPos, Qt::CursorShape cursor);
     // Starts `item`, styled for `tool`, on the active layer in edit mode and
     // hands it the press.
     QSharedPointer<GraphicItem> startItem(GraphicItem* item, GraphicDefine::ToolType tool, QMouseEvent* event);

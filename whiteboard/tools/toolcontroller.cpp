@@ -128,7 +128,9 @@ void ToolController::keyRelease(QKeyEvent* event)
         if (!m_gesture.mousePressed)
             m_scene->setViewCursor(Qt::ArrowCursor);
     } else if (key == Qt::Key_Backspace || key == Qt::Key_Delete) {
-        // Pushed even for an empty selection.
+        // Pushed even for an empty selection: an empty step enters the history
+        // and an empty removal goes out, which the receivers apply as nothing.
+        // The view's undo button turns on for it.
         m_scene->pushCommand(new BatchRemoveGraphicCommand(m_scene->selectedItems(), m_scene, true));
     } else if (event->modifiers() & Qt::ControlModifier) {
         if (event->key() == Qt::Key_C)
