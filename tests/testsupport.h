@@ -9,6 +9,7 @@
 
 #include "proto/whiteboard.pb.h"
 
+#include <QPainter>
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
@@ -40,6 +41,19 @@ inline QSharedPointer<whiteboard::GraphicItem> addRect(whiteboard::GraphicScene*
     return scene->addItem(layer, item);
 }
 
+// The items of the item layer painted directly, in order, over `ground`, as
+// a page shown 1:1 at the default size holds them in a frame or thumbnail.
+inline QImage paintedDirectly(whiteboard::GraphicScene* scene, const QColor& ground)
+{
+    QImage image(1080, 720, QImage::Format_ARGB32_Premultiplied);
+    image.fill(ground);
+    QPainter painter(&image);
+    painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    for (const QSharedPointer<whiteboard::GraphicItem>& item : scene->items(whiteboard::GraphicScene::ItemLayer, 1))
+        item->paint(&painter, nullptr);
+    return image;
+}
+
 struct ViewFixture
 {
     // A view of the page's size at scale 1 maps view pixels 1:1 to scene units.
@@ -67,8 +81,9 @@ struct ViewFixture
     // Requests a frame and waits until one composed after every change so far
     // is shown; false if none came. The round trip first lets the render
     // thread finish a frame under way and take what was queued to it (the
-    // border region); frames hold itemsMutex throughout, so the first frame
-    // counted after this request shows every earlier change.
+    // border region); a frame takes its state and items under itemsMutex as
+    // it starts, so the first frame counted after this request shows every
+    // earlier change.
     bool settle()
     {
         QMetaObject::invokeMethod(scene->renderer(), [] {}, Qt::BlockingQueuedConnection);

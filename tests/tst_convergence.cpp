@@ -178,8 +178,6 @@ QImage thumbnailOf(ViewFixture& board)
 {
     if (!board.settle())
         return QImage();
-    // Frames paint the thumbnail under itemsMutex.
-    QMutexLocker locker(&board.scene->itemsMutex());
     return *board.scene->thumbnailImage();
 }
 

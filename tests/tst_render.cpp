@@ -2,6 +2,8 @@
 #include "testsupport.h"
 
 #include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicellipseitem.h"
+#include "graphics/graphictextitem.h"
 #include "scene/scenerender.h"
 
 #include <QPointer>
@@ -54,6 +56,7 @@ private slots:
     void dirtyListsPerLayer();
     void backgroundAndSurround();
     void laterLayerOnTop();
+    void framesPaintAsTheItemsDo();
     void thumbnailsShowFinishedItemsOnly();
     void exportWritesThePage();
     void renderSizeFollowsTheView();
@@ -155,6 +158,43 @@ void tst_Render::laterLayerOnTop()
     QCOMPARE(frame.pixelColor(130, 130), QColor(Qt::green));
     QCOMPARE(frame.pixelColor(110, 110), QColor(Qt::red));
     QCOMPARE(frame.pixelColor(50, 50), QColor(Qt::white));
+}
+
+// Frames paint a recording of the items, made under the lock; text is
+// painted live in its place. Whole or partial, the pixels are those of the
+// items painted directly, in order.
+void tst_Render::framesPaintAsTheItemsDo()
+{
+    ViewFixture f;
+    f.scene->setBackgroundColor(Qt::white);
+    addRect(f.scene, QRectF(100, 100, 300, 200), 1, QColor(), GraphicScene::ItemLayer, 1);
+    auto* ellipse = new GraphicEllipseItem(f.scene);
+    QPainterPath oval;
+    oval.addEllipse(QRectF(250, 150, 260, 180));
+    ellipse->setOutlinePath(oval);
+    ellipse->setBoundary(oval.boundingRect());
+    ellipse->setPen(QPen(QColor(0, 120, 0), 5));
+    ellipse->setBrush(QColor(200, 220, 255));
+    ellipse->setTimestamp(2);
+    f.scene->addItem(GraphicScene::ItemLayer, ellipse);
+    auto* text = new GraphicTextItem(QStringLiteral("recorded and live"), QFont(), f.scene);
+    text->setBoundary(QRectF(280, 200, 300, 60));
+    text->setTimestamp(3);
+    f.scene->addItem(GraphicScene::ItemLayer, text);
+    addRect(f.scene, QRectF(300, 220, 80, 40), 1, QColor(255, 0, 0, 128), GraphicScene::ItemLayer, 4);
+
+    QCOMPARE(f.frame(), paintedDirectly(f.scene, Qt::white));
+
+    // A partial frame over the kept page: the text moves under the others.
+    const int partial = f.scene->renderer()->partialFrames();
+    const QRectF before = text->boundary();
+    {
+        QMutexLocker locker(&f.scene->itemsMutex());
+        text->setBoundary(before.translated(40, 30));
+    }
+    f.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(text->boundary()).toAlignedRect()));
+    QTRY_VERIFY(f.scene->renderer()->partialFrames() > partial);
+    QCOMPARE(f.frame(), paintedDirectly(f.scene, Qt::white));
 }
 
 void tst_Render::thumbnailsShowFinishedItemsOnly()

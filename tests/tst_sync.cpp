@@ -759,14 +759,7 @@ private slots:
         reference.view->receiveData(wrap(end));
         reference.scene->setBackgroundColor(Qt::white);
         QTRY_COMPARE(reference.scene->renderedImage().pixelColor(1000, 700), QColor(Qt::white));
-        QImage thumbnail(1080, 720, QImage::Format_ARGB32_Premultiplied);
-        thumbnail.fill(Qt::transparent);
-        {
-            QPainter painter(&thumbnail);
-            painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-            for (const QSharedPointer<GraphicItem>& item : reference.scene->items(GraphicScene::ItemLayer, 1))
-                item->paint(&painter, nullptr);
-        }
+        const QImage thumbnail = paintedDirectly(reference.scene, Qt::transparent);
 
         b->scene->setBackgroundColor(Qt::white);
         SceneRender* render = b->scene->renderer();
@@ -783,6 +776,8 @@ private slots:
         QTRY_COMPARE(b->scene->renderedImage(), reference.scene->renderedImage());
         // Caught up by the render thread on its own, without a call that forces it.
         QTRY_VERIFY(render->thumbnailPasses() > passes);
+        // Handed to the scene on the GUI thread, after the pass.
+        QTRY_VERIFY(!thumbnails.isEmpty());
         QCOMPARE(*thumbnails.last().at(0).value<QImage*>(), thumbnail);
     }
 

@@ -274,7 +274,9 @@ void AbstractGraphicShapeItem::paint(QPainter* painter, const QRectF*)
     if (!visible() || opacity() < 0.001)
         return;
     QPen pen = m_pen;
-    if (pen != QPen(Qt::NoPen))
+    // Tested by style: a pen built for the comparison would cost an
+    // allocation per item and frame, and a pen without style draws nothing.
+    if (pen.style() != Qt::NoPen)
         pen.setColor(paintColor(pen.color()));
     QBrush brush = m_brush;
     if (brush != QBrush(Qt::NoBrush))

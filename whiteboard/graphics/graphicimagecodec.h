@@ -1,5 +1,7 @@
 #pragma once
 
+#include "scene/annotatedmutex.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QImage>
@@ -99,6 +101,10 @@ private:
     std::shared_future<Reading> m_preloaded;
     bool m_startPosted = false;
     QThreadPool m_pool;
+    // Taken by each task as it ends and by the destructor after the pool is
+    // done: orders what a task made before its end, for ThreadSanitizer, which
+    // does not see QThreadPool's own wait.
+    SceneMutex m_taskEnd;
 };
 
 } // namespace whiteboard

@@ -11,56 +11,45 @@
 #endif
 #endif
 
-#ifdef WHITEBOARD_TSAN_ANNOTATIONS
-#include <sanitizer/tsan_interface.h>
-#endif
+#include <mutex>
 
 namespace whiteboard {
 
-// A Qt mutex that ThreadSanitizer can see. QMutex and QRecursiveMutex wait on
-// futexes inside QtCore, which is not instrumented, so without these
-// annotations TSan sees no order between the GUI and render threads and
-// cannot tell a real race on the scene's state from a locked access. The
-// scene's locks are of this type; outside a TSan build it is the Qt mutex.
-//
-// Chosen over std::mutex and std::recursive_mutex, which TSan intercepts,
-// because the render worker waits with tryLock(-1) and the lockers stay
-// QMutexLocker: only the declarations change.
-template <class Base, unsigned CreateFlags>
-class AnnotatedMutex : public Base
+// The scene's locks, as ThreadSanitizer can see them. QMutex and
+// QRecursiveMutex wait on futexes inside QtCore, which is not instrumented,
+// and annotating them by hand left TSan without the order between an unlock
+// on one thread and the next lock on another: it reported races between
+// accesses that both held the lock. In a TSan build the scene's locks are
+// therefore the standard mutexes, whose pthread calls TSan intercepts, behind
+// the Qt mutex interface (lock, unlock, tryLock) that QMutexLocker and
+// std::unique_lock use; elsewhere they are the Qt mutexes themselves.
+template <class Standard>
+class AnnotatedMutex
 {
 public:
-#ifdef WHITEBOARD_TSAN_ANNOTATIONS
-    AnnotatedMutex() { __tsan_mutex_create(this, CreateFlags); }
-    ~AnnotatedMutex() { __tsan_mutex_destroy(this, 0); }
-
-    void lock()
-    {
-        __tsan_mutex_pre_lock(this, 0);
-        Base::lock();
-        __tsan_mutex_post_lock(this, 0, 0);
-    }
+    void lock() { m_mutex.lock(); }
+    void unlock() { m_mutex.unlock(); }
+    bool try_lock() { return m_mutex.try_lock(); }
+    // Only the forms the scene uses: at once, or waiting without end.
     bool tryLock(int timeout = 0)
     {
-        __tsan_mutex_pre_lock(this, __tsan_mutex_try_lock);
-        const bool locked = Base::tryLock(timeout);
-        __tsan_mutex_post_lock(this, locked ? __tsan_mutex_try_lock : __tsan_mutex_try_lock | __tsan_mutex_try_lock_failed, 0);
-        return locked;
+        if (timeout < 0) {
+            m_mutex.lock();
+            return true;
+        }
+        return m_mutex.try_lock();
     }
-    void unlock()
-    {
-        __tsan_mutex_pre_unlock(this, 0);
-        Base::unlock();
-        __tsan_mutex_post_unlock(this, 0);
-    }
-#endif
+
+private:
+    Standard m_mutex;
 };
 
 #ifdef WHITEBOARD_TSAN_ANNOTATIONS
-using SceneRecursiveMutex = AnnotatedMutex<QRecursiveMutex, __tsan_mutex_write_reentrant>;
+using SceneRecursiveMutex = AnnotatedMutex<std::recursive_mutex>;
+using SceneMutex = AnnotatedMutex<std::mutex>;
 #else
-using SceneRecursiveMutex = AnnotatedMutex<QRecursiveMutex, 0>;
+using SceneRecursiveMutex = QRecursiveMutex;
+using SceneMutex = QMutex;
 #endif
-using SceneMutex = AnnotatedMutex<QMutex, 0>;
 
 } // namespace whiteboard

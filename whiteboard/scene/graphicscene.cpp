@@ -80,12 +80,18 @@ GraphicScene::~GraphicScene()
         QMutexLocker locker(&m_itemsMutex);
         m_view = nullptr;
     }
+    SceneRender* render = m_render;
     m_render = nullptr;
     m_renderThread.quit();
     if (!m_renderThread.wait(3000)) {
         m_renderThread.terminate();
         m_renderThread.wait();
     }
+    // The worker's last act on its thread was to take and release itemsMutex
+    // (SceneRender::quit): taking it here orders all it did before what is
+    // torn down below, which Qt's own wait does not show to ThreadSanitizer.
+    QMutexLocker locker(&m_itemsMutex);
+    delete render;
 
     // No decoded picture may come in from here on.
     delete m_imageCodec;
@@ -824,8 +830,7 @@ void GraphicScene::updateFocusItem()
 
 QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
 {
-    // Brings the images up to date, under itemsMutex; the contents are then
-    // read without a lock.
+    // Brings the images up to date; they are the GUI thread's, read without a lock.
     if (m_render)
         m_render->catchUpThumbnails();
     return smallThumbnail ? &m_smallThumbnail : &m_thumbnail;
@@ -843,6 +848,10 @@ void GraphicScene::onViewWidthChanged()
 {
     if (!m_view)
         return;
+    {
+        QMutexLocker locker(&m_itemsMutex);
+        m_viewBounds = viewBoundingRect();
+    }
     m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
     updateViewport(viewBoundingRect().center());
 }

@@ -321,6 +321,8 @@ public slots:
     void redo();
     void clearAll(bool sync = true);
     void clearByUid(qlonglong userId, bool sync = true);
+    // GUI thread, without itemsMutex: it may wait for a thumbnail pass,
+    // which takes that lock.
     QImage* thumbnailImage(bool smallThumbnail = false);
     // Applies one message from the others; takes ownership of `data`.
     void receiveData(im::whiteboard::TransferData* data);
@@ -431,6 +433,10 @@ private:
     // The widest hit tolerance of any item filed so far; it only grows.
     double m_hitReach = 0.0;
     QPainterPath m_borderPath;
+    // The view's rectangle as the render thread reads it: written under
+    // itemsMutex when the view's size changes, since the view itself is the
+    // GUI thread's.
+    QRectF m_viewBounds;
     QTransform m_viewToSceneTransform;
     QTransform m_sceneToViewTransform;
     QImage m_renderedImage;

@@ -3,6 +3,7 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 #include "scene/layerindex.h"
+#include "scene/paintrecording.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -19,8 +20,11 @@ namespace whiteboard {
 namespace {
 
 // A region of many rectangles costs more to query piece by piece than as
-// its bounding rectangle.
+// its bounding rectangle. Frames keep more pieces than the thumbnails: a
+// burst of received moves scattered over a big board would otherwise
+// repaint, and record under itemsMutex, every item of the page.
 constexpr int kMaxQueryRects = 16;
+constexpr int kMaxFrameRects = 64;
 
 QRect boundsOf(const DirtyArea& area)
 {
@@ -28,9 +32,11 @@ QRect boundsOf(const DirtyArea& area)
 }
 
 // The scene's painter set-up of a frame, from the state instead of the scene.
+constexpr QPainter::RenderHints kRenderHints = QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform;
+
 void applyTransform(QPainter* painter, const FrameState& state)
 {
-    painter->setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+    painter->setRenderHints(kRenderHints);
     painter->scale(state.scale, state.scale);
     painter->translate(-state.viewport.x() * state.sceneSize.width(), -state.viewport.y() * state.sceneSize.height());
     painter->rotate(state.rotation);
@@ -51,6 +57,8 @@ QRegion imageRegion(const QRegion& area, const QTransform& toImage, double margi
 
 SceneRender::SceneRender(GraphicScene* scene)
     : m_scene(scene)
+    , m_pageRecording(std::make_unique<PaintRecording>())
+    , m_thumbnailRecording(std::make_unique<PaintRecording>())
 {
 }
 
@@ -121,7 +129,7 @@ void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer
     const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
     QMutexLocker locker(&m_dirtyMutex);
     m_silentDirty += area;
-    if (m_silentDirty.rectCount() > kMaxQueryRects)
+    if (m_silentDirty.rectCount() > kMaxFrameRects)
         m_silentDirty = m_silentDirty.boundingRect();
     if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole) {
         m_thumbnailDirty += area;
@@ -164,7 +172,9 @@ void SceneRender::quit()
         m_paintTimer->stop();
     if (m_thumbnailTimer)
         m_thumbnailTimer->stop();
-    deleteLater();
+    // The scene deletes us once the thread has ended; this lock is what
+    // orders our work before that, for ThreadSanitizer as for the reader.
+    QMutexLocker locker(&m_scene->m_itemsMutex);
 }
 
 QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush)
@@ -212,7 +222,7 @@ QRegion SceneRender::pageRegion() const
     const QRectF viewport = scene->m_viewport;
     const QPointF tl = viewport.topLeft();
     const QPointF br = viewport.bottomRight();
-    const QRectF viewRect = scene->viewBoundingRect();
+    const QRectF viewRect = scene->m_viewBounds;
     QRectF rect;
     if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
         rect = viewRect;
@@ -293,7 +303,7 @@ void SceneRender::paint()
                 continue;
             changed += boundsOf(area);
             // Unions of many pieces cost more than they save.
-            if (changed.rectCount() > kMaxQueryRects)
+            if (changed.rectCount() > kMaxFrameRects)
                 changed = changed.boundingRect();
         }
     }
@@ -319,7 +329,7 @@ FrameState SceneRender::takeFrameState() const
 {
     const GraphicScene* scene = m_scene;
     FrameState state;
-    state.viewRect = scene->viewBoundingRect();
+    state.viewRect = scene->m_viewBounds;
     state.sceneSize = scene->m_sceneSize;
     state.viewport = scene->m_viewport;
     state.scale = scene->m_scale;
@@ -408,7 +418,7 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
         return back.mapRect(QRectF(rect)).adjusted(-margin, -margin, margin, margin);
     };
     GraphicItemList found;
-    if (area.rectCount() == 1 || area.rectCount() > kMaxQueryRects) {
+    if (area.rectCount() == 1 || area.rectCount() > kMaxFrameRects) {
         found = root->query(sceneRect(area.boundingRect()));
     } else {
         QSet<const GraphicItem*> seen;
@@ -430,11 +440,14 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     if (dirty.isEmpty())
         return true;
     const QTransform toView = state.sceneToView();
-    GraphicItemList all;
     {
+        // The only wait the GUI thread has on a frame: finding and recording
+        // the items; they are painted from the recording after.
         QMutexLocker locker(&m_scene->m_itemsMutex);
+        GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
+        m_pageRecording->record(all, kRenderHints);
     }
     QPainter painter(&m_pageImage);
     // The ground replaces what was there; an invalid colour leaves transparency.
@@ -445,7 +458,8 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     painter.setClipRegion(dirty.intersected(state.borderRegion), Qt::ReplaceClip);
     applyTransform(&painter, state);
-    paintItems(&painter, all);
+    m_pageRecording->replay(&painter, m_scene->m_itemsMutex, [this] { return quitRequested(); });
+    m_pageRecording->clear();
     return !quitRequested();
 }
 
@@ -536,52 +550,85 @@ void SceneRender::scheduleThumbnails()
 void SceneRender::paintThumbnails()
 {
     {
-        QMutexLocker locker(&m_scene->m_itemsMutex);
+        QMutexLocker locker(&m_thumbnailMutex);
         if (!updateThumbnails())
             return;
     }
     m_lastThumbnailTime = QDateTime::currentMSecsSinceEpoch();
+    // The scene's images are the GUI thread's: handed over there.
+    GraphicScene* scene = m_scene;
+    QMetaObject::invokeMethod(scene, [scene] {
+        if (scene->m_render)
+            scene->m_render->publishThumbnails();
+    }, Qt::QueuedConnection);
 }
 
 void SceneRender::catchUpThumbnails()
 {
-    // The images are written under itemsMutex only, so this may run on the
-    // GUI thread while the render thread waits. Before the first frame there
-    // is nothing to catch up with.
-    QMutexLocker locker(&m_scene->m_itemsMutex);
-    if (!m_scene->m_thumbnail.isNull())
-        updateThumbnails();
+    {
+        // Waits for a pass under way; before the first frame there is
+        // nothing to catch up with.
+        QMutexLocker locker(&m_thumbnailMutex);
+        if (!m_thumbnailLarge.isNull())
+            updateThumbnails();
+    }
+    publishThumbnails();
+}
+
+void SceneRender::publishThumbnails()
+{
+    QImage large;
+    QImage small;
+    {
+        QMutexLocker locker(&m_thumbnailMutex);
+        if (m_thumbnailSerial == m_publishedSerial)
+            return;
+        m_publishedSerial = m_thumbnailSerial;
+        large = m_thumbnailLarge;
+        small = m_thumbnailSmall;
+    }
+    GraphicScene* scene = m_scene;
+    scene->m_thumbnail = large;
+    emit scene->thumbnailChanged(&scene->m_thumbnail);
+    scene->m_smallThumbnail = small;
+    emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
 }
 
 bool SceneRender::updateThumbnails()
 {
     GraphicScene* scene = m_scene;
-    QImage& large = scene->m_thumbnail;
-    const QSize page = scene->m_sceneSize;
     QRegion changed;
-    bool whole = large.isNull() || page != m_thumbnailPage;
-    {
-        QMutexLocker locker(&m_dirtyMutex);
-        whole = whole || m_thumbnailWhole;
-        changed = m_thumbnailDirty;
-        if (!whole && changed.isEmpty())
-            return true;
-        m_thumbnailDirty = QRegion();
-        m_thumbnailWhole = false;
-    }
-    QTransform toThumbnail;
-    toThumbnail.scale(double(scene->m_thumbnailSize.width()) / page.width(), double(scene->m_thumbnailSize.height()) / page.height());
     QRegion dirty;
-    if (whole) {
-        large = QImage(scene->m_thumbnailSize, QImage::Format_ARGB32_Premultiplied);
-        dirty = QRegion(large.rect());
-        m_thumbnailPage = page;
-    } else {
-        dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(large.rect());
-    }
-    const GraphicItemList items = itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin());
+    QTransform toThumbnail;
     {
-        QPainter painter(&large);
+        QMutexLocker locker(&scene->m_itemsMutex);
+        const QSize page = scene->m_sceneSize;
+        const QSize size = scene->m_thumbnailSize;
+        bool whole = m_thumbnailLarge.isNull() || page != m_thumbnailPage || m_thumbnailLarge.size() != size;
+        {
+            // Taken under itemsMutex: a change recorded from here on is
+            // either seen by this recording or left for the next pass.
+            QMutexLocker dirtyLocker(&m_dirtyMutex);
+            whole = whole || m_thumbnailWhole;
+            changed = m_thumbnailDirty;
+            if (!whole && changed.isEmpty())
+                return true;
+            m_thumbnailDirty = QRegion();
+            m_thumbnailWhole = false;
+        }
+        toThumbnail.scale(double(size.width()) / page.width(), double(size.height()) / page.height());
+        if (whole) {
+            m_thumbnailLarge = QImage(size, QImage::Format_ARGB32_Premultiplied);
+            dirty = QRegion(m_thumbnailLarge.rect());
+            m_thumbnailPage = page;
+        } else {
+            dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect());
+        }
+        m_smallThumbnailSize = scene->m_smallThumbnailSize;
+        m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints);
+    }
+    {
+        QPainter painter(&m_thumbnailLarge);
         painter.setCompositionMode(QPainter::CompositionMode_Source);
         for (const QRect& rect : dirty)
             painter.fillRect(rect, Qt::transparent);
@@ -589,17 +636,17 @@ bool SceneRender::updateThumbnails()
         // A clip on every painter: thin pens stroke slowly without one.
         painter.setClipRegion(dirty);
         painter.setTransform(toThumbnail);
-        painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-        paintItems(&painter, items);
+        painter.setRenderHints(kRenderHints);
+        m_thumbnailRecording->replay(&painter, scene->m_itemsMutex, [this] { return quitRequested(); });
+        m_thumbnailRecording->clear();
     }
     if (quitRequested()) {
-        large = QImage();
+        m_thumbnailLarge = QImage();
         return false;
     }
-    emit scene->thumbnailChanged(&large);
     // Scaled from the large one rather than painted again from every item.
-    scene->m_smallThumbnail = large.scaled(scene->m_smallThumbnailSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
+    m_thumbnailSmall = m_thumbnailLarge.scaled(m_smallThumbnailSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    ++m_thumbnailSerial;
     ++m_thumbnailPasses;
     return true;
 }

@@ -12,20 +12,25 @@
 #include <QRegion>
 
 #include <atomic>
+#include <memory>
 
 class QPainter;
 class QTimer;
 
 namespace whiteboard {
 
+class PaintRecording;
+
 // The render worker. Lives on "graphic_render_thread"; turns at most one
 // frame request per 40 ms into a finished image. It keeps the painted page
 // and repaints only what the dirty lists name, from a FrameState copied under
-// the scene's itemsMutex; each item is painted under that lock, so the GUI
-// thread waits for one item at most, never for a whole frame.
+// the scene's itemsMutex. The items of a repaint are found and recorded under
+// that lock and painted from the recording without it (PaintRecording), so
+// the GUI thread never waits for a frame's painting.
 //
 // Locks: imageMutex guards the images the GUI thread resizes; it is never
-// held while another lock is taken.
+// held while another lock is taken. thumbnailMutex guards the thumbnail pass
+// and its images; it is taken before dirtyMutex and itemsMutex.
 class SceneRender : public QObject
 {
     Q_OBJECT
@@ -66,9 +71,12 @@ public:
     // Render thread: the items of all layers met by the view, painted.
     void paintVisibleItems(QPainter* painter, const QRectF& viewRect);
     void paintAllLayers(QPainter* painter);
-    // GUI thread, under itemsMutex: brings the thumbnails up to date at once
-    // if a change is waiting for them.
+    // GUI thread, holding no scene lock: brings the thumbnails up to date at
+    // once if a change is waiting for them, and hands them to the scene.
     void catchUpThumbnails();
+    // GUI thread: gives the scene the thumbnails last painted, if newer than
+    // those it holds, and emits their signals.
+    void publishThumbnails();
 
     static QImage resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush);
     static void clearPath(QImage* image, const QPainterPath& path, const QColor& color);
@@ -127,7 +135,7 @@ private:
     // Under itemsMutex: the items of `layer` that may paint into `area`
     // (scene units), sorted for painting.
     GraphicItemList itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const;
-    // Render thread or GUI thread, under itemsMutex: repaints what the
+    // Render thread or GUI thread, under thumbnailMutex: repaints what the
     // thumbnails miss; false when abandoned.
     bool updateThumbnails();
     // Render thread: arms or runs the thumbnail pass so that it lags by
@@ -139,7 +147,7 @@ private:
     std::atomic<int> m_partialFrames { 0 };
     std::atomic<int> m_thumbnailPasses { 0 };
     SceneMutex m_dirtyMutex;
-    mutable QMutex m_imageMutex;
+    mutable SceneMutex m_imageMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;
     // imageMutex guards these four.
@@ -147,9 +155,11 @@ private:
     QImage m_baseImage;
     QImage m_frameImage;
     QRegion m_borderRegion;
-    // Render thread only: the page as last painted, and the state it was painted with.
+    // Render thread only: the page as last painted, the state it was painted
+    // with, and the recording of its last repaint.
     QImage m_pageImage;
     FrameState m_pageState;
+    std::unique_ptr<PaintRecording> m_pageRecording;
     QImage m_sceneImage;
     qint64 m_lastPaintTime = 0;
     QTimer* m_paintTimer = nullptr;
@@ -164,8 +174,16 @@ private:
     // Render thread only: silent changes made during the last frame.
     bool m_silentDue = false;
     bool m_thumbnailWhole = true;
-    // itemsMutex guards it: the page size the thumbnails were painted for.
+    // thumbnailMutex guards these: the images as last painted, their serial
+    // number, the page size they were painted for.
+    mutable SceneMutex m_thumbnailMutex;
+    QImage m_thumbnailLarge;
+    QImage m_thumbnailSmall;
+    QSize m_smallThumbnailSize;
+    int m_thumbnailSerial = 0;
+    int m_publishedSerial = 0;
     QSize m_thumbnailPage;
+    std::unique_ptr<PaintRecording> m_thumbnailRecording;
 };
 
 } // namespace whiteboard

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <QBrush>
+#include <QImage>
+#include <QLine>
+#include <QMutexLocker>
+#include <QList>
+#include <QPaintDevice>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPen>
+#include <QPixmap>
+#include <QPolygon>
+#include <QRect>
+#include <QSharedPointer>
+#include <QTransform>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace whiteboard {
+
+class GraphicItem;
+class PaintRecorderEngine;
+
+// What a list of items paints, kept as values: the painter calls of each
+// item with the painter state they were made in (paths, pens and images are
+// implicitly shared copies). Recorded while the caller holds itemsMutex,
+// replayed without it, so that a frame blocks the GUI thread only for the
+// recording. Replaying makes the very painter calls the items made, so the
+// pixels are those of painting the items directly.
+//
+// An item whose painting cannot be kept as values (text, clips) is listed
+// as is and painted live at its place in the order, under the lock handed
+// to replay().
+class PaintRecording : public QPaintDevice
+{
+public:
+    PaintRecording();
+    ~PaintRecording() override;
+
+    PaintRecording(const PaintRecording&) = delete;
+    PaintRecording& operator=(const PaintRecording&) = delete;
+
+    // Caller holds itemsMutex. Records `items` in order, painted onto a
+    // painter with `hints` and no transform; replaces what was recorded.
+    void record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints);
+    // Any thread, no lock. Replays onto `painter`, whose transform at entry
+    // is the scene's; live items are painted under `liveLock`. Stops early
+    // once `stop` answers true.
+    template <class Lock>
+    void replay(QPainter* painter, Lock& liveLock, const std::function<bool()>& stop = {}) const
+    {
+        replay(painter, [&liveLock](const QSharedPointer<GraphicItem>& item, QPainter* target) {
+            QMutexLocker locker(&liveLock);
+            paintLive(item, target);
+        }, stop);
+    }
+    // Items recorded, and of them those painted live.
+    int itemCount() const { return m_itemCount; }
+    int liveCount() const { return m_liveCount; }
+    void clear();
+
+    QPaintEngine* paintEngine() const override;
+
+protected:
+    int metric(PaintDeviceMetric metric) const override;
+
+private:
+    friend class PaintRecorderEngine;
+
+    struct State
+    {
+        QPen pen;
+        QBrush brush;
+        QPointF brushOrigin;
+        QTransform transform;
+        QPainter::RenderHints hints;
+        QPainter::CompositionMode composition = QPainter::CompositionMode_SourceOver;
+        qreal opacity = 1.0;
+    };
+    struct Command
+    {
+        enum Kind : quint8 { Path, RectsF, Rects, LinesF, Lines, EllipseF, Ellipse, PointsF, Points, PolygonF, Polygon, Pixmap, Image, Live };
+        Kind kind = Path;
+        quint8 polygonMode = 0;
+        int state = -1;
+        Qt::ImageConversionFlags imageFlags;
+        QPainterPath path;
+        QRectF rect;
+        QRectF source;
+        QList<QRectF> rectsF;
+        QList<QRect> rects;
+        QList<QLineF> linesF;
+        QList<QLine> lines;
+        QPolygonF pointsF;
+        QPolygon points;
+        QImage image;
+        QPixmap pixmap;
+        QSharedPointer<GraphicItem> item;
+    };
+
+    void replay(QPainter* painter, const std::function<void(const QSharedPointer<GraphicItem>&, QPainter*)>& live,
+                const std::function<bool()>& stop) const;
+    static void paintLive(const QSharedPointer<GraphicItem>& item, QPainter* painter);
+    // Engine side: the state of the calls that follow, and one call.
+    void noteState(const State& state);
+    Command& add(Command::Kind kind);
+
+    std::unique_ptr<PaintRecorderEngine> m_engine;
+    std::vector<State> m_states;
+    std::vector<Command> m_commands;
+    int m_itemCount = 0;
+    int m_liveCount = 0;
+};
+
+} // namespace whiteboard
