@@ -5,6 +5,7 @@
 #include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
 #include "inputlimits.h"
+#include "scene/framestate.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
 #include "util.h"
@@ -836,6 +837,14 @@ QImage* GraphicScene::thumbnailImage(bool smallThumbnail)
     return smallThumbnail ? &m_smallThumbnail : &m_thumbnail;
 }
 
+void GraphicScene::setThumbnails(const QImage& large, const QImage& small)
+{
+    m_thumbnail = large;
+    emit thumbnailChanged(&m_thumbnail);
+    m_smallThumbnail = small;
+    emit smallThumbnailChanged(&m_smallThumbnail);
+}
+
 void GraphicScene::onReady()
 {
     const QPointF topLeft(m_viewport.x() * m_sceneSize.width(), m_viewport.y() * m_sceneSize.height());
@@ -869,6 +878,37 @@ void GraphicScene::onRenderFinished(const QImage& result)
     if (m_view)
         m_view->update();
     emit afterSynchronizing();
+}
+
+void GraphicScene::fillFrameState(FrameState& state) const
+{
+    state.viewRect = m_viewBounds;
+    state.sceneSize = m_sceneSize;
+    state.viewport = m_viewport;
+    state.scale = m_scale;
+    state.rotation = m_rotation;
+    state.backgroundColor = m_backgroundColor;
+    // From the viewport of this very frame: the queued border update may
+    // not have run yet.
+    state.borderRegion = pageRegion();
+    state.paintMargin = paintMargin();
+    state.selectedItems = m_selectedItems;
+    state.focusItem = m_focusItem;
+}
+
+QRegion GraphicScene::pageRegion() const
+{
+    const QPointF tl = m_viewport.topLeft();
+    const QPointF br = m_viewport.bottomRight();
+    QRectF rect;
+    if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
+        rect = m_viewBounds;
+    } else {
+        // The page is smaller than the view, or shifted.
+        rect = QRectF(-tl.x() / m_viewport.width() * m_viewBounds.width(), -tl.y() / m_viewport.height() * m_viewBounds.height(),
+                      roundPixel(m_sceneSize.width() * m_scale), roundPixel(m_sceneSize.height() * m_scale));
+    }
+    return QRegion(rect.toRect());
 }
 
 QImage GraphicScene::renderedImage()

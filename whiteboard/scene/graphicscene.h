@@ -60,6 +60,7 @@ class LayerIndex;
 class ToolController;
 class GraphicItem;
 class SceneRender;
+struct FrameState;
 
 using GraphicItemList = QList<QSharedPointer<GraphicItem>>;
 
@@ -139,6 +140,8 @@ public:
     void setFocusItem(const QSharedPointer<GraphicItem>& item);
     QRectF itemsBoundingRect() const { return m_itemsBoundingRect; }
     void setItemsBoundingRect(const QRectF& rect);
+    // GUI thread; the GUI thread writes it under itemsMutex, so another
+    // thread reads it holding that lock.
     QSize sceneSize() const { return m_sceneSize; }
     void setSceneSize(const QSize& size);
     double devicePixelRatio() const { return m_devicePixelRatio; }
@@ -168,6 +171,9 @@ public:
     QSize smallThumbnailSize() const { return m_smallThumbnailSize; }
     // Kept for the view's property; the thumbnail sizes are fixed.
     void updateThumbnailSize() { }
+    // GUI thread: the render worker hands over the thumbnails it painted;
+    // they are stored and thumbnailChanged, then smallThumbnailChanged, emitted.
+    void setThumbnails(const QImage& large, const QImage& small);
 
     // Coordinates: view pixels, viewport units (fractions of the page) and
     // scene units, related by the formulas below.
@@ -268,6 +274,13 @@ public:
     void pushCommand(QUndoCommand* command);
     void reportUndoRedoStatus();
 
+    // Render thread, or GUI thread with the render thread stopped; caller
+    // holds itemsMutex. What the next frame needs from the scene.
+    void fillFrameState(FrameState& state) const;
+    // Any thread; caller holds itemsMutex. The part of the view the page
+    // covers, in view units.
+    QRegion pageRegion() const;
+
     // The last finished frame, as the view will draw it.
     QImage renderedImage();
     // Paints the last finished frame; called from the view's paint callback.
@@ -365,8 +378,6 @@ protected slots:
     void onRenderFinished(const QImage& result);
 
 private:
-    friend class SceneRender;
-
     // A received list entry, admitted and parsed.
     struct ReceivedEntry;
     // The admitted entries of an action's list; false for a list this board

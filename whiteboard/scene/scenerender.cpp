@@ -156,8 +156,8 @@ void SceneRender::makeDirtyRegion(const QRegion& region, GraphicScene::SceneLaye
 
 void SceneRender::onInitScene()
 {
-    QMutexLocker locker(&m_scene->m_itemsMutex);
-    const QSize size = m_scene->m_sceneSize;
+    QMutexLocker locker(&m_scene->itemsMutex());
+    const QSize size = m_scene->sceneSize();
     const double ratio = devicePixelRatio();
     m_sceneImage = QImage(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio), QImage::Format_ARGB32);
     m_sceneImage.setDevicePixelRatio(ratio);
@@ -174,7 +174,7 @@ void SceneRender::quit()
         m_thumbnailTimer->stop();
     // The scene deletes us once the thread has ended; this lock is what
     // orders our work before that, for ThreadSanitizer as for the reader.
-    QMutexLocker locker(&m_scene->m_itemsMutex);
+    QMutexLocker locker(&m_scene->itemsMutex());
 }
 
 QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush)
@@ -216,31 +216,12 @@ void SceneRender::updateRenderSize(const QSize& size, double ratio)
     updateBorderRegion();
 }
 
-QRegion SceneRender::pageRegion() const
-{
-    const GraphicScene* scene = m_scene;
-    const QRectF viewport = scene->m_viewport;
-    const QPointF tl = viewport.topLeft();
-    const QPointF br = viewport.bottomRight();
-    const QRectF viewRect = scene->m_viewBounds;
-    QRectF rect;
-    if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
-        rect = viewRect;
-    } else {
-        // The page is smaller than the view, or shifted.
-        rect = QRectF(-tl.x() / viewport.width() * viewRect.width(), -tl.y() / viewport.height() * viewRect.height(),
-                      GraphicScene::roundPixel(scene->m_sceneSize.width() * scene->m_scale),
-                      GraphicScene::roundPixel(scene->m_sceneSize.height() * scene->m_scale));
-    }
-    return QRegion(rect.toRect());
-}
-
 void SceneRender::updateBorderRegion()
 {
     QRegion region;
     {
-        QMutexLocker locker(&m_scene->m_itemsMutex);
-        region = pageRegion();
+        QMutexLocker locker(&m_scene->itemsMutex());
+        region = m_scene->pageRegion();
     }
     QMutexLocker locker(&m_imageMutex);
     m_borderRegion = region;
@@ -294,8 +275,8 @@ void SceneRender::paint()
     // itemsMutex while it records dirty areas.
     FrameState state;
     {
-        QMutexLocker locker(&m_scene->m_itemsMutex);
-        state = takeFrameState();
+        QMutexLocker locker(&m_scene->itemsMutex());
+        m_scene->fillFrameState(state);
     }
     for (const QList<DirtyArea>& list : lists) {
         for (const DirtyArea& area : list) {
@@ -325,31 +306,12 @@ void SceneRender::paint()
         m_paintTimer->start();
 }
 
-FrameState SceneRender::takeFrameState() const
-{
-    const GraphicScene* scene = m_scene;
-    FrameState state;
-    state.viewRect = scene->m_viewBounds;
-    state.sceneSize = scene->m_sceneSize;
-    state.viewport = scene->m_viewport;
-    state.scale = scene->m_scale;
-    state.rotation = scene->m_rotation;
-    state.backgroundColor = scene->m_backgroundColor;
-    // From the viewport of this very frame: the queued border update may
-    // not have run yet.
-    state.borderRegion = pageRegion();
-    state.paintMargin = scene->paintMargin();
-    state.selectedItems = scene->m_selectedItems;
-    state.focusItem = scene->m_focusItem;
-    return state;
-}
-
 void SceneRender::composeFrame()
 {
     FrameState state;
     {
-        QMutexLocker locker(&m_scene->m_itemsMutex);
-        state = takeFrameState();
+        QMutexLocker locker(&m_scene->itemsMutex());
+        m_scene->fillFrameState(state);
     }
     composeFrame(state, QRegion());
 }
@@ -397,7 +359,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     {
         // Handed over under itemsMutex: the scene's destructor takes it after
         // asking us to quit, so no receiver sees a scene being torn down.
-        QMutexLocker locker(&m_scene->m_itemsMutex);
+        QMutexLocker locker(&m_scene->itemsMutex());
         if (quitRequested())
             return;
         ++m_composedFrames;
@@ -410,7 +372,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
 
 GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const
 {
-    const LayerIndex* root = m_scene->m_layerIndexes.value(layer);
+    const LayerIndex* root = m_scene->layerIndex(layer);
     if (!root)
         return {};
     const QTransform back = toArea.inverted();
@@ -443,7 +405,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     {
         // The only wait the GUI thread has on a frame: finding and recording
         // the items; they are painted from the recording after.
-        QMutexLocker locker(&m_scene->m_itemsMutex);
+        QMutexLocker locker(&m_scene->itemsMutex());
         GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
@@ -458,7 +420,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     painter.setClipRegion(dirty.intersected(state.borderRegion), Qt::ReplaceClip);
     applyTransform(&painter, state);
-    m_pageRecording->replay(&painter, m_scene->m_itemsMutex, [this] { return quitRequested(); });
+    m_pageRecording->replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
     m_pageRecording->clear();
     return !quitRequested();
 }
@@ -476,7 +438,7 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
     for (const QSharedPointer<GraphicItem>& item : controlled) {
         if (quitRequested())
             return false;
-        QMutexLocker locker(&m_scene->m_itemsMutex);
+        QMutexLocker locker(&m_scene->itemsMutex());
         if (GraphicController* controller = item->controller())
             controller->paint(&painter);
     }
@@ -496,8 +458,8 @@ void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
 {
     GraphicItemList all;
     for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer) {
-        QMutexLocker locker(&m_scene->m_itemsMutex);
-        const LayerIndex* root = m_scene->m_layerIndexes.value(GraphicScene::SceneLayer(layer));
+        QMutexLocker locker(&m_scene->itemsMutex());
+        const LayerIndex* root = m_scene->layerIndex(GraphicScene::SceneLayer(layer));
         GraphicItemList found = root->query(m_scene->mapRectToScene(viewRect));
         LayerIndex::sort(found, 1);
         all.append(found);
@@ -520,7 +482,7 @@ void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
             return;
         // One item at a time: a change on the GUI thread waits for this
         // item, not for the frame, and no item is seen half changed.
-        QMutexLocker locker(&m_scene->m_itemsMutex);
+        QMutexLocker locker(&m_scene->itemsMutex());
         item->paint(painter, nullptr);
     }
 }
@@ -558,8 +520,8 @@ void SceneRender::paintThumbnails()
     // The scene's images are the GUI thread's: handed over there.
     GraphicScene* scene = m_scene;
     QMetaObject::invokeMethod(scene, [scene] {
-        if (scene->m_render)
-            scene->m_render->publishThumbnails();
+        if (SceneRender* render = scene->renderer())
+            render->publishThumbnails();
     }, Qt::QueuedConnection);
 }
 
@@ -587,11 +549,7 @@ void SceneRender::publishThumbnails()
         large = m_thumbnailLarge;
         small = m_thumbnailSmall;
     }
-    GraphicScene* scene = m_scene;
-    scene->m_thumbnail = large;
-    emit scene->thumbnailChanged(&scene->m_thumbnail);
-    scene->m_smallThumbnail = small;
-    emit scene->smallThumbnailChanged(&scene->m_smallThumbnail);
+    m_scene->setThumbnails(large, small);
 }
 
 bool SceneRender::updateThumbnails()
@@ -601,9 +559,9 @@ bool SceneRender::updateThumbnails()
     QRegion dirty;
     QTransform toThumbnail;
     {
-        QMutexLocker locker(&scene->m_itemsMutex);
-        const QSize page = scene->m_sceneSize;
-        const QSize size = scene->m_thumbnailSize;
+        QMutexLocker locker(&scene->itemsMutex());
+        const QSize page = scene->sceneSize();
+        const QSize size = scene->thumbnailSize();
         bool whole = m_thumbnailLarge.isNull() || page != m_thumbnailPage || m_thumbnailLarge.size() != size;
         {
             // Taken under itemsMutex: a change recorded from here on is
@@ -624,7 +582,7 @@ bool SceneRender::updateThumbnails()
         } else {
             dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect());
         }
-        m_smallThumbnailSize = scene->m_smallThumbnailSize;
+        m_smallThumbnailSize = scene->smallThumbnailSize();
         m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints);
     }
     {
@@ -637,7 +595,7 @@ bool SceneRender::updateThumbnails()
         painter.setClipRegion(dirty);
         painter.setTransform(toThumbnail);
         painter.setRenderHints(kRenderHints);
-        m_thumbnailRecording->replay(&painter, scene->m_itemsMutex, [this] { return quitRequested(); });
+        m_thumbnailRecording->replay(&painter, scene->itemsMutex(), [this] { return quitRequested(); });
         m_thumbnailRecording->clear();
     }
     if (quitRequested()) {

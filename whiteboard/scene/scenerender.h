@@ -120,10 +120,6 @@ private:
     }
     // Any thread, takes dirtyMutex.
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer);
-    // Any thread, under itemsMutex: the part of the view the page covers.
-    QRegion pageRegion() const;
-    // Any thread, under itemsMutex: what the next frame needs from the scene.
-    FrameState takeFrameState() const;
     // Render thread: a whole frame, or one that repaints `changed` (scene
     // units) of the kept page when nothing else moved.
     void composeFrame(const FrameState& state, const QRegion& changed);
