@@ -1,5 +1,6 @@
 #include "graphics/graphicmarkitem.h"
 
+#include "scene/annotatedmutex.h"
 #include "scene/graphicscene.h"
 
 #include <QFontMetricsF>
@@ -23,6 +24,14 @@ constexpr int kLabelPixelSize = 16;
 // loaded from ":/arrow.svg" by the first mark (GUI thread), kept to process
 // exit. Every mark of every scene paints with it on its render thread.
 QSvgRenderer arrowRendererInstance;
+// Held for each use of the renderer. Drawing its document is not read-only:
+// each style node saves the painter's pen and brush into itself and
+// puts them back, so two render threads (two scenes) drawing at once assign
+// the same QPen and QBrush objects together, dropping or doubling their
+// references; the freed blocks are then written again and the heap
+// corruption shows when a render thread ends. A leaf lock: nothing is taken
+// under it.
+SceneMutex arrowRendererMutex;
 
 QSvgRenderer& arrowRenderer()
 {
@@ -39,6 +48,7 @@ GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, Graphic
     m_font.setPixelSize(12);
     setType(Mark);
     setCursorShape(Qt::PointingHandCursor);
+    QMutexLocker locker(&arrowRendererMutex);
     QSvgRenderer& renderer = arrowRenderer();
     if (!renderer.isValid())
         renderer.load(QStringLiteral(":/arrow.svg"));
@@ -111,7 +121,10 @@ void GraphicMarkItem::paint(QPainter* painter, const QRectF*)
     const QPointF tip = scene->mapToScene(v, s);
 
     const QRectF arrowRect(tip, kArrowSize);
-    arrowRenderer().render(painter, arrowRect);
+    {
+        QMutexLocker locker(&arrowRendererMutex);
+        arrowRenderer().render(painter, arrowRect);
+    }
 
     m_font.setPixelSize(kLabelPixelSize);
     const QFontMetricsF metrics(m_font);
