@@ -467,14 +467,6 @@ void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
     paintItems(painter, all);
 }
 
-void SceneRender::paintAllLayers(QPainter* painter)
-{
-    GraphicItemList all;
-    for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
-        all.append(m_scene->items(GraphicScene::SceneLayer(layer), 1));
-    paintItems(painter, all);
-}
-
 void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
 {
     for (const QSharedPointer<GraphicItem>& item : items) {

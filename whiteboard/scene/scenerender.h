@@ -65,12 +65,13 @@ public:
     // Render thread, or GUI thread with the render thread stopped: composes
     // one frame now; a full one unless only dirty regions are due.
     void composeFrame();
-    // Render thread, or the GUI thread in a thumbnail catch-up. Paints the
-    // items of one list in order, skipping direct repeats; each under itemsMutex.
+    // Render thread. Paint live, each item under itemsMutex, with no
+    // recording: kept for callers that paint a list or a view rectangle
+    // straight into their own painter; frames and thumbnails don't use them.
+    // The list is painted in order as given (the index files an item once).
     void paintItems(QPainter* painter, const GraphicItemList& items);
     // Render thread: the items of all layers met by the view, painted.
     void paintVisibleItems(QPainter* painter, const QRectF& viewRect);
-    void paintAllLayers(QPainter* painter);
     // GUI thread, holding no scene lock: brings the thumbnails up to date at
     // once if a change is waiting for them, and hands them to the scene.
     void catchUpThumbnails();
