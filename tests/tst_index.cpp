@@ -3,8 +3,10 @@
 
 #include "graphics/graphicitem.h"
 #include "scene/graphicindexnode.h"
+#include "scene/layerindex.h"
 
 #include <QPainter>
+#include <QRandomGenerator>
 
 using namespace whiteboard;
 
@@ -32,6 +34,30 @@ const GraphicIndexNode* nodeOf(const GraphicIndexNode* node, const QSharedPointe
     return nullptr;
 }
 
+// Closed intervals, as the index compares: touching counts.
+bool meets(const QRectF& a, const QRectF& b)
+{
+    const QRectF r = a.normalized();
+    const QRectF s = b.normalized();
+    return r.left() <= s.right() && s.left() <= r.right() && r.top() <= s.bottom() && s.top() <= r.bottom();
+}
+
+void sortByTime(GraphicItemList& items, int order)
+{
+    std::stable_sort(items.begin(), items.end(), [order](const auto& a, const auto& b) {
+        const auto key = [](const QSharedPointer<GraphicItem>& item) { return std::make_pair(item->timestamp(), item->gid()); };
+        return order == 1 ? key(a) < key(b) : key(b) < key(a);
+    });
+}
+
+QSet<const GraphicItem*> pointers(const GraphicItemList& items)
+{
+    QSet<const GraphicItem*> set;
+    for (const auto& item : items)
+        set.insert(item.data());
+    return set;
+}
+
 } // namespace
 
 class tst_Index : public QObject
@@ -46,6 +72,8 @@ private slots:
     void removeOfAStrangerChangesNothing();
     void sceneQueriesSortByTimestamp();
     void itemAtPrefersNewestOrOldest();
+    void queriesMatchAScan_data();
+    void queriesMatchAScan();
 };
 
 void tst_Index::insertDepth_data()
@@ -141,6 +169,103 @@ void tst_Index::itemAtPrefersNewestOrOldest()
     }
     QCOMPARE(f.scene->itemByGid(newer->gid()), newer);
     QVERIFY(!f.scene->itemByGid(QStringLiteral("nope")));
+}
+
+void tst_Index::queriesMatchAScan_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<double>("side");
+    QTest::addColumn<bool>("onLines");
+    QTest::newRow("small items anywhere") << 400 << 12.0 << false;
+    QTest::newRow("items centred on dividing lines") << 300 << 60.0 << true;
+    QTest::newRow("large items, some beyond the tree") << 150 << 3000.0 << false;
+}
+
+// Queries, rubber bands and hit tests agree with a scan of every item, in
+// what they find and in its order, while items are added, moved (the items
+// tell the scene) and removed.
+void tst_Index::queriesMatchAScan()
+{
+    QFETCH(int, count);
+    QFETCH(double, side);
+    QFETCH(bool, onLines);
+    QRandomGenerator random(11);
+    const auto someRect = [&] {
+        QPointF centre(random.bounded(5400.0) - 200, random.bounded(5400.0) - 200);
+        if (onLines) {
+            // On a dividing line of some depth, in one axis or both.
+            const double step = 5000.0 / (1 << random.bounded(1, 9));
+            centre.setX(std::round(centre.x() / step) * step);
+            if (random.bounded(2))
+                centre.setY(std::round(centre.y() / step) * step);
+        }
+        const QSizeF size(random.bounded(side), random.bounded(side));
+        return QRectF(centre - QPointF(size.width() / 2, size.height() / 2), size);
+    };
+
+    GraphicScene scene;
+    GraphicItemList live;
+    const auto add = [&] {
+        // Few distinct times: equal ones are ordered by gid.
+        live.append(addRect(&scene, someRect(), 1, random.bounded(2) ? QColor(Qt::blue) : QColor(), GraphicScene::ItemLayer,
+                            random.bounded(1, 40)));
+    };
+    const auto check = [&](const char* phase) {
+        QCOMPARE(scene.itemCount(GraphicScene::ItemLayer), live.size());
+        for (int i = 0; i < 60; ++i) {
+            // Every query meets the tree's square: beyond it the root's items are not looked at.
+            const QRectF rect(random.bounded(5000.0), random.bounded(5000.0), i % 10 == 0 ? 0.0 : random.bounded(1500.0),
+                              i % 10 == 0 ? 0.0 : random.bounded(1500.0));
+            GraphicItemList met;
+            for (const auto& item : std::as_const(live)) {
+                if (meets(item->boundary(), rect))
+                    met.append(item);
+            }
+            QVERIFY2(pointers(scene.layerIndex(GraphicScene::ItemLayer)->query(rect)) == pointers(met), phase);
+            for (int order : { 0, 1 }) {
+                GraphicItemList hit = met;
+                hit.removeIf([&](const auto& item) { return !item->collidesWithRect(rect, Qt::IntersectsItemShape); });
+                sortByTime(hit, order);
+                QVERIFY2(scene.itemsByRect(GraphicScene::ItemLayer, rect, Qt::IntersectsItemShape, order) == hit, phase);
+            }
+        }
+        for (int i = 0; i < 60; ++i) {
+            // Corners and edges of items as well as open places, within the
+            // tree's square, as the view's points are.
+            const QRectF near = live.isEmpty() ? QRectF() : live.at(random.bounded(int(live.size())))->boundary();
+            const QPointF at = i % 3 == 0 ? near.topLeft() : i % 3 == 1 ? QPointF(near.center().x(), near.bottom() + 3)
+                                                                        : QPointF(random.bounded(5000.0), random.bounded(5000.0));
+            const QPointF p(qBound(0.0, at.x(), 5000.0), qBound(0.0, at.y(), 5000.0));
+            for (int order : { 0, 1 }) {
+                GraphicItemList all = live;
+                sortByTime(all, order);
+                const auto first = std::find_if(all.cbegin(), all.cend(), [&](const auto& item) {
+                    return item->collidesWithPoint(p, Qt::IntersectsItemShape);
+                });
+                const QSharedPointer<GraphicItem> expected = first == all.cend() ? QSharedPointer<GraphicItem>() : *first;
+                QVERIFY2(scene.itemAt(QPointF(), order, Qt::IntersectsItemShape, QTransform::fromTranslate(p.x(), p.y())) == expected, phase);
+            }
+        }
+    };
+
+    for (int i = 0; i < count; ++i)
+        add();
+    check("added");
+    for (int i = 0; i < count / 2; ++i) {
+        auto* item = static_cast<GraphicRectItem*>(live.at(random.bounded(int(live.size()))).data());
+        const QRectF to = someRect();
+        QPainterPath outline;
+        outline.addRect(to);
+        item->setOutlinePath(outline);
+        item->rebuildHitPath();
+        item->setBoundary(to);
+    }
+    check("moved");
+    for (int i = 0; i < count / 3; ++i)
+        scene.removeItem(GraphicScene::ItemLayer, live.takeAt(random.bounded(int(live.size()))));
+    for (int i = 0; i < count / 4; ++i)
+        add();
+    check("removed and added");
 }
 
 QTEST_MAIN(tst_Index)

@@ -40,6 +40,8 @@ private slots:
     void selectionLook();
     void styleProperties();
     void pointAndRectTests();
+    void rectTestsAlikeBeforeTheBandIsBuilt_data();
+    void rectTestsAlikeBeforeTheBandIsBuilt();
     void boundaryNotifications();
     void gidsAndCopies();
 };
@@ -137,6 +139,50 @@ void tst_ShapeBase::pointAndRectTests()
     line.rebuildHitPath();
     QVERIFY(line.collidesWithPoint(QPointF(50, 52.5), Qt::IntersectsItemShape));
     QVERIFY(!line.collidesWithPoint(QPointF(50, 54), Qt::IntersectsItemShape));
+}
+
+void tst_ShapeBase::rectTestsAlikeBeforeTheBandIsBuilt_data()
+{
+    QTest::addColumn<QPainterPath>("outline");
+    QTest::addColumn<QRectF>("rect");
+    QPainterPath square;
+    square.addRect(20, 20, 40, 40);
+    QPainterPath ellipse;
+    ellipse.addEllipse(20, 20, 40, 40);
+    QPainterPath open(QPointF(20, 20));
+    open.lineTo(60, 25);
+    open.lineTo(30, 60);
+    QPainterPath line(QPointF(20, 40));
+    line.lineTo(60, 40);
+    const QList<QPair<const char*, QPainterPath>> outlines { { "square", square }, { "ellipse", ellipse }, { "open", open }, { "line", line } };
+    const QList<QPair<const char*, QRectF>> rects {
+        { "around", QRectF(0, 0, 100, 100) },     { "inside", QRectF(30, 30, 5, 5) },        { "over an edge", QRectF(10, 30, 15, 5) },
+        { "in a corner", QRectF(18, 18, 4, 4) },  { "touching", QRectF(60, 30, 5, 5) },       { "within the band", QRectF(61, 30, 1, 5) },
+        { "beyond the band", QRectF(70, 30, 5, 5) }, { "of no width", QRectF(40, 10, 0, 80) },
+    };
+    for (const auto& outline : outlines) {
+        for (const auto& rect : rects)
+            QTest::addRow("%s, %s", outline.first, rect.first) << outline.second << rect.second;
+    }
+}
+
+// A rubber band over an item whose band was never built finds what it finds
+// once the band is there.
+void tst_ShapeBase::rectTestsAlikeBeforeTheBandIsBuilt()
+{
+    QFETCH(QPainterPath, outline);
+    QFETCH(QRectF, rect);
+    AbstractGraphicShapeItem built;
+    built.setOutlinePath(outline);
+    built.rebuildHitPath();
+    QVERIFY(!built.hitPath().isEmpty());
+    for (int mode = Qt::ContainsItemShape; mode <= Qt::IntersectsItemBoundingRect; ++mode) {
+        // A test may build the band: a fresh item for each.
+        AbstractGraphicShapeItem fresh;
+        fresh.setOutlinePath(outline);
+        fresh.rebuildHitPath();
+        QCOMPARE(fresh.collidesWithRect(rect, Qt::ItemSelectionMode(mode)), built.collidesWithRect(rect, Qt::ItemSelectionMode(mode)));
+    }
 }
 
 void tst_ShapeBase::boundaryNotifications()

@@ -339,6 +339,11 @@ bool AbstractGraphicShapeItem::collidesWithPath(const QPainterPath& path, Qt::It
 
 bool AbstractGraphicShapeItem::collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const
 {
+    // A band still to be built is the outline's stroke, which covers the
+    // outline: where the outline's bounds overlap the rectangle, so do the
+    // band's, and a rubber band need not build it to know.
+    if (mode == Qt::IntersectsItemShape && m_hitPathPending && rect.intersects(m_outlinePath.boundingRect()))
+        return true;
     const QPainterPath band = hitPath();
     QRectF r = band.isEmpty() ? m_outlinePath.boundingRect() : band.boundingRect();
     // Straight lines have a zero extent in one axis; give them one unit.

@@ -2,35 +2,15 @@
 
 #include "graphics/graphicitem.h"
 
+#include <algorithm>
 
 namespace whiteboard {
 
-namespace {
-
-// Closed intervals on both axes: a rectangle touching another meets it, and
-// so does one of no width or height, as the boundary of a straight line is.
-// QRectF::intersects would refuse both.
-bool meets(const QRectF& a, const QRectF& b)
-{
-    const QRectF r = a.normalized();
-    const QRectF s = b.normalized();
-    return r.left() <= s.right() && s.left() <= r.right() && r.top() <= s.bottom() && s.top() <= r.bottom();
-}
-
-// The same for rectangles known to be normalized, as queries and reaches are.
-bool meetsNormal(const QRectF& r, const QRectF& s)
-{
-    return r.left() <= s.right() && s.left() <= r.right() && r.top() <= s.bottom() && s.top() <= r.bottom();
-}
-
-} // namespace
-
 GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant, GraphicIndexNode* parent)
-    : m_parent(parent)
-    , m_quadrant(quadrant)
-    , m_bounds(bounds)
+    : m_bounds(bounds)
+    , m_parent(parent)
     , m_depth(depth)
-    , m_reach(depth == 0 ? bounds : bounds.adjusted(-bounds.width() / 2, -bounds.height() / 2, bounds.width() / 2, bounds.height() / 2))
+    , m_quadrant(quadrant)
 {
 }
 
@@ -61,35 +41,48 @@ GraphicIndexNode* GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& it
 {
     const QRectF boundary = item->boundary().normalized();
     const QPointF centre = boundary.center();
-    const double w = m_bounds.width() / 2;
-    const double h = m_bounds.height() / 2;
+    GraphicIndexNode* node = this;
     // Loose bounds: a child reaches half its size beyond its square, so an
     // item no larger than a child sinks into the one holding its centre,
     // wherever the dividing lines fall. Items whose centre lies outside the
     // root stay in the root.
-    const bool centred = centre.x() >= m_bounds.left() && centre.x() <= m_bounds.right() && centre.y() >= m_bounds.top()
-        && centre.y() <= m_bounds.bottom();
-    if (m_depth < kMaxDepth && centred && boundary.width() <= w && boundary.height() <= h) {
-        const bool right = centre.x() >= m_bounds.x() + w;
-        const bool bottom = centre.y() >= m_bounds.y() + h;
+    const QRectF& root = m_bounds;
+    const bool centred = centre.x() >= root.left() && centre.x() <= root.right() && centre.y() >= root.top() && centre.y() <= root.bottom();
+    while (centred && node->m_depth < kMaxDepth) {
+        const double w = node->m_bounds.width() / 2;
+        const double h = node->m_bounds.height() / 2;
+        if (boundary.width() > w || boundary.height() > h)
+            break;
+        const bool right = centre.x() >= node->m_bounds.x() + w;
+        const bool bottom = centre.y() >= node->m_bounds.y() + h;
         const int quadrant = bottom ? (right ? 4 : 3) : (right ? 1 : 2);
-        GraphicIndexNode*& child = m_children[quadrant - 1];
+        GraphicIndexNode*& child = node->m_children[quadrant - 1];
         if (!child)
-            child = new GraphicIndexNode(childBounds(quadrant), m_depth + 1, quadrant, this);
-        return child->insert(item);
+            child = new GraphicIndexNode(node->childBounds(quadrant), node->m_depth + 1, quadrant, node);
+        node = child;
     }
-    m_items.insert(item.data(), item);
-    return this;
+    node->m_entries.push_back({ boundary, item });
+    return node;
 }
 
 QSharedPointer<GraphicItem> GraphicIndexNode::take(const GraphicItem* item)
 {
-    return m_items.take(item);
+    const auto found = std::find_if(m_entries.cbegin(), m_entries.cend(), [item](const Entry& entry) { return entry.item.data() == item; });
+    return found == m_entries.cend() ? QSharedPointer<GraphicItem>() : takeAt(int(found - m_entries.cbegin()));
+}
+
+QSharedPointer<GraphicItem> GraphicIndexNode::takeAt(int slot)
+{
+    QSharedPointer<GraphicItem> taken = std::move(m_entries[slot].item);
+    if (slot != int(m_entries.size()) - 1)
+        m_entries[slot] = std::move(m_entries.back());
+    m_entries.pop_back();
+    return taken;
 }
 
 void GraphicIndexNode::remove(const QSharedPointer<GraphicItem>& item)
 {
-    m_items.remove(item.data());
+    take(item.data());
     // The whole tree is walked: the boundary may have changed since insertion.
     if (m_depth < kMaxDepth) {
         for (GraphicIndexNode* child : m_children) {
@@ -116,38 +109,13 @@ void GraphicIndexNode::updateAll(const QList<QSharedPointer<GraphicItem>>& items
 QList<QSharedPointer<GraphicItem>> GraphicIndexNode::query(const QRectF& rect) const
 {
     QList<QSharedPointer<GraphicItem>> result;
-    query(rect.normalized(), result);
+    visit(rect, [&result](const Entry& entry) { result.append(entry.item); });
     return result;
-}
-
-void GraphicIndexNode::query(const QRectF& rect, QList<QSharedPointer<GraphicItem>>& result) const
-{
-    if (meetsNormal(rect, m_reach)) {
-        if (rect.contains(m_reach)) {
-            for (const QSharedPointer<GraphicItem>& item : m_items)
-                result.append(item);
-        } else {
-            for (const QSharedPointer<GraphicItem>& item : m_items) {
-                if (meets(item->boundary(), rect))
-                    result.append(item);
-            }
-        }
-    }
-    // A child holds only items within its reach, so a child whose reach
-    // misses the rectangle cannot contribute: skipping it changes no result
-    // and keeps a query proportional to what it finds. Only the root holds
-    // items beyond its square, and the root is always visited.
-    if (m_depth < kMaxDepth) {
-        for (const GraphicIndexNode* child : m_children) {
-            if (child && meetsNormal(rect, child->m_reach))
-                child->query(rect, result);
-        }
-    }
 }
 
 int GraphicIndexNode::count() const
 {
-    int total = int(m_items.size());
+    int total = int(m_entries.size());
     for (const GraphicIndexNode* child : m_children) {
         if (child)
             total += child->count();
@@ -157,12 +125,12 @@ int GraphicIndexNode::count() const
 
 bool GraphicIndexNode::holds(const QSharedPointer<GraphicItem>& item) const
 {
-    return m_items.contains(item.data());
+    return std::any_of(m_entries.cbegin(), m_entries.cend(), [&item](const Entry& entry) { return entry.item == item; });
 }
 
 void GraphicIndexNode::clear()
 {
-    m_items.clear();
+    m_entries.clear();
     for (GraphicIndexNode*& child : m_children) {
         delete child;
         child = nullptr;

@@ -20,6 +20,7 @@
 #include <QMutexLocker>
 #include <QPainter>
 #include <QQuickItem>
+#include <QVarLengthArray>
 
 #include <algorithm>
 #include <cmath>
@@ -670,13 +671,19 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
         return {};
     QMutexLocker locker(&m_itemsMutex);
     const QPointF p = transform.map(mapToScene(viewPos));
-    GraphicItemList candidates = m_layerIndexes.value(ItemLayer)->query(pointQueryRect(p));
-    if (candidates.isEmpty())
-        return {};
-    LayerIndex::sort(candidates, order);
-    for (const QSharedPointer<GraphicItem>& item : std::as_const(candidates)) {
-        if (item->collidesWithPoint(p, Qt::ItemSelectionMode(mode)))
-            return item;
+    // The candidates stay in the index while we look: only the winner is shared.
+    QVarLengthArray<const QSharedPointer<GraphicItem>*, 32> candidates;
+    m_layerIndexes.value(ItemLayer)->visit(pointQueryRect(p), [&candidates](const GraphicIndexNode::Entry& entry) {
+        candidates.append(&entry.item);
+    });
+    const auto first = [order](const QSharedPointer<GraphicItem>* a, const QSharedPointer<GraphicItem>* b) {
+        return order == 1 ? LayerIndex::older(**a, **b) : LayerIndex::older(**b, **a);
+    };
+    if (candidates.size() > 1)
+        std::stable_sort(candidates.begin(), candidates.end(), first);
+    for (const QSharedPointer<GraphicItem>* item : std::as_const(candidates)) {
+        if ((*item)->collidesWithPoint(p, Qt::ItemSelectionMode(mode)))
+            return *item;
     }
     return {};
 }

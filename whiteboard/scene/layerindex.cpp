@@ -11,28 +11,50 @@ LayerIndex::LayerIndex(const QRectF& bounds)
 {
 }
 
+void LayerIndex::file(const QSharedPointer<GraphicItem>& item)
+{
+    GraphicIndexNode* node = m_root.insert(item);
+    m_filed.insert(item.data(), { node, int(node->entries().size()) - 1 });
+}
+
+QSharedPointer<GraphicItem> LayerIndex::take(const GraphicItem* item)
+{
+    const auto filed = m_filed.constFind(item);
+    if (filed == m_filed.cend())
+        return {};
+    const Filed where = *filed;
+    m_filed.erase(filed);
+    QSharedPointer<GraphicItem> taken = where.node->takeAt(where.slot);
+    // The node's last entry has moved into the freed slot.
+    if (where.slot < int(where.node->entries().size()))
+        m_filed[where.node->entries()[where.slot].item.data()].slot = where.slot;
+    return taken;
+}
+
 void LayerIndex::insert(const QSharedPointer<GraphicItem>& item)
 {
     if (!item)
         return;
     // Filed once: a second add of the same item moves it.
-    remove(item.data());
-    m_filed.insert(item.data(), { m_root.insert(item), item->boundary() });
+    take(item.data());
+    file(item);
 }
 
 void LayerIndex::remove(const GraphicItem* item)
 {
-    if (GraphicIndexNode* node = m_filed.take(item).node)
-        node->take(item);
+    take(item);
+}
+
+QRectF LayerIndex::filedBoundary(const GraphicItem* item) const
+{
+    const auto filed = m_filed.constFind(item);
+    return filed == m_filed.cend() ? QRectF() : filed->node->entries()[filed->slot].boundary;
 }
 
 void LayerIndex::refile(const GraphicItem* item)
 {
-    GraphicIndexNode* node = m_filed.value(item).node;
-    if (!node)
-        return;
-    const QSharedPointer<GraphicItem> shared = node->take(item);
-    m_filed.insert(item, { m_root.insert(shared), item->boundary() });
+    if (const QSharedPointer<GraphicItem> shared = take(item))
+        file(shared);
 }
 
 QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect) const
@@ -42,9 +64,12 @@ QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect) const
 
 QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const
 {
-    QList<QSharedPointer<GraphicItem>> result = m_root.query(rect);
-    if (keep)
-        result.removeIf([&keep](const QSharedPointer<GraphicItem>& item) { return !keep(*item); });
+    QList<QSharedPointer<GraphicItem>> result;
+    // Filtered before anything is copied: only what is returned is shared and sorted.
+    m_root.visit(rect, [&](const GraphicIndexNode::Entry& entry) {
+        if (!keep || keep(*entry.item))
+            result.append(entry.item);
+    });
     sort(result, order);
     return result;
 }
@@ -55,20 +80,22 @@ void LayerIndex::clear()
     m_root.clear();
 }
 
+bool LayerIndex::older(const GraphicItem& a, const GraphicItem& b)
+{
+    // Equal times fall back on the gid, so that every board stacks items drawn
+    // in one millisecond alike, whatever order they arrived in.
+    return a.timestamp() < b.timestamp() || (a.timestamp() == b.timestamp() && a.gid() < b.gid());
+}
+
 void LayerIndex::sort(QList<QSharedPointer<GraphicItem>>& items, int order)
 {
     // A stable sort takes a buffer, even for the one candidate of most hit tests.
     if (items.size() < 2)
         return;
-    // Equal times fall back on the gid, so that every board stacks items drawn
-    // in one millisecond alike, whatever order they arrived in.
-    const auto older = [](const QSharedPointer<GraphicItem>& a, const QSharedPointer<GraphicItem>& b) {
-        return a->timestamp() < b->timestamp() || (a->timestamp() == b->timestamp() && a->gid() < b->gid());
-    };
     if (order == 1)
-        std::stable_sort(items.begin(), items.end(), older);
+        std::stable_sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return older(*a, *b); });
     else
-        std::stable_sort(items.begin(), items.end(), [&older](const auto& a, const auto& b) { return older(b, a); });
+        std::stable_sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return older(*b, *a); });
 }
 
 } // namespace whiteboard

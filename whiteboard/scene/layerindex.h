@@ -30,8 +30,8 @@ public:
     void insert(const QSharedPointer<GraphicItem>& item);
     void remove(const GraphicItem* item);
     bool contains(const GraphicItem* item) const { return m_filed.contains(item); }
-    // The boundary the item was filed under; null if absent.
-    QRectF filedBoundary(const GraphicItem* item) const { return m_filed.value(item).boundary; }
+    // The boundary the item was filed under, normalized; null if absent.
+    QRectF filedBoundary(const GraphicItem* item) const;
     // Files the item again under its current boundary; nothing if absent.
     void refile(const GraphicItem* item);
     // Unsorted, as the tree yields them.
@@ -39,17 +39,30 @@ public:
     // The items met by `rect` that `keep` accepts (all without it), sorted
     // by timestamp: order 1 ascending, anything else descending.
     QList<QSharedPointer<GraphicItem>> query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const;
+    // Calls `visit(const GraphicIndexNode::Entry&)` for each item that
+    // query(rect) returns, without copying a shared pointer.
+    template<typename Visit>
+    void visit(const QRectF& rect, Visit&& visit) const
+    {
+        m_root.visit(rect, visit);
+    }
     int count() const { return int(m_filed.size()); }
     void clear();
 
     static void sort(QList<QSharedPointer<GraphicItem>>& items, int order);
+    // The order of sort(): older first, equal times by gid.
+    static bool older(const GraphicItem& a, const GraphicItem& b);
 
 private:
+    // The node and the slot among its entries.
     struct Filed
     {
         GraphicIndexNode* node = nullptr;
-        QRectF boundary;
+        int slot = 0;
     };
+
+    QSharedPointer<GraphicItem> take(const GraphicItem* item);
+    void file(const QSharedPointer<GraphicItem>& item);
 
     GraphicIndexNode m_root;
     QHash<const GraphicItem*, Filed> m_filed;
