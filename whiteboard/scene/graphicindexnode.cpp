@@ -6,11 +6,45 @@
 
 namespace whiteboard {
 
+namespace {
+
+// Floats that hold the double or lie beyond it.
+float below(double value)
+{
+    const float f = float(value);
+    return double(f) > value ? std::nextafter(f, -std::numeric_limits<float>::infinity()) : f;
+}
+
+float above(double value)
+{
+    const float f = float(value);
+    return double(f) < value ? std::nextafter(f, std::numeric_limits<float>::infinity()) : f;
+}
+
+// A node with no more entries than this works out its own box again when
+// one leaves; a larger one keeps the box it grew to, which still covers them.
+constexpr size_t kRecountedEntries = 16;
+
+} // namespace
+
+void GraphicIndexNode::Box::unite(const Box& other)
+{
+    left = std::min(left, other.left);
+    top = std::min(top, other.top);
+    right = std::max(right, other.right);
+    bottom = std::max(bottom, other.bottom);
+}
+
+void GraphicIndexNode::Box::unite(const QRectF& rect)
+{
+    unite(Box { below(rect.left()), below(rect.top()), above(rect.right()), above(rect.bottom()) });
+}
+
 GraphicIndexNode::GraphicIndexNode(const QRectF& bounds, int depth, int quadrant, GraphicIndexNode* parent)
-    : m_bounds(bounds)
-    , m_parent(parent)
-    , m_depth(depth)
+    : m_depth(depth)
     , m_quadrant(quadrant)
+    , m_bounds(bounds)
+    , m_parent(parent)
 {
 }
 
@@ -59,9 +93,11 @@ GraphicIndexNode* GraphicIndexNode::insert(const QSharedPointer<GraphicItem>& it
         GraphicIndexNode*& child = node->m_children[quadrant - 1];
         if (!child)
             child = new GraphicIndexNode(node->childBounds(quadrant), node->m_depth + 1, quadrant, node);
+        node->m_childBoxes[quadrant - 1].unite(boundary);
         node = child;
     }
     node->m_entries.push_back({ boundary, item });
+    node->m_ownBox.unite(boundary);
     return node;
 }
 
@@ -77,7 +113,32 @@ QSharedPointer<GraphicItem> GraphicIndexNode::takeAt(int slot)
     if (slot != int(m_entries.size()) - 1)
         m_entries[slot] = std::move(m_entries.back());
     m_entries.pop_back();
+    shrinkBoxes();
     return taken;
+}
+
+GraphicIndexNode::Box GraphicIndexNode::subtreeBox() const
+{
+    Box box = m_ownBox;
+    for (const Box& child : m_childBoxes)
+        box.unite(child);
+    return box;
+}
+
+void GraphicIndexNode::shrinkBoxes()
+{
+    if (m_entries.size() > kRecountedEntries)
+        return;
+    m_ownBox = Box();
+    for (const Entry& entry : m_entries)
+        m_ownBox.unite(entry.boundary);
+    for (GraphicIndexNode* node = this; node->m_parent; node = node->m_parent) {
+        Box& held = node->m_parent->m_childBoxes[node->m_quadrant - 1];
+        const Box box = node->subtreeBox();
+        if (held == box)
+            break;
+        held = box;
+    }
 }
 
 void GraphicIndexNode::remove(const QSharedPointer<GraphicItem>& item)
@@ -131,9 +192,11 @@ bool GraphicIndexNode::holds(const QSharedPointer<GraphicItem>& item) const
 void GraphicIndexNode::clear()
 {
     m_entries.clear();
-    for (GraphicIndexNode*& child : m_children) {
-        delete child;
-        child = nullptr;
+    m_ownBox = Box();
+    for (int slot = 0; slot < 4; ++slot) {
+        delete m_children[slot];
+        m_children[slot] = nullptr;
+        m_childBoxes[slot] = Box();
     }
 }
 

@@ -5,6 +5,8 @@
 #include <QSharedPointer>
 
 #include <array>
+#include <cmath>
+#include <limits>
 #include <vector>
 
 namespace whiteboard {
@@ -14,10 +16,12 @@ class GraphicItem;
 // One node of a layer's loose quad tree. A child reaches half its size beyond
 // its square; an item sinks into the child holding its centre as long as it
 // is no larger than that child, so items on dividing lines sink too. There is
-// no capacity and no split on count.
+// no capacity and no split on count. Each node keeps the box of what lies
+// below each child, so that a query enters only children whose items may
+// meet it, not every child whose reach does.
 // Nodes have no lock of their own: the scene's itemsMutex guards the tree
 // (LayerIndex), so a query sees it at one instant.
-class GraphicIndexNode
+class alignas(64) GraphicIndexNode
 {
 public:
     static constexpr int kMaxDepth = 8;
@@ -28,6 +32,27 @@ public:
     {
         QRectF boundary;
         QSharedPointer<GraphicItem> item;
+    };
+
+    // Where the items of a subtree lie, in floats rounded outwards: never
+    // smaller than what it covers, so a query that misses it misses them.
+    struct Box
+    {
+        float left = std::numeric_limits<float>::infinity();
+        float top = std::numeric_limits<float>::infinity();
+        float right = -std::numeric_limits<float>::infinity();
+        float bottom = -std::numeric_limits<float>::infinity();
+
+        bool operator==(const Box& other) const
+        {
+            return left == other.left && top == other.top && right == other.right && bottom == other.bottom;
+        }
+        bool meets(const QRectF& rect) const
+        {
+            return double(left) <= rect.right() && rect.left() <= double(right) && double(top) <= rect.bottom() && rect.top() <= double(bottom);
+        }
+        void unite(const Box& other);
+        void unite(const QRectF& rect);
     };
 
     GraphicIndexNode(const QRectF& bounds, int depth = 0, int quadrant = 0, GraphicIndexNode* parent = nullptr);
@@ -70,6 +95,9 @@ public:
 
 private:
     QRectF childBounds(int quadrant) const;
+    Box subtreeBox() const;
+    // After a removal: the boxes up the tree shrink to what is left.
+    void shrinkBoxes();
 
     // Closed intervals on both axes: a rectangle touching another meets it,
     // and so does one of no width or height, as the boundary of a straight
@@ -82,46 +110,42 @@ private:
     template<typename Visit>
     void walk(const QRectF& rect, Visit& visit) const
     {
-        // Items of a node below the root lie within its reach: its square
-        // grown by half its size. The root's reach is its square, and only
-        // the root holds items beyond it.
-        const double growX = m_depth == 0 ? 0.0 : m_bounds.width() / 2;
-        const double growY = m_depth == 0 ? 0.0 : m_bounds.height() / 2;
-        const QRectF reach = m_bounds.adjusted(-growX, -growY, growX, growY);
-        if (meets(rect, reach)) {
-            const bool all = rect.contains(reach);
+        if (m_depth == 0) {
+            // Only the root holds items beyond its square, and looks at
+            // them only for a rectangle that meets the square.
+            if (meets(rect, m_bounds)) {
+                const bool all = rect.contains(m_bounds);
+                for (const Entry& entry : m_entries) {
+                    if (all || meets(entry.boundary, rect))
+                        visit(entry);
+                }
+            }
+        } else {
             for (const Entry& entry : m_entries) {
-                if (all || meets(entry.boundary, rect))
+                if (meets(entry.boundary, rect))
                     visit(entry);
             }
         }
-        if (m_depth >= kMaxDepth)
-            return;
-        // A child holds only items within its reach, so a child whose reach
-        // misses the rectangle cannot contribute: skipping it changes no
-        // result and keeps a query proportional to what it finds. The
-        // reaches are worked out here, so that a child missed is not loaded.
-        const double qx = m_bounds.width() / 4;
-        const double qy = m_bounds.height() / 4;
-        const double x = m_bounds.x();
-        const double y = m_bounds.y();
-        const bool left = rect.left() <= x + 3 * qx && x - qx <= rect.right();
-        const bool right = rect.left() <= x + 5 * qx && x + qx <= rect.right();
-        const bool top = rect.top() <= y + 3 * qy && y - qy <= rect.bottom();
-        const bool bottom = rect.top() <= y + 5 * qy && y + qy <= rect.bottom();
-        const bool meetsChild[4] = { right && top, left && top, left && bottom, right && bottom };
+        // A child is entered only if the box of what lies below it meets the
+        // rectangle; the boxes are kept here, so that a child missed is not
+        // loaded. A point query is a chase of memory, not of arithmetic.
         for (int slot = 0; slot < 4; ++slot) {
-            if (meetsChild[slot] && m_children[slot])
+            if (m_children[slot] && m_childBoxes[slot].meets(rect))
                 m_children[slot]->walk(rect, visit);
         }
     }
 
+    // What a query reads first, in the node's first cache line; the
+    // children's boxes in the second.
     std::vector<Entry> m_entries;
     std::array<GraphicIndexNode*, 4> m_children { nullptr, nullptr, nullptr, nullptr };
-    QRectF m_bounds;
-    GraphicIndexNode* m_parent;
     int m_depth;
     int m_quadrant;
+    // The boxes of the children's subtrees, and of this node's own entries.
+    std::array<Box, 4> m_childBoxes;
+    Box m_ownBox;
+    QRectF m_bounds;
+    GraphicIndexNode* m_parent;
 };
 
 } // namespace whiteboard
