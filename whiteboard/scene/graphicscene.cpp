@@ -679,8 +679,13 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
     const auto first = [order](const QSharedPointer<GraphicItem>* a, const QSharedPointer<GraphicItem>* b) {
         return order == 1 ? LayerIndex::older(**a, **b) : LayerIndex::older(**b, **a);
     };
-    if (candidates.size() > 1)
+    // Stable either way; the few candidates of most points need no buffer.
+    if (candidates.size() > 16) {
         std::stable_sort(candidates.begin(), candidates.end(), first);
+    } else {
+        for (auto next = candidates.begin(); next != candidates.end(); ++next)
+            std::rotate(std::upper_bound(candidates.begin(), next, *next, first), next, next + 1);
+    }
     for (const QSharedPointer<GraphicItem>* item : std::as_const(candidates)) {
         if ((*item)->collidesWithPoint(p, Qt::ItemSelectionMode(mode)))
             return *item;
