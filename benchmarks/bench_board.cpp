@@ -386,7 +386,8 @@ struct SyncFigures
     bool updatesExtrapolated = false, removalsExtrapolated = false;
 };
 
-SyncFigures syncRun(int boardSize, int messages)
+// `removals` take distinct items, so at most one per item.
+SyncFigures syncRun(int boardSize, int updates, int removals)
 {
     SyncFigures f;
     const std::vector<Shape> items = shapes(boardSize, QRectF(0, 0, 1080, 720), 20);
@@ -404,14 +405,14 @@ SyncFigures syncRun(int boardSize, int messages)
         board.settle();
 
         QRandomGenerator random(3);
-        f.updates = applyMessages(board, messages, [&](int) {
+        f.updates = applyMessages(board, updates, [&](int) {
             const int i = int(random.bounded(boardSize));
             Shape shape = items[i];
             shape.rect.translate(random.bounded(10.0), random.bounded(10.0));
             return rectBody(pb::GraphicActionUpdate, i, shape);
         }, &f.updatesExtrapolated);
-        f.removals = applyMessages(board, messages, [&](int n) {
-            const int i = int(qint64(n) * boardSize / messages);
+        f.removals = applyMessages(board, removals, [&](int n) {
+            const int i = int(qint64(n) * boardSize / removals);
             return rectBody(pb::GraphicActionRemove, i, items[i]);
         }, &f.removalsExtrapolated);
     }
@@ -429,15 +430,15 @@ SyncFigures syncRun(int boardSize, int messages)
     f.graphicsJoin = clock.nsecsElapsed() / 1e6;
     QRandomGenerator random(3);
     clock.restart();
-    for (int n = 0; n < messages; ++n) {
+    for (int n = 0; n < updates; ++n) {
         const int i = int(random.bounded(boardSize));
         if (QGraphicsRectItem* item = byGid.value(QString::fromStdString(gidOf(i))))
             item->setRect(items[i].rect.translated(random.bounded(10.0), random.bounded(10.0)));
     }
     f.graphicsUpdates = clock.nsecsElapsed() / 1e6;
     clock.restart();
-    for (int n = 0; n < messages; ++n) {
-        const int i = int(qint64(n) * boardSize / messages);
+    for (int n = 0; n < removals; ++n) {
+        const int i = int(qint64(n) * boardSize / removals);
         delete byGid.take(QString::fromStdString(gidOf(i)));
     }
     f.graphicsRemovals = clock.nsecsElapsed() / 1e6;
@@ -451,7 +452,7 @@ QString total(double value, bool extrapolated)
 
 void sync()
 {
-    const SyncFigures f = syncRun(10000, 10000);
+    const SyncFigures f = syncRun(10000, 10000, 10000);
     printRow(QStringLiteral("10,000 remote updates, 10,000-item board, live view"), total(f.updates, f.updatesExtrapolated),
              total(f.graphicsUpdates, false), f.updates / f.graphicsUpdates, QStringLiteral("< 0.3 s"));
     printRow(QStringLiteral("10,000 remote removals, same"), total(f.removals, f.removalsExtrapolated), total(f.graphicsRemovals, false),
@@ -459,13 +460,19 @@ void sync()
     printRow(QStringLiteral("late join of 10,000 items, live view"), total(f.join, false), total(f.graphicsJoin, false), f.join / f.graphicsJoin,
              QStringLiteral("< 0.5 s"));
     for (int size : { 1000, 10000, 50000 }) {
-        const int messages = 1000;
-        const SyncFigures s = syncRun(size, messages);
+        // Long enough to span as many of the render thread's paced passes
+        // (frames every 40 ms, thumbnails every 200 ms, each holding
+        // itemsMutex a while on a dense page) at every size: over 1,000
+        // messages, some 10 ms, one pass more or less moved the figure by
+        // half.
+        const int updates = 5000;
+        const int removals = std::min(5000, size);
+        const SyncFigures s = syncRun(size, updates, removals);
         const QString board = QStringLiteral("%1-item board").arg(size);
-        printRow(QStringLiteral("remote update, per message, ") + board, us(s.updates * 1000 / messages) + (s.updatesExtrapolated ? "*" : ""),
-                 us(s.graphicsUpdates * 1000 / messages), s.updates / s.graphicsUpdates, QStringLiteral("flat"));
-        printRow(QStringLiteral("remote removal, per message, ") + board, us(s.removals * 1000 / messages) + (s.removalsExtrapolated ? "*" : ""),
-                 us(s.graphicsRemovals * 1000 / messages), s.removals / s.graphicsRemovals, QStringLiteral("flat"));
+        printRow(QStringLiteral("remote update, per message, ") + board, us(s.updates * 1000 / updates) + (s.updatesExtrapolated ? "*" : ""),
+                 us(s.graphicsUpdates * 1000 / updates), s.updates / s.graphicsUpdates, QStringLiteral("flat"));
+        printRow(QStringLiteral("remote removal, per message, ") + board, us(s.removals * 1000 / removals) + (s.removalsExtrapolated ? "*" : ""),
+                 us(s.graphicsRemovals * 1000 / removals), s.removals / s.graphicsRemovals, QStringLiteral("flat"));
         printRow(QStringLiteral("late join of the ") + board, total(s.join, false), total(s.graphicsJoin, false), s.join / s.graphicsJoin,
                  size == 50000 ? QStringLiteral("< 2.5 s") : QString());
     }
