@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QGraphicsRectItem>
 #include <QGraphicsScene>
@@ -22,6 +23,7 @@
 #include <QRandomGenerator>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 
 #include <malloc.h>
 
@@ -144,17 +146,21 @@ struct Board
 
     SceneRender* render() const { return scene->renderer(); }
 
-    // Waits until the frame counter passes `count`.
+    // Waits until the frame counter passes `count`, asleep in an event loop
+    // that the frame's signal wakes: polling would take a core from the
+    // render thread on a two-core machine.
     bool waitFrames(int count, int timeout = 60000)
     {
-        QElapsedTimer clock;
-        clock.start();
-        while (render()->composedFrames() < count) {
-            if (clock.elapsed() > timeout)
-                return false;
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        }
-        return true;
+        QEventLoop loop;
+        const auto check = [&] {
+            if (render()->composedFrames() >= count)
+                loop.quit();
+        };
+        QObject::connect(render(), &SceneRender::finished, &loop, check, Qt::QueuedConnection);
+        QTimer::singleShot(timeout, &loop, &QEventLoop::quit);
+        if (render()->composedFrames() < count)
+            loop.exec();
+        return render()->composedFrames() >= count;
     }
 
     // Lets the render thread go idle: no change pending, pacing slot free.
