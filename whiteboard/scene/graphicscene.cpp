@@ -595,8 +595,14 @@ void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<Graphi
     // The place it was filed at and the new one are repainted with the next frame.
     QRectF area = item->boundary();
     if (index->contains(item.data())) {
-        area = area.united(index->filedBoundary(item.data()));
-        index->refile(item.data());
+        const QRectF filed = index->filedBoundary(item.data());
+        const QRectF now = item->boundary().normalized();
+        area = area.united(filed);
+        // Callers after a change find it filed already: the item told the
+        // index as its boundary changed. Compared exactly, as queries test
+        // the filed copy (QRectF's == is fuzzy).
+        if (filed.x() != now.x() || filed.y() != now.y() || filed.width() != now.width() || filed.height() != now.height())
+            index->refile(item.data());
     } else {
         index->insert(item);
         item->setFiledIn(layer, true);
