@@ -3,6 +3,7 @@
 #include "graphics/graphicitem.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace whiteboard {
 

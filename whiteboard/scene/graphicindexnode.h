@@ -5,7 +5,6 @@
 #include <QSharedPointer>
 
 #include <array>
-#include <cmath>
 #include <limits>
 #include <vector>
 
