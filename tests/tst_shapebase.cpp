@@ -6,6 +6,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <functional>
+
 using namespace whiteboard;
 
 namespace {
@@ -37,6 +39,8 @@ class tst_ShapeBase : public QObject
 private slots:
     void opacityThreshold_data();
     void opacityThreshold();
+    void paintsOutlineAsDrawn_data();
+    void paintsOutlineAsDrawn();
     void selectionLook();
     void styleProperties();
     void pointAndRectTests();
@@ -70,6 +74,73 @@ void tst_ShapeBase::opacityThreshold()
     item.paint(&painter);
     painter.end();
     QCOMPARE(picture.size() > blank.size(), painted);
+}
+
+// Items paint a copy of their outline: the pixels are those of the outline
+// drawn as it is, fill rule included, at the view's scale and a thumbnail's.
+void tst_ShapeBase::paintsOutlineAsDrawn_data()
+{
+    QTest::addColumn<QString>("shape");
+    QTest::addColumn<bool>("filled");
+    QTest::addColumn<Qt::FillRule>("rule");
+    QTest::addColumn<double>("scale");
+    for (const double scale : { 1.0, 0.11 }) {
+        const QByteArray at = scale == 1.0 ? " 1:1" : " thumbnail";
+        QTest::newRow("rectangle" + at) << "rectangle" << false << Qt::OddEvenFill << scale;
+        QTest::newRow("filled ellipse" + at) << "ellipse" << true << Qt::OddEvenFill << scale;
+        QTest::newRow("star, odd-even" + at) << "star" << true << Qt::OddEvenFill << scale;
+        QTest::newRow("star, winding" + at) << "star" << true << Qt::WindingFill << scale;
+    }
+}
+
+void tst_ShapeBase::paintsOutlineAsDrawn()
+{
+    QFETCH(QString, shape);
+    QFETCH(bool, filled);
+    QFETCH(Qt::FillRule, rule);
+    QFETCH(double, scale);
+    QPainterPath path;
+    if (shape == QLatin1String("rectangle")) {
+        path.addRect(10.5, 12, 37, 30.25);
+    } else if (shape == QLatin1String("ellipse")) {
+        path.addEllipse(8, 10, 41, 33);
+    } else {
+        // Crossing itself, so that the two fill rules differ in the middle.
+        path.moveTo(30, 5);
+        path.lineTo(45, 52);
+        path.lineTo(6, 22);
+        path.lineTo(54, 22);
+        path.lineTo(15, 52);
+        path.closeSubpath();
+    }
+    path.setFillRule(rule);
+    AbstractGraphicShapeItem item;
+    item.setOutlinePath(path);
+    const QPen pen(QColor(0, 0, 139), 3);
+    item.setPen(pen);
+    item.setBrush(filled ? QBrush(QColor("#c8dcff")) : QBrush(Qt::NoBrush));
+    const auto render = [&](const std::function<void(QPainter&)>& draw) {
+        QImage image(60, 60, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::white);
+        QPainter painter(&image);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.scale(scale, scale);
+        draw(painter);
+        return image;
+    };
+    // Twice: later frames paint the same outline again.
+    const QImage first = render([&](QPainter& painter) { item.paint(&painter); });
+    const QImage again = render([&](QPainter& painter) { item.paint(&painter); });
+    const QImage expected = render([&](QPainter& painter) {
+        QPen drawn = pen;
+        drawn.setJoinStyle(Qt::MiterJoin);
+        painter.setPen(drawn);
+        painter.setBrush(item.brush());
+        painter.drawPath(path);
+    });
+    QCOMPARE(first, expected);
+    QCOMPARE(again, expected);
+    QCOMPARE(item.outlinePath(), path);
 }
 
 void tst_ShapeBase::selectionLook()
@@ -113,6 +184,10 @@ void tst_ShapeBase::styleProperties()
     // With a brush, colour means the fill; the pen stays as it is.
     item.setPen(QPen(Qt::blue));
     item.setBrush(QBrush(Qt::green));
+    // Items of equal styles share them; a change to one leaves the other.
+    AbstractGraphicShapeItem other;
+    other.setPen(QPen(Qt::blue));
+    other.setBrush(QBrush(Qt::green));
     QCOMPARE(item.color(), QColor(Qt::green));
     QSignalSpy colorSpy(&item, &AbstractGraphicShapeItem::colorChanged);
     item.setColor(Qt::red);
@@ -120,6 +195,9 @@ void tst_ShapeBase::styleProperties()
     QCOMPARE(colorSpy.count(), 1);
     QCOMPARE(item.brush().color(), QColor(Qt::red));
     QCOMPARE(item.pen().color(), QColor(Qt::blue));
+    item.setStrokeWidth(3);
+    QCOMPARE(other.brush(), QBrush(Qt::green));
+    QCOMPARE(other.pen(), QPen(Qt::blue));
 }
 
 void tst_ShapeBase::pointAndRectTests()

@@ -24,6 +24,30 @@ QPointF toPointF(const im::whiteboard::Point& point)
     return QPointF(point.x(), point.y());
 }
 
+namespace {
+
+// Styles handed out lately, newest last: a board's few colours and widths.
+constexpr int kSharedStyles = 32;
+
+// An equal style handed out lately, else `style`, kept for the next ones:
+// the items of a board share a few styles, and each copy of a pen or a
+// brush would hold data of its own. Per thread, so that no lock is needed.
+template <class Style>
+Style sharedStyle(const Style& style)
+{
+    thread_local QList<Style> recent;
+    for (qsizetype i = recent.size() - 1; i >= 0; --i) {
+        if (recent.at(i) == style)
+            return recent.at(i);
+    }
+    if (recent.size() == kSharedStyles)
+        recent.removeFirst();
+    recent.append(style);
+    return style;
+}
+
+} // namespace
+
 AbstractGraphicShapeItem::AbstractGraphicShapeItem(GraphicScene* scene, GraphicItem* parent)
     : GraphicItem(scene, parent)
 {
@@ -54,7 +78,7 @@ void AbstractGraphicShapeItem::setBrush(const QBrush& brush)
 {
     if (m_brush == brush)
         return;
-    m_brush = brush;
+    m_brush = sharedStyle(brush);
     emit brushChanged();
 }
 
@@ -64,7 +88,7 @@ void AbstractGraphicShapeItem::setPen(const QPen& pen)
         return;
     // The pen's width is part of the hit tolerance, so of where the item is hit.
     const bool reachChanged = pen.width() != m_pen.width();
-    m_pen = pen;
+    m_pen = sharedStyle(pen);
     if (GraphicScene* scene = this->scene())
         scene->notePaintMargin(pen.widthF());
     if (reachChanged)
@@ -76,7 +100,7 @@ void AbstractGraphicShapeItem::setBrushHovered(const QBrush& brush)
 {
     if (m_brushHovered == brush)
         return;
-    m_brushHovered = brush;
+    m_brushHovered = sharedStyle(brush);
     emit brushHoveredChanged();
 }
 
@@ -84,7 +108,7 @@ void AbstractGraphicShapeItem::setPenHovered(const QPen& pen)
 {
     if (m_penHovered == pen)
         return;
-    m_penHovered = pen;
+    m_penHovered = sharedStyle(pen);
     emit penHoveredChanged();
 }
 
@@ -131,6 +155,19 @@ QPainterPath AbstractGraphicShapeItem::strokeOf(const QPainterPath& path)
     QPainterPathStroker stroker;
     stroker.setWidth(6);
     return stroker.createStroke(path).simplified();
+}
+
+QPainterPath AbstractGraphicShapeItem::paintedPath(const QPainterPath& path)
+{
+    if (path.isEmpty())
+        return path;
+    // Setting a fill rule other than the path's detaches it; setting the
+    // path's own back leaves the copy as it was.
+    QPainterPath copy = path;
+    const Qt::FillRule rule = copy.fillRule();
+    copy.setFillRule(rule == Qt::OddEvenFill ? Qt::WindingFill : Qt::OddEvenFill);
+    copy.setFillRule(rule);
+    return copy;
 }
 
 QPainterPath AbstractGraphicShapeItem::plainStrokeOf(const QPainterPath& path)
@@ -294,7 +331,7 @@ void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
     if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode())
         m_strokeCache.paint(painter, scene(), m_outlinePath, painter->pen(), painter->brush());
     else
-        painter->drawPath(m_outlinePath);
+        painter->drawPath(paintedPath(m_outlinePath));
 }
 
 void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
@@ -304,7 +341,7 @@ void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
     const QColor veil("#30000000");
     painter->setPen(QPen(QBrush(veil, Qt::SolidPattern), m_pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
     painter->setBrush(QBrush(veil, Qt::SolidPattern));
-    painter->drawPath(m_outlinePath);
+    painter->drawPath(paintedPath(m_outlinePath));
 }
 
 bool AbstractGraphicShapeItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const

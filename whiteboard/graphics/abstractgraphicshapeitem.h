@@ -73,6 +73,12 @@ public:
     // The same band left as the stroker makes it: simplifying it costs far
     // more than the stroke for long or self-crossing paths.
     static QPainterPath plainStrokeOf(const QPainterPath& path);
+    // `path` as a painter should be given it. A painter keeps the converted
+    // form of a path it draws (over 3 KiB, however short the path) in the
+    // path's shared data, where it would stay for the item's life; drawn from
+    // a copy with data of its own (the elements still shared), the form goes
+    // with the copy when the frame is done. Any thread.
+    static QPainterPath paintedPath(const QPainterPath& path);
     // Half the width of the hit band.
     static constexpr double kHitBandHalfWidth = 3.0;
     // `rect` grown by `width` on each side, unless it has no extent at all:

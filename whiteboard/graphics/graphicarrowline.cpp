@@ -153,7 +153,7 @@ void GraphicArrowLineItem::paint(QPainter* painter, const QRectF*)
     painter->setBrush(QBrush(color, Qt::SolidPattern));
     pen.setJoinStyle(Qt::MiterJoin);
     painter->setPen(pen);
-    painter->drawPath(m_outlinePath);
+    painter->drawPath(paintedPath(m_outlinePath));
     paintSelectionVeil(painter);
 }
 
