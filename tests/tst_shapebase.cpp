@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include <functional>
+#include <utility>
 
 using namespace whiteboard;
 
@@ -41,6 +42,8 @@ private slots:
     void opacityThreshold();
     void paintsOutlineAsDrawn_data();
     void paintsOutlineAsDrawn();
+    void framedOutlines_data();
+    void framedOutlines();
     void selectionLook();
     void styleProperties();
     void pointAndRectTests();
@@ -141,6 +144,39 @@ void tst_ShapeBase::paintsOutlineAsDrawn()
     QCOMPARE(first, expected);
     QCOMPARE(again, expected);
     QCOMPARE(item.outlinePath(), path);
+}
+
+// Outlines made to their size are those addRect() and addEllipse() make on
+// an empty path, down to the frames they refuse.
+void tst_ShapeBase::framedOutlines_data()
+{
+    QTest::addColumn<QRectF>("frame");
+    QTest::newRow("frame") << QRectF(10.5, 12, 37, 30.25);
+    QTest::newRow("negative size") << QRectF(40, 40, -20, -10);
+    QTest::newRow("no width") << QRectF(5, 5, 0, 30);
+    QTest::newRow("null") << QRectF(7, 9, 0, 0);
+    QTest::newRow("out of range") << QRectF(1e200, 0, 10, 10);
+}
+
+void tst_ShapeBase::framedOutlines()
+{
+    QFETCH(QRectF, frame);
+    QPainterPath rect;
+    rect.addRect(frame);
+    QPainterPath ellipse;
+    ellipse.addEllipse(frame);
+    for (const auto& [made, plain] : { std::pair(AbstractGraphicShapeItem::rectPath(frame), rect),
+                                       std::pair(AbstractGraphicShapeItem::ellipsePath(frame), ellipse) }) {
+        QCOMPARE(made, plain);
+        QCOMPARE(made.elementCount(), plain.elementCount());
+        QCOMPARE(made.boundingRect(), plain.boundingRect());
+        // Added to, as a drag's dirty path is: the next subpath starts anew.
+        QPainterPath grownMade = made;
+        grownMade.lineTo(1, 2);
+        QPainterPath grownPlain = plain;
+        grownPlain.lineTo(1, 2);
+        QCOMPARE(grownMade, grownPlain);
+    }
 }
 
 void tst_ShapeBase::selectionLook()

@@ -46,6 +46,19 @@ Style sharedStyle(const Style& style)
     return style;
 }
 
+// A path started from a point holds exactly the room reserved. `add` moves
+// that point and adds the rest; what it refuses (a null rectangle,
+// coordinates out of range) leaves the point alone, and then the empty path
+// that `add` would have left.
+template <class Add>
+QPainterPath fittedPath(const QPointF& start, int room, int elements, Add add)
+{
+    QPainterPath path(start);
+    path.reserve(room);
+    add(path);
+    return path.elementCount() == elements ? path : QPainterPath();
+}
+
 } // namespace
 
 AbstractGraphicShapeItem::AbstractGraphicShapeItem(GraphicScene* scene, GraphicItem* parent)
@@ -168,6 +181,18 @@ QPainterPath AbstractGraphicShapeItem::paintedPath(const QPainterPath& path)
     copy.setFillRule(rule == Qt::OddEvenFill ? Qt::WindingFill : Qt::OddEvenFill);
     copy.setFillRule(rule);
     return copy;
+}
+
+QPainterPath AbstractGraphicShapeItem::rectPath(const QRectF& rect)
+{
+    return fittedPath(rect.topLeft(), 5, 5, [&rect](QPainterPath& path) { path.addRect(rect); });
+}
+
+QPainterPath AbstractGraphicShapeItem::ellipsePath(const QRectF& rect)
+{
+    // addEllipse() reserves room for its 13 elements beyond the start point,
+    // which it then moves.
+    return fittedPath(rect.topLeft(), 14, 13, [&rect](QPainterPath& path) { path.addEllipse(rect); });
 }
 
 QPainterPath AbstractGraphicShapeItem::plainStrokeOf(const QPainterPath& path)

@@ -79,6 +79,12 @@ public:
     // a copy with data of its own (the elements still shared), the form goes
     // with the copy when the frame is done. Any thread.
     static QPainterPath paintedPath(const QPainterPath& path);
+    // The outline of a rectangle or an ellipse, held in an allocation of its
+    // size: a path made empty reserves room for 16 elements, 400 bytes that
+    // every rectangle would keep for its life. Elements and flags are those
+    // of addRect() and addEllipse() on an empty path.
+    static QPainterPath rectPath(const QRectF& rect);
+    static QPainterPath ellipsePath(const QRectF& rect);
     // Half the width of the hit band.
     static constexpr double kHitBandHalfWidth = 3.0;
     // `rect` grown by `width` on each side, unless it has no extent at all:
