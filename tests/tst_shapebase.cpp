@@ -146,8 +146,8 @@ void tst_ShapeBase::paintsOutlineAsDrawn()
     QCOMPARE(item.outlinePath(), path);
 }
 
-// Outlines made to their size are those addRect() and addEllipse() make on
-// an empty path, down to the frames they refuse.
+// Outlines made to their size are those addRect(), addEllipse(), moveTo()
+// and lineTo() make on an empty path, down to what they refuse.
 void tst_ShapeBase::framedOutlines_data()
 {
     QTest::addColumn<QRectF>("frame");
@@ -165,8 +165,12 @@ void tst_ShapeBase::framedOutlines()
     rect.addRect(frame);
     QPainterPath ellipse;
     ellipse.addEllipse(frame);
+    QPainterPath segment;
+    segment.moveTo(frame.topLeft());
+    segment.lineTo(frame.bottomRight());
     for (const auto& [made, plain] : { std::pair(AbstractGraphicShapeItem::rectPath(frame), rect),
-                                       std::pair(AbstractGraphicShapeItem::ellipsePath(frame), ellipse) }) {
+                                       std::pair(AbstractGraphicShapeItem::ellipsePath(frame), ellipse),
+                                       std::pair(AbstractGraphicShapeItem::segmentPath(frame.topLeft(), frame.bottomRight()), segment) }) {
         QCOMPARE(made, plain);
         QCOMPARE(made.elementCount(), plain.elementCount());
         QCOMPARE(made.boundingRect(), plain.boundingRect());

@@ -26,26 +26,6 @@ QPointF toPointF(const im::whiteboard::Point& point)
 
 namespace {
 
-// Styles handed out lately, newest last: a board's few colours and widths.
-constexpr int kSharedStyles = 32;
-
-// An equal style handed out lately, else `style`, kept for the next ones:
-// the items of a board share a few styles, and each copy of a pen or a
-// brush would hold data of its own. Per thread, so that no lock is needed.
-template <class Style>
-Style sharedStyle(const Style& style)
-{
-    thread_local QList<Style> recent;
-    for (qsizetype i = recent.size() - 1; i >= 0; --i) {
-        if (recent.at(i) == style)
-            return recent.at(i);
-    }
-    if (recent.size() == kSharedStyles)
-        recent.removeFirst();
-    recent.append(style);
-    return style;
-}
-
 // A path started from a point holds exactly the room reserved. `add` moves
 // that point and adds the rest; what it refuses (a null rectangle,
 // coordinates out of range) leaves the point alone, and then the empty path
@@ -91,7 +71,7 @@ void AbstractGraphicShapeItem::setBrush(const QBrush& brush)
 {
     if (m_brush == brush)
         return;
-    m_brush = sharedStyle(brush);
+    m_brush = sharedValue(brush);
     emit brushChanged();
 }
 
@@ -101,7 +81,7 @@ void AbstractGraphicShapeItem::setPen(const QPen& pen)
         return;
     // The pen's width is part of the hit tolerance, so of where the item is hit.
     const bool reachChanged = pen.width() != m_pen.width();
-    m_pen = sharedStyle(pen);
+    m_pen = sharedValue(pen);
     if (GraphicScene* scene = this->scene())
         scene->notePaintMargin(pen.widthF());
     if (reachChanged)
@@ -113,7 +93,7 @@ void AbstractGraphicShapeItem::setBrushHovered(const QBrush& brush)
 {
     if (m_brushHovered == brush)
         return;
-    m_brushHovered = sharedStyle(brush);
+    m_brushHovered = sharedValue(brush);
     emit brushHoveredChanged();
 }
 
@@ -121,7 +101,7 @@ void AbstractGraphicShapeItem::setPenHovered(const QPen& pen)
 {
     if (m_penHovered == pen)
         return;
-    m_penHovered = sharedStyle(pen);
+    m_penHovered = sharedValue(pen);
     emit penHoveredChanged();
 }
 
@@ -181,6 +161,18 @@ QPainterPath AbstractGraphicShapeItem::paintedPath(const QPainterPath& path)
     copy.setFillRule(rule == Qt::OddEvenFill ? Qt::WindingFill : Qt::OddEvenFill);
     copy.setFillRule(rule);
     return copy;
+}
+
+QPainterPath AbstractGraphicShapeItem::segmentPath(const QPointF& from, const QPointF& to, int room)
+{
+    // Started at (0, 0) as an empty path starts, with the room reserved:
+    // moveTo() and lineTo() then do what they do on an empty path.
+    QPainterPath path { QPointF() };
+    path.reserve(room);
+    path.moveTo(from);
+    path.lineTo(to);
+    // Both ends refused (not finite): left as an empty path is, without elements.
+    return path.elementCount() == 1 && QPointF(path.elementAt(0)) != from ? QPainterPath() : path;
 }
 
 QPainterPath AbstractGraphicShapeItem::rectPath(const QRectF& rect)

@@ -85,6 +85,9 @@ public:
     // of addRect() and addEllipse() on an empty path.
     static QPainterPath rectPath(const QRectF& rect);
     static QPainterPath ellipsePath(const QRectF& rect);
+    // A straight piece from `from` to `to`, held in an allocation of `room`
+    // elements, what is added after it included.
+    static QPainterPath segmentPath(const QPointF& from, const QPointF& to, int room = 2);
     // Half the width of the hit band.
     static constexpr double kHitBandHalfWidth = 3.0;
     // `rect` grown by `width` on each side, unless it has no extent at all:
@@ -120,6 +123,25 @@ protected:
     // the bounds tested first.
     bool nearPolyline(const QPointF& point, double halfWidth) const;
 
+    // An equal value handed out lately, else `value`, kept for the next
+    // ones: the items of a board hold a few styles and shapes alike, and
+    // each copy of a pen, a brush or a path would otherwise hold data of its
+    // own. Per thread, so that no lock is needed.
+    template <class Value>
+    static Value sharedValue(const Value& value)
+    {
+        thread_local QList<Value> recent;
+        for (qsizetype i = recent.size() - 1; i >= 0; --i) {
+            if (recent.at(i) == value)
+                return recent.at(i);
+        }
+        if (recent.size() == kSharedValues)
+            recent.removeFirst();
+        recent.append(value);
+        return value;
+    }
+    // Values kept by sharedValue(), of each type: a board's few colours and widths.
+    static constexpr int kSharedValues = 32;
     // The placeholder styles of the drawing items; the scene replaces the pen
     // from the palette when a user draws one.
     void setDrawingStyleDefaults();
