@@ -7,6 +7,7 @@
 #include "scene/scenerender.h"
 
 #include <QPointer>
+#include <QRandomGenerator>
 #include <QSemaphore>
 
 #include <atomic>
@@ -56,6 +57,7 @@ private slots:
     void dirtyListsPerLayer();
     void backgroundAndSurround();
     void laterLayerOnTop();
+    void framesPaintAsTheItemsDo_data();
     void framesPaintAsTheItemsDo();
     void thumbnailsShowFinishedItemsOnly();
     void exportWritesThePage();
@@ -163,11 +165,26 @@ void tst_Render::laterLayerOnTop()
 // Frames paint a recording of the items, made under the lock; text is
 // painted live in its place. Whole or partial, the pixels are those of the
 // items painted directly, in order.
+void tst_Render::framesPaintAsTheItemsDo_data()
+{
+    QTest::addColumn<int>("crowd");
+    QTest::newRow("a few items") << 0;
+    // Enough for a whole frame to be painted in bands, one per core.
+    QTest::newRow("a crowded page") << 1500;
+}
+
 void tst_Render::framesPaintAsTheItemsDo()
 {
+    QFETCH(int, crowd);
     ViewFixture f;
     f.scene->setBackgroundColor(Qt::white);
-    addRect(f.scene, QRectF(100, 100, 300, 200), 1, QColor(), GraphicScene::ItemLayer, 1);
+    QRandomGenerator random(11);
+    for (int i = 0; i < crowd; ++i) {
+        // Outlined and filled, straddling band edges as they fall.
+        const QRectF frame(random.bounded(1040.0), random.bounded(690.0), 7.5 + random.bounded(30.0), 5.5 + random.bounded(25.0));
+        addRect(f.scene, frame, 1, i % 3 ? QColor() : QColor::fromHsv(i % 360, 120, 230, 160), GraphicScene::ItemLayer, i + 1);
+    }
+    addRect(f.scene, QRectF(100, 100, 300, 200), 1, QColor(), GraphicScene::ItemLayer, crowd + 1);
     auto* ellipse = new GraphicEllipseItem(f.scene);
     QPainterPath oval;
     oval.addEllipse(QRectF(250, 150, 260, 180));
@@ -175,13 +192,13 @@ void tst_Render::framesPaintAsTheItemsDo()
     ellipse->setBoundary(oval.boundingRect());
     ellipse->setPen(QPen(QColor(0, 120, 0), 5));
     ellipse->setBrush(QColor(200, 220, 255));
-    ellipse->setTimestamp(2);
+    ellipse->setTimestamp(crowd + 2);
     f.scene->addItem(GraphicScene::ItemLayer, ellipse);
     auto* text = new GraphicTextItem(QStringLiteral("recorded and live"), QFont(), f.scene);
     text->setBoundary(QRectF(280, 200, 300, 60));
-    text->setTimestamp(3);
+    text->setTimestamp(crowd + 3);
     f.scene->addItem(GraphicScene::ItemLayer, text);
-    addRect(f.scene, QRectF(300, 220, 80, 40), 1, QColor(255, 0, 0, 128), GraphicScene::ItemLayer, 4);
+    addRect(f.scene, QRectF(300, 220, 80, 40), 1, QColor(255, 0, 0, 128), GraphicScene::ItemLayer, crowd + 4);
 
     QCOMPARE(f.frame(), paintedDirectly(f.scene, Qt::white));
 

@@ -327,15 +327,19 @@ void AbstractGraphicShapeItem::paint(QPainter* painter, const QRectF*)
 {
     if (!visible() || opacity() < 0.001)
         return;
+    // Colours set only when they change: setting one copies the pen's or
+    // brush's data, an allocation per item and frame on a big board. A pen
+    // without style draws nothing.
     QPen pen = m_pen;
-    // Tested by style: a pen built for the comparison would cost an
-    // allocation per item and frame, and a pen without style draws nothing.
-    if (pen.style() != Qt::NoPen)
-        pen.setColor(paintColor(pen.color()));
+    const QColor penColor = paintColor(pen.color());
+    if (pen.style() != Qt::NoPen && penColor != pen.color())
+        pen.setColor(penColor);
     QBrush brush = m_brush;
-    if (brush != QBrush(Qt::NoBrush))
-        brush.setColor(paintColor(brush.color()));
-    pen.setJoinStyle(Qt::MiterJoin);
+    const QColor brushColor = paintColor(brush.color());
+    if (brush.style() != Qt::NoBrush && brushColor != brush.color())
+        brush.setColor(brushColor);
+    if (pen.joinStyle() != Qt::MiterJoin)
+        pen.setJoinStyle(Qt::MiterJoin);
     painter->setPen(pen);
     painter->setBrush(brush);
     drawOutline(painter);

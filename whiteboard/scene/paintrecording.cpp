@@ -4,6 +4,10 @@
 
 #include <QPaintEngine>
 
+#include <algorithm>
+#include <cstring>
+#include <unordered_map>
+
 namespace whiteboard {
 
 // Keeps each call as a command of the recording. It claims every feature, so
@@ -46,57 +50,57 @@ public:
 
     void drawRects(const QRect* rects, int count) override
     {
-        m_recording->add(PaintRecording::Command::Rects).rects = QList<QRect>(rects, rects + count);
+        m_recording->add(PaintRecording::Command::Rects).payload().rects = QList<QRect>(rects, rects + count);
     }
     void drawRects(const QRectF* rects, int count) override
     {
-        m_recording->add(PaintRecording::Command::RectsF).rectsF = QList<QRectF>(rects, rects + count);
+        m_recording->add(PaintRecording::Command::RectsF).payload().rectsF = QList<QRectF>(rects, rects + count);
     }
     void drawLines(const QLine* lines, int count) override
     {
-        m_recording->add(PaintRecording::Command::Lines).lines = QList<QLine>(lines, lines + count);
+        m_recording->add(PaintRecording::Command::Lines).payload().lines = QList<QLine>(lines, lines + count);
     }
     void drawLines(const QLineF* lines, int count) override
     {
-        m_recording->add(PaintRecording::Command::LinesF).linesF = QList<QLineF>(lines, lines + count);
+        m_recording->add(PaintRecording::Command::LinesF).payload().linesF = QList<QLineF>(lines, lines + count);
     }
     void drawEllipse(const QRectF& rect) override { m_recording->add(PaintRecording::Command::EllipseF).rect = rect; }
     void drawEllipse(const QRect& rect) override { m_recording->add(PaintRecording::Command::Ellipse).rect = rect; }
     void drawPath(const QPainterPath& path) override { m_recording->add(PaintRecording::Command::Path).path = path; }
     void drawPoints(const QPointF* points, int count) override
     {
-        m_recording->add(PaintRecording::Command::PointsF).pointsF = QPolygonF(QList<QPointF>(points, points + count));
+        m_recording->add(PaintRecording::Command::PointsF).payload().pointsF = QPolygonF(QList<QPointF>(points, points + count));
     }
     void drawPoints(const QPoint* points, int count) override
     {
-        m_recording->add(PaintRecording::Command::Points).points = QPolygon(QList<QPoint>(points, points + count));
+        m_recording->add(PaintRecording::Command::Points).payload().points = QPolygon(QList<QPoint>(points, points + count));
     }
     void drawPolygon(const QPointF* points, int count, PolygonDrawMode mode) override
     {
         PaintRecording::Command& command = m_recording->add(PaintRecording::Command::PolygonF);
-        command.pointsF = QPolygonF(QList<QPointF>(points, points + count));
+        command.payload().pointsF = QPolygonF(QList<QPointF>(points, points + count));
         command.polygonMode = quint8(mode);
     }
     void drawPolygon(const QPoint* points, int count, PolygonDrawMode mode) override
     {
         PaintRecording::Command& command = m_recording->add(PaintRecording::Command::Polygon);
-        command.points = QPolygon(QList<QPoint>(points, points + count));
+        command.payload().points = QPolygon(QList<QPoint>(points, points + count));
         command.polygonMode = quint8(mode);
     }
     void drawPixmap(const QRectF& rect, const QPixmap& pixmap, const QRectF& source) override
     {
         PaintRecording::Command& command = m_recording->add(PaintRecording::Command::Pixmap);
         command.rect = rect;
-        command.pixmap = pixmap;
-        command.source = source;
+        command.payload().pixmap = pixmap;
+        command.payload().source = source;
     }
     void drawImage(const QRectF& rect, const QImage& image, const QRectF& source, Qt::ImageConversionFlags flags) override
     {
         PaintRecording::Command& command = m_recording->add(PaintRecording::Command::Image);
         command.rect = rect;
-        command.image = image;
-        command.source = source;
-        command.imageFlags = flags;
+        command.payload().image = image;
+        command.payload().source = source;
+        command.payload().imageFlags = flags;
     }
     // Glyphs are drawn from the raster engine's own caches: only painting
     // the text again gives the same pixels.
@@ -149,6 +153,8 @@ void PaintRecording::clear()
     // Freed, not kept for the next frame: a whole page holds a command per item.
     std::vector<State>().swap(m_states);
     std::vector<Command>().swap(m_commands);
+    std::vector<QRectF>().swap(m_bounds);
+    m_bandPaths.clear();
     m_itemCount = 0;
     m_liveCount = 0;
 }
@@ -164,14 +170,19 @@ PaintRecording::Command& PaintRecording::add(Command::Kind kind)
     Command& command = m_commands.back();
     command.kind = kind;
     command.state = int(m_states.size()) - 1;
+    command.bound = int(m_bounds.size());
     return command;
 }
 
-void PaintRecording::record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints)
+void PaintRecording::record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints, double margin)
 {
     clear();
     m_commands.reserve(size_t(items.size()) * 2);
     m_states.reserve(size_t(items.size()) * 2);
+    m_bounds.reserve(size_t(items.size()));
+    // A line's boundary may have no height: grown by a pixel at least, or it
+    // would meet nothing.
+    const double grow = std::max(margin, 1.0);
     QPainter painter(this);
     painter.setRenderHints(hints);
     for (const QSharedPointer<GraphicItem>& item : items) {
@@ -180,12 +191,16 @@ void PaintRecording::record(const QList<QSharedPointer<GraphicItem>>& items, QPa
         m_engine->m_unsupported = false;
         item->paint(&painter, nullptr);
         ++m_itemCount;
+        // Taken after painting: a mark sizes itself as it paints.
+        const QRectF boundary = item->boundary();
+        m_bounds.push_back(boundary.isNull() ? QRectF() : boundary.adjusted(-grow, -grow, grow, grow));
         if (!m_engine->m_unsupported)
             continue;
         m_commands.resize(commands);
         m_states.resize(states);
         Command& live = add(Command::Live);
-        live.item = item;
+        live.bound = int(m_bounds.size()) - 1;
+        live.payload().item = item;
         ++m_liveCount;
         // The painter's state after the item is not known to the recording
         // any more: the next call notes it afresh.
@@ -195,24 +210,108 @@ void PaintRecording::record(const QList<QSharedPointer<GraphicItem>>& items, QPa
     }
 }
 
+void PaintRecording::shareAcross(const QList<QRectF>& reaches)
+{
+    m_bandPaths.assign(size_t(std::max<qsizetype>(reaches.size() - 1, 0)), {});
+    if (reaches.size() < 2)
+        return;
+    for (const State& state : m_states) {
+        // Both fill a member of the shared data on first call.
+        (void)state.pen.dashPattern();
+        if (state.brush.style() == Qt::TexturePattern)
+            (void)state.brush.textureImage();
+    }
+    const auto bandsOf = [&](const Command& command) {
+        const QRectF& bounds = m_bounds[size_t(command.bound)];
+        quint32 bands = 0;
+        for (qsizetype band = 0; band < reaches.size() && band < 32; ++band) {
+            if (bounds.isNull() || bounds.intersects(reaches[band]))
+                bands |= 1u << band;
+        }
+        return bands;
+    };
+    const auto isPath = [](const Command& command) { return command.kind == Command::Path && !command.path.isEmpty(); };
+    // Commands may share a path's data, as a veil shares its item's outline.
+    // Untransformed, they paint the same pixels and so meet the same bands;
+    // a path painted through a transform may be painted elsewhere too, and
+    // then the bands of each data are gathered first. A QPainterPath is only
+    // the pointer to its data, which tells shared data apart.
+    static_assert(sizeof(QPainterPath) == sizeof(const void*));
+    const auto dataOf = [](const QPainterPath& path) {
+        const void* data = nullptr;
+        std::memcpy(&data, &path, sizeof data);
+        return data;
+    };
+    const bool transformed = std::any_of(m_commands.cbegin(), m_commands.cend(), [&](const Command& command) {
+        return isPath(command) && command.state >= 0 && !m_states[size_t(command.state)].transform.isIdentity();
+    });
+    std::unordered_map<const void*, quint32> painters;
+    if (transformed) {
+        painters.reserve(m_commands.size());
+        for (const Command& command : m_commands) {
+            if (isPath(command))
+                painters[dataOf(command.path)] |= bandsOf(command);
+        }
+    }
+    for (size_t index = 0; index < m_commands.size(); ++index) {
+        const Command& command = m_commands[index];
+        if (!isPath(command))
+            continue;
+        const quint32 mine = bandsOf(command);
+        const quint32 shared = transformed ? painters[dataOf(command.path)] : mine;
+        if ((shared & (shared - 1)) == 0)
+            continue;
+        // Every band but the first that paints this command gets its own copy.
+        for (int band = 1; band < 32 && band < reaches.size(); ++band) {
+            if (!(mine & (1u << band)))
+                continue;
+            // Setting an element to itself detaches the copy.
+            QPainterPath own = command.path;
+            const QPainterPath::Element first = own.elementAt(0);
+            own.setElementPositionAt(0, first.x, first.y);
+            m_bandPaths[size_t(band) - 1].emplace_back(index, own);
+        }
+    }
+}
+
 void PaintRecording::paintLive(const QSharedPointer<GraphicItem>& item, QPainter* painter)
 {
     item->paint(painter, nullptr);
 }
 
 void PaintRecording::replay(QPainter* painter, const std::function<void(const QSharedPointer<GraphicItem>&, QPainter*)>& live,
-                            const std::function<bool()>& stop) const
+                            const std::function<bool()>& stop, int band) const
 {
+    static const std::vector<std::pair<size_t, QPainterPath>> none;
+    const auto& ownPaths = band > 0 && size_t(band) <= m_bandPaths.size() ? m_bandPaths[size_t(band) - 1] : none;
+    auto own = ownPaths.cbegin();
     const QTransform base = painter->transform();
     const QPainter::RenderHints baseHints = painter->renderHints();
     const QPainter::CompositionMode baseComposition = painter->compositionMode();
     const qreal baseOpacity = painter->opacity();
+    // Scene units: what the painter can reach. An item outside it would
+    // still be stroked before the engine drops it, so it is skipped here.
+    QRectF reach;
+    if (const QPaintDevice* device = painter->device()) {
+        const double ratio = device->devicePixelRatioF();
+        reach = base.inverted().mapRect(QRectF(0, 0, device->width() / ratio, device->height() / ratio));
+        if (painter->hasClipping())
+            reach = reach.intersected(painter->clipBoundingRect());
+    }
+    const auto within = [&](const Command& command) {
+        const QRectF& bounds = m_bounds[size_t(command.bound)];
+        return reach.isNull() || bounds.isNull() || bounds.intersects(reach);
+    };
     int applied = -1;
-    size_t done = 0;
-    for (const Command& command : m_commands) {
+    for (size_t index = 0; index < m_commands.size(); ++index) {
+        const Command& command = m_commands[index];
         // Checked now and then: a test costs more than a small item.
-        if (stop && (++done & 255) == 0 && stop())
+        if (stop && (index & 255) == 255 && stop())
             return;
+        while (own != ownPaths.cend() && own->first < index)
+            ++own;
+        if (!within(command))
+            continue;
         if (command.kind == Command::Live) {
             // As a live item finds the painter in a direct paint: the scene's
             // set-up, whatever the previous item left in pen and brush.
@@ -221,7 +320,7 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
             painter->setRenderHints(baseHints, true);
             painter->setCompositionMode(baseComposition);
             painter->setOpacity(baseOpacity);
-            live(command.item, painter);
+            live(command.more->item, painter);
             applied = -1;
             continue;
         }
@@ -241,19 +340,19 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
         }
         switch (command.kind) {
         case Command::Path:
-            painter->drawPath(command.path);
+            painter->drawPath(own != ownPaths.cend() && own->first == index ? own->second : command.path);
             break;
         case Command::RectsF:
-            painter->drawRects(command.rectsF.constData(), int(command.rectsF.size()));
+            painter->drawRects(command.more->rectsF.constData(), int(command.more->rectsF.size()));
             break;
         case Command::Rects:
-            painter->drawRects(command.rects.constData(), int(command.rects.size()));
+            painter->drawRects(command.more->rects.constData(), int(command.more->rects.size()));
             break;
         case Command::LinesF:
-            painter->drawLines(command.linesF.constData(), int(command.linesF.size()));
+            painter->drawLines(command.more->linesF.constData(), int(command.more->linesF.size()));
             break;
         case Command::Lines:
-            painter->drawLines(command.lines.constData(), int(command.lines.size()));
+            painter->drawLines(command.more->lines.constData(), int(command.more->lines.size()));
             break;
         case Command::EllipseF:
             painter->drawEllipse(command.rect);
@@ -262,10 +361,10 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
             painter->drawEllipse(command.rect.toRect());
             break;
         case Command::PointsF:
-            painter->drawPoints(command.pointsF);
+            painter->drawPoints(command.more->pointsF);
             break;
         case Command::Points:
-            painter->drawPoints(command.points);
+            painter->drawPoints(command.more->points);
             break;
         case Command::PolygonF:
         case Command::Polygon: {
@@ -281,16 +380,16 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
                     painter->drawPolygon(points.constData(), count, mode == QPaintEngine::WindingMode ? Qt::WindingFill : Qt::OddEvenFill);
             };
             if (command.kind == Command::PolygonF)
-                draw(command.pointsF);
+                draw(command.more->pointsF);
             else
-                draw(command.points);
+                draw(command.more->points);
             break;
         }
         case Command::Pixmap:
-            painter->drawPixmap(command.rect, command.pixmap, command.source);
+            painter->drawPixmap(command.rect, command.more->pixmap, command.more->source);
             break;
         case Command::Image:
-            painter->drawImage(command.rect, command.image, command.source, command.imageFlags);
+            painter->drawImage(command.rect, command.more->image, command.more->source, command.more->imageFlags);
             break;
         case Command::Live:
             break;

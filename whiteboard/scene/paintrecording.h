@@ -45,17 +45,26 @@ public:
 
     // Caller holds itemsMutex. Records `items` in order, painted onto a
     // painter with `hints` and no transform; replaces what was recorded.
-    void record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints);
+    // Each item's calls keep its boundary grown by `margin` (scene units):
+    // a replay skips the items that cannot reach its painter's device or clip.
+    void record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints, double margin = 0.0);
+    // Caller holds itemsMutex. Readies the recording to be replayed by
+    // several threads at once, band `i` reaching `reaches[i]` (scene units).
+    // A path painted by more than one band is copied for every band after
+    // the first, because QPainterPath fills caches as it is painted; the
+    // lazily made parts of the shared pens and brushes are made now, so that
+    // painting only reads them.
+    void shareAcross(const QList<QRectF>& reaches);
     // Any thread, no lock. Replays onto `painter`, whose transform at entry
-    // is the scene's; live items are painted under `liveLock`. Stops early
-    // once `stop` answers true.
+    // is the scene's, as band `band` of those shareAcross() readied; live
+    // items are painted under `liveLock`. Stops early once `stop` answers true.
     template <class Lock>
-    void replay(QPainter* painter, Lock& liveLock, const std::function<bool()>& stop = {}) const
+    void replay(QPainter* painter, Lock& liveLock, const std::function<bool()>& stop = {}, int band = 0) const
     {
         replay(painter, [&liveLock](const QSharedPointer<GraphicItem>& item, QPainter* target) {
             QMutexLocker locker(&liveLock);
             paintLive(item, target);
-        }, stop);
+        }, stop, band);
     }
     // Items recorded, and of them those painted live.
     int itemCount() const { return m_itemCount; }
@@ -83,26 +92,42 @@ private:
     struct Command
     {
         enum Kind : quint8 { Path, RectsF, Rects, LinesF, Lines, EllipseF, Ellipse, PointsF, Points, PolygonF, Polygon, Pixmap, Image, Live };
+        // What calls other than paths and ellipses carry: kept apart, so
+        // that a page of shapes records and frees small commands.
+        struct Payload
+        {
+            QRectF source;
+            QList<QRectF> rectsF;
+            QList<QRect> rects;
+            QList<QLineF> linesF;
+            QList<QLine> lines;
+            QPolygonF pointsF;
+            QPolygon points;
+            QImage image;
+            QPixmap pixmap;
+            Qt::ImageConversionFlags imageFlags;
+            QSharedPointer<GraphicItem> item;
+        };
+
         Kind kind = Path;
         quint8 polygonMode = 0;
         int state = -1;
-        Qt::ImageConversionFlags imageFlags;
+        // Index in m_bounds of the item that made the call.
+        int bound = -1;
         QPainterPath path;
         QRectF rect;
-        QRectF source;
-        QList<QRectF> rectsF;
-        QList<QRect> rects;
-        QList<QLineF> linesF;
-        QList<QLine> lines;
-        QPolygonF pointsF;
-        QPolygon points;
-        QImage image;
-        QPixmap pixmap;
-        QSharedPointer<GraphicItem> item;
+        std::unique_ptr<Payload> more;
+
+        Payload& payload()
+        {
+            if (!more)
+                more = std::make_unique<Payload>();
+            return *more;
+        }
     };
 
     void replay(QPainter* painter, const std::function<void(const QSharedPointer<GraphicItem>&, QPainter*)>& live,
-                const std::function<bool()>& stop) const;
+                const std::function<bool()>& stop, int band) const;
     static void paintLive(const QSharedPointer<GraphicItem>& item, QPainter* painter);
     // Engine side: the state of the calls that follow, and one call.
     void noteState(const State& state);
@@ -111,6 +136,11 @@ private:
     std::unique_ptr<PaintRecorderEngine> m_engine;
     std::vector<State> m_states;
     std::vector<Command> m_commands;
+    // Scene units: where each recorded item may paint; null when unknown.
+    std::vector<QRectF> m_bounds;
+    // For each band after the first: its own copies of shared paths, by
+    // command index, in order.
+    std::vector<std::vector<std::pair<size_t, QPainterPath>>> m_bandPaths;
     int m_itemCount = 0;
     int m_liveCount = 0;
 };

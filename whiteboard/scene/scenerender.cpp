@@ -2,6 +2,7 @@
 
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
+#include "scene/bandworkers.h"
 #include "scene/layerindex.h"
 #include "scene/paintrecording.h"
 
@@ -13,7 +14,9 @@
 #include <QSet>
 #include <QTimer>
 
+#include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace whiteboard {
 
@@ -25,6 +28,10 @@ namespace {
 // repaint, and record under itemsMutex, every item of the page.
 constexpr int kMaxQueryRects = 16;
 constexpr int kMaxFrameRects = 64;
+// Below these a repaint is not worth splitting into bands: readying the
+// recording and handing the bands over cost more than another core saves.
+constexpr int kBandItems = 512;
+constexpr int kBandRows = 64;
 
 QRect boundsOf(const DirtyArea& area)
 {
@@ -58,6 +65,7 @@ QRegion imageRegion(const QRegion& area, const QTransform& toImage, double margi
 SceneRender::SceneRender(GraphicScene* scene)
     : m_scene(scene)
     , m_pageRecording(std::make_unique<PaintRecording>())
+    , m_bands(std::make_unique<BandWorkers>(std::clamp(int(std::thread::hardware_concurrency()) - 1, 0, 3)))
     , m_thumbnailRecording(std::make_unique<PaintRecording>())
 {
 }
@@ -402,6 +410,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     if (dirty.isEmpty())
         return true;
     const QTransform toView = state.sceneToView();
+    std::vector<QRect> bands;
     {
         // The only wait the GUI thread has on a frame: finding and recording
         // the items; they are painted from the recording after.
@@ -409,20 +418,67 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
         GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
-        m_pageRecording->record(all, kRenderHints);
+        m_pageRecording->record(all, kRenderHints, state.paintMargin);
+        bands = shareInBands(*m_pageRecording, m_pageImage, dirty.boundingRect(), toView);
     }
-    QPainter painter(&m_pageImage);
     // The ground replaces what was there; an invalid colour leaves transparency.
-    painter.setCompositionMode(QPainter::CompositionMode_Source);
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
-    for (const QRect& rect : dirty)
-        painter.fillRect(rect, ground);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.setClipRegion(dirty.intersected(state.borderRegion), Qt::ReplaceClip);
-    applyTransform(&painter, state);
-    m_pageRecording->replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
+    const QRegion clip = dirty.intersected(state.borderRegion);
+    paintBands(m_pageImage, bands, *m_pageRecording, [&](QPainter* painter, const QRect& band) {
+        painter->setCompositionMode(QPainter::CompositionMode_Source);
+        for (const QRect& rect : dirty)
+            painter->fillRect(rect.intersected(band), ground);
+        painter->setCompositionMode(QPainter::CompositionMode_SourceOver);
+        painter->setClipRegion(clip.intersected(band), Qt::ReplaceClip);
+        applyTransform(painter, state);
+    });
     m_pageRecording->clear();
     return !quitRequested();
+}
+
+std::vector<QRect> SceneRender::shareInBands(PaintRecording& recording, const QImage& image, const QRect& area, const QTransform& toImage)
+{
+    const double ratio = image.devicePixelRatio();
+    const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
+    const int count = recording.itemCount() < kBandItems || area.height() < 2 * kBandRows ? 1 : m_bands->width();
+    // Band edges fall on logical rows that are whole device rows too, so
+    // that the bands' clips neither overlap nor leave a row out.
+    std::vector<int> edges { whole.top() };
+    for (int band = 1; band < count; ++band) {
+        int row = area.top() + area.height() * band / count;
+        for (int step = 0; step < 8 && std::abs(row * ratio - std::round(row * ratio)) > 1e-6; ++step)
+            ++row;
+        if (std::abs(row * ratio - std::round(row * ratio)) > 1e-6 || row <= edges.back() || row > area.bottom())
+            break;
+        edges.push_back(row);
+    }
+    edges.push_back(whole.bottom() + 1);
+    std::vector<QRect> bands;
+    QList<QRectF> reaches;
+    const QTransform back = toImage.inverted();
+    for (size_t band = 0; band + 1 < edges.size(); ++band) {
+        bands.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
+        reaches.append(back.mapRect(QRectF(bands.back().intersected(area))));
+    }
+    recording.shareAcross(reaches);
+    return bands;
+}
+
+void SceneRender::paintBands(QImage& image, const std::vector<QRect>& bands, const PaintRecording& recording,
+                             const std::function<void(QPainter*, const QRect&)>& setUp)
+{
+    // Every band paints through its own image over the same pixels, clipped
+    // to its rows. Not a strip of its own: the rasterizer rounds coordinates
+    // toward zero, so a shape crossing a strip's top edge would be covered a
+    // little differently than over the whole image.
+    uchar* const bits = image.bits(); // detached here, once, before the bands share it
+    m_bands->run(int(bands.size()), [&](int band) {
+        QImage shared(bits, image.width(), image.height(), image.bytesPerLine(), image.format());
+        shared.setDevicePixelRatio(image.devicePixelRatio());
+        QPainter painter(&shared);
+        setUp(&painter, bands[size_t(band)]);
+        recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); }, band);
+    });
 }
 
 bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
@@ -550,6 +606,7 @@ bool SceneRender::updateThumbnails()
     QRegion changed;
     QRegion dirty;
     QTransform toThumbnail;
+    std::vector<QRect> bands;
     {
         QMutexLocker locker(&scene->itemsMutex());
         const QSize page = scene->sceneSize();
@@ -575,21 +632,21 @@ bool SceneRender::updateThumbnails()
             dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect());
         }
         m_smallThumbnailSize = scene->smallThumbnailSize();
-        m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints);
+        m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,
+                                     scene->paintMargin());
+        bands = shareInBands(*m_thumbnailRecording, m_thumbnailLarge, dirty.boundingRect(), toThumbnail);
     }
-    {
-        QPainter painter(&m_thumbnailLarge);
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
+    paintBands(m_thumbnailLarge, bands, *m_thumbnailRecording, [&](QPainter* painter, const QRect& band) {
+        painter->setCompositionMode(QPainter::CompositionMode_Source);
         for (const QRect& rect : dirty)
-            painter.fillRect(rect, Qt::transparent);
-        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+            painter->fillRect(rect.intersected(band), Qt::transparent);
+        painter->setCompositionMode(QPainter::CompositionMode_SourceOver);
         // A clip on every painter: thin pens stroke slowly without one.
-        painter.setClipRegion(dirty);
-        painter.setTransform(toThumbnail);
-        painter.setRenderHints(kRenderHints);
-        m_thumbnailRecording->replay(&painter, scene->itemsMutex(), [this] { return quitRequested(); });
-        m_thumbnailRecording->clear();
-    }
+        painter->setClipRegion(dirty.intersected(band));
+        painter->setTransform(toThumbnail);
+        painter->setRenderHints(kRenderHints);
+    });
+    m_thumbnailRecording->clear();
     if (quitRequested()) {
         m_thumbnailLarge = QImage();
         return false;

@@ -12,13 +12,16 @@
 #include <QRegion>
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <vector>
 
 class QPainter;
 class QTimer;
 
 namespace whiteboard {
 
+class BandWorkers;
 class PaintRecording;
 
 // The render worker. Lives on "graphic_render_thread"; turns at most one
@@ -26,7 +29,8 @@ class PaintRecording;
 // and repaints only what the dirty lists name, from a FrameState copied under
 // the scene's itemsMutex. The items of a repaint are found and recorded under
 // that lock and painted from the recording without it (PaintRecording), so
-// the GUI thread never waits for a frame's painting.
+// the GUI thread never waits for a frame's painting. A big repaint is
+// painted in horizontal bands at once, one per core (BandWorkers).
 //
 // Locks: imageMutex guards the images the GUI thread resizes; it is never
 // held while another lock is taken. thumbnailMutex guards the thumbnail pass
@@ -129,6 +133,15 @@ private:
     bool repaintPage(const FrameState& state, const QRegion& dirty);
     // Render thread: control points and surround over a copy of the page.
     bool finishFrame(const FrameState& state, QImage& frame);
+    // Under itemsMutex: the rows (logical pixels of `image`) of the bands a
+    // repaint of `area` from `recording` is split into, one when it is not
+    // worth it, with the recording readied for them.
+    std::vector<QRect> shareInBands(PaintRecording& recording, const QImage& image, const QRect& area, const QTransform& toImage);
+    // No lock held: paints `recording` into `image`, its bands at once.
+    // `setUp` prepares each band's painter over the whole image, keeping its
+    // painting within the band's rows.
+    void paintBands(QImage& image, const std::vector<QRect>& bands, const PaintRecording& recording,
+                    const std::function<void(QPainter*, const QRect&)>& setUp);
     // Under itemsMutex: the items of `layer` that may paint into `area`
     // (scene units), sorted for painting.
     GraphicItemList itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const;
@@ -157,6 +170,8 @@ private:
     QImage m_pageImage;
     FrameState m_pageState;
     std::unique_ptr<PaintRecording> m_pageRecording;
+    // Shared by frames and thumbnail passes; its threads start on first use.
+    std::unique_ptr<BandWorkers> m_bands;
     QImage m_sceneImage;
     qint64 m_lastPaintTime = 0;
     QTimer* m_paintTimer = nullptr;
