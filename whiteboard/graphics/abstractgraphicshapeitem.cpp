@@ -26,6 +26,13 @@ QPointF toPointF(const im::whiteboard::Point& point)
 
 namespace {
 
+// Styles that paint a picture are not shared: the kept copy would keep the
+// picture alive after its items are gone.
+bool paintsPicture(const QBrush& brush)
+{
+    return brush.style() == Qt::TexturePattern;
+}
+
 // A path started from a point holds exactly the room reserved. `add` moves
 // that point and adds the rest; what it refuses (a null rectangle,
 // coordinates out of range) leaves the point alone, and then the empty path
@@ -71,7 +78,7 @@ void AbstractGraphicShapeItem::setBrush(const QBrush& brush)
 {
     if (m_brush == brush)
         return;
-    m_brush = sharedValue(brush);
+    m_brush = paintsPicture(brush) ? brush : sharedValue(brush);
     emit brushChanged();
 }
 
@@ -81,7 +88,7 @@ void AbstractGraphicShapeItem::setPen(const QPen& pen)
         return;
     // The pen's width is part of the hit tolerance, so of where the item is hit.
     const bool reachChanged = pen.width() != m_pen.width();
-    m_pen = sharedValue(pen);
+    m_pen = paintsPicture(pen.brush()) ? pen : sharedValue(pen);
     if (GraphicScene* scene = this->scene())
         scene->notePaintMargin(pen.widthF());
     if (reachChanged)
@@ -93,7 +100,7 @@ void AbstractGraphicShapeItem::setBrushHovered(const QBrush& brush)
 {
     if (m_brushHovered == brush)
         return;
-    m_brushHovered = sharedValue(brush);
+    m_brushHovered = paintsPicture(brush) ? brush : sharedValue(brush);
     emit brushHoveredChanged();
 }
 
@@ -101,7 +108,7 @@ void AbstractGraphicShapeItem::setPenHovered(const QPen& pen)
 {
     if (m_penHovered == pen)
         return;
-    m_penHovered = sharedValue(pen);
+    m_penHovered = paintsPicture(pen.brush()) ? pen : sharedValue(pen);
     emit penHoveredChanged();
 }
 
