@@ -6,9 +6,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <functional>
-#include <utility>
-
 using namespace whiteboard;
 
 namespace {
@@ -40,10 +37,8 @@ class tst_ShapeBase : public QObject
 private slots:
     void opacityThreshold_data();
     void opacityThreshold();
-    void paintsOutlineAsDrawn_data();
-    void paintsOutlineAsDrawn();
-    void framedOutlines_data();
-    void framedOutlines();
+    void outlines_data();
+    void outlines();
     void selectionLook();
     void styleProperties();
     void pointAndRectTests();
@@ -79,108 +74,75 @@ void tst_ShapeBase::opacityThreshold()
     QCOMPARE(picture.size() > blank.size(), painted);
 }
 
-// Items paint a copy of their outline: the pixels are those of the outline
-// drawn as it is, fill rule included, at the view's scale and a thumbnail's.
-void tst_ShapeBase::paintsOutlineAsDrawn_data()
+// Outlines made to their size are the paths addRect(), addEllipse(),
+// moveTo() and lineTo() make on an empty path, down to what they refuse; items
+// paint a copy of them, with the pixels of the path drawn as it is, fill rule
+// included, at the view's scale and a thumbnail's.
+void tst_ShapeBase::outlines_data()
 {
-    QTest::addColumn<QString>("shape");
-    QTest::addColumn<bool>("filled");
-    QTest::addColumn<Qt::FillRule>("rule");
-    QTest::addColumn<double>("scale");
-    for (const double scale : { 1.0, 0.11 }) {
-        const QByteArray at = scale == 1.0 ? " 1:1" : " thumbnail";
-        QTest::newRow("rectangle" + at) << "rectangle" << false << Qt::OddEvenFill << scale;
-        QTest::newRow("filled ellipse" + at) << "ellipse" << true << Qt::OddEvenFill << scale;
-        QTest::newRow("star, odd-even" + at) << "star" << true << Qt::OddEvenFill << scale;
-        QTest::newRow("star, winding" + at) << "star" << true << Qt::WindingFill << scale;
-    }
+    QTest::addColumn<QPainterPath>("made");
+    QTest::addColumn<QPainterPath>("plain");
+    const QRectF frame(10.5, 12, 37, 30.25);
+    QPainterPath rect, ellipse, line, nullRect, star;
+    rect.addRect(frame);
+    ellipse.addEllipse(frame);
+    line.moveTo(frame.topLeft());
+    line.lineTo(frame.bottomRight());
+    nullRect.addRect(QRectF(7, 9, 0, 0));
+    // Crossing itself, so that the two fill rules differ in the middle.
+    star.addPolygon(QPolygonF({ { 30, 5 }, { 45, 52 }, { 6, 22 }, { 54, 22 }, { 15, 52 } }));
+    star.closeSubpath();
+    QPainterPath winding = star;
+    winding.setFillRule(Qt::WindingFill);
+    using Item = AbstractGraphicShapeItem;
+    QTest::newRow("rectangle") << Item::rectPath(frame) << rect;
+    QTest::newRow("ellipse") << Item::ellipsePath(frame) << ellipse;
+    QTest::newRow("line") << Item::segmentPath(frame.topLeft(), frame.bottomRight()) << line;
+    QTest::newRow("null rectangle") << Item::rectPath(QRectF(7, 9, 0, 0)) << nullRect;
+    QTest::newRow("out of range") << Item::segmentPath(QPointF(1e200, 0), QPointF(2e200, 1)) << QPainterPath();
+    QTest::newRow("star, odd-even") << star << star;
+    QTest::newRow("star, winding") << winding << winding;
 }
 
-void tst_ShapeBase::paintsOutlineAsDrawn()
+void tst_ShapeBase::outlines()
 {
-    QFETCH(QString, shape);
-    QFETCH(bool, filled);
-    QFETCH(Qt::FillRule, rule);
-    QFETCH(double, scale);
-    QPainterPath path;
-    if (shape == QLatin1String("rectangle")) {
-        path.addRect(10.5, 12, 37, 30.25);
-    } else if (shape == QLatin1String("ellipse")) {
-        path.addEllipse(8, 10, 41, 33);
-    } else {
-        // Crossing itself, so that the two fill rules differ in the middle.
-        path.moveTo(30, 5);
-        path.lineTo(45, 52);
-        path.lineTo(6, 22);
-        path.lineTo(54, 22);
-        path.lineTo(15, 52);
-        path.closeSubpath();
-    }
-    path.setFillRule(rule);
+    QFETCH(QPainterPath, made);
+    QFETCH(QPainterPath, plain);
+    QCOMPARE(made, plain);
+    QCOMPARE(made.elementCount(), plain.elementCount());
+    // Drawn on, as a drag's dirty path is: the next piece starts as it would.
+    const auto extended = [](QPainterPath path) {
+        path.lineTo(1, 2);
+        return path;
+    };
+    QCOMPARE(extended(made), extended(plain));
     AbstractGraphicShapeItem item;
-    item.setOutlinePath(path);
-    const QPen pen(QColor(0, 0, 139), 3);
+    item.setOutlinePath(made);
+    const QPen pen(QColor(0, 0, 139), 3, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin);
     item.setPen(pen);
-    item.setBrush(filled ? QBrush(QColor("#c8dcff")) : QBrush(Qt::NoBrush));
-    const auto render = [&](const std::function<void(QPainter&)>& draw) {
-        QImage image(60, 60, QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::white);
-        QPainter painter(&image);
+    item.setBrush(QBrush(QColor("#c8dcff")));
+    for (const double scale : { 1.0, 0.11 }) {
+        QImage painted(60, 60, QImage::Format_ARGB32_Premultiplied);
+        painted.fill(Qt::white);
+        QImage expected = painted;
+        QPainter direct(&expected);
+        direct.setRenderHint(QPainter::Antialiasing);
+        direct.scale(scale, scale);
+        direct.setPen(pen);
+        direct.setBrush(item.brush());
+        direct.drawPath(plain);
+        direct.drawPath(plain);
+        QPainter painter(&painted);
         painter.setRenderHint(QPainter::Antialiasing);
         painter.scale(scale, scale);
-        draw(painter);
-        return image;
-    };
-    // Twice: later frames paint the same outline again.
-    const QImage first = render([&](QPainter& painter) { item.paint(&painter); });
-    const QImage again = render([&](QPainter& painter) { item.paint(&painter); });
-    const QImage expected = render([&](QPainter& painter) {
-        QPen drawn = pen;
-        drawn.setJoinStyle(Qt::MiterJoin);
-        painter.setPen(drawn);
-        painter.setBrush(item.brush());
-        painter.drawPath(path);
-    });
-    QCOMPARE(first, expected);
-    QCOMPARE(again, expected);
-    QCOMPARE(item.outlinePath(), path);
-}
-
-// Outlines made to their size are those addRect(), addEllipse(), moveTo()
-// and lineTo() make on an empty path, down to what they refuse.
-void tst_ShapeBase::framedOutlines_data()
-{
-    QTest::addColumn<QRectF>("frame");
-    QTest::newRow("frame") << QRectF(10.5, 12, 37, 30.25);
-    QTest::newRow("negative size") << QRectF(40, 40, -20, -10);
-    QTest::newRow("no width") << QRectF(5, 5, 0, 30);
-    QTest::newRow("null") << QRectF(7, 9, 0, 0);
-    QTest::newRow("out of range") << QRectF(1e200, 0, 10, 10);
-}
-
-void tst_ShapeBase::framedOutlines()
-{
-    QFETCH(QRectF, frame);
-    QPainterPath rect;
-    rect.addRect(frame);
-    QPainterPath ellipse;
-    ellipse.addEllipse(frame);
-    QPainterPath segment;
-    segment.moveTo(frame.topLeft());
-    segment.lineTo(frame.bottomRight());
-    for (const auto& [made, plain] : { std::pair(AbstractGraphicShapeItem::rectPath(frame), rect),
-                                       std::pair(AbstractGraphicShapeItem::ellipsePath(frame), ellipse),
-                                       std::pair(AbstractGraphicShapeItem::segmentPath(frame.topLeft(), frame.bottomRight()), segment) }) {
-        QCOMPARE(made, plain);
-        QCOMPARE(made.elementCount(), plain.elementCount());
-        QCOMPARE(made.boundingRect(), plain.boundingRect());
-        // Added to, as a drag's dirty path is: the next subpath starts anew.
-        QPainterPath grownMade = made;
-        grownMade.lineTo(1, 2);
-        QPainterPath grownPlain = plain;
-        grownPlain.lineTo(1, 2);
-        QCOMPARE(grownMade, grownPlain);
+        // Twice: later frames paint the same outline again.
+        item.paint(&painter);
+        item.paint(&painter);
+        direct.end();
+        painter.end();
+        QCOMPARE(painted, expected);
     }
+    QCOMPARE(item.outlinePath(), plain);
 }
 
 void tst_ShapeBase::selectionLook()
