@@ -291,8 +291,9 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
     const qreal baseOpacity = painter->opacity();
     // Scene units: what the painter can reach. An item outside it would
     // still be stroked before the engine drops it, so it is skipped here.
+    const QPaintDevice* device = painter->device();
     QRectF reach;
-    if (const QPaintDevice* device = painter->device()) {
+    if (device) {
         const double ratio = device->devicePixelRatioF();
         reach = base.inverted().mapRect(QRectF(0, 0, device->width() / ratio, device->height() / ratio));
         if (painter->hasClipping())
@@ -300,7 +301,7 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
     }
     const auto within = [&](const Command& command) {
         const QRectF& bounds = m_bounds[size_t(command.bound)];
-        return reach.isNull() || bounds.isNull() || bounds.intersects(reach);
+        return !device || bounds.isNull() || bounds.intersects(reach);
     };
     int applied = -1;
     for (size_t index = 0; index < m_commands.size(); ++index) {
