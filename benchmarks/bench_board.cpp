@@ -528,9 +528,11 @@ void memoryRows()
     // the heap. glibc raises its mmap threshold to the size of each mapped
     // block that is freed (up to 32 MiB), so after the first 3-MB frame or
     // thumbnail goes, the next ones come from the heap, and whichever of
-    // them happen to be alive at a reading count in it: the figure swung by
-    // 2 KiB per item between runs. A threshold set by hand stays put, for
-    // the rest of the process: see memoryRowsApart().
+    // them happen to be alive at a reading count in it (0.3 KiB per item
+    // each, at 10,000). With readings taken in the middle of a frame as well
+    // (see Board::idle()), the figure swung by 2 KiB per item between runs.
+    // A threshold set by hand stays put, for the rest of the process: see
+    // memoryRowsApart().
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     // Warm both toolkits once, so that neither pays for loading the other's plugins.
     {
