@@ -37,6 +37,8 @@ class tst_ShapeBase : public QObject
 private slots:
     void opacityThreshold_data();
     void opacityThreshold();
+    void outlines_data();
+    void outlines();
     void selectionLook();
     void styleProperties();
     void pointAndRectTests();
@@ -72,6 +74,77 @@ void tst_ShapeBase::opacityThreshold()
     item.paint(&painter);
     painter.end();
     QCOMPARE(picture.size() > blank.size(), painted);
+}
+
+// Outlines made to their size are the paths addRect(), addEllipse(),
+// moveTo() and lineTo() make on an empty path, down to what they refuse; items
+// paint a copy of them, with the pixels of the path drawn as it is, fill rule
+// included, at the view's scale and a thumbnail's.
+void tst_ShapeBase::outlines_data()
+{
+    QTest::addColumn<QPainterPath>("made");
+    QTest::addColumn<QPainterPath>("plain");
+    const QRectF frame(10.5, 12, 37, 30.25);
+    QPainterPath rect, ellipse, line, nullRect, star;
+    rect.addRect(frame);
+    ellipse.addEllipse(frame);
+    line.moveTo(frame.topLeft());
+    line.lineTo(frame.bottomRight());
+    nullRect.addRect(QRectF(7, 9, 0, 0));
+    // Crossing itself, so that the two fill rules differ in the middle.
+    star.addPolygon(QPolygonF({ { 30, 5 }, { 45, 52 }, { 6, 22 }, { 54, 22 }, { 15, 52 } }));
+    star.closeSubpath();
+    QPainterPath winding = star;
+    winding.setFillRule(Qt::WindingFill);
+    using Item = AbstractGraphicShapeItem;
+    QTest::newRow("rectangle") << Item::rectPath(frame) << rect;
+    QTest::newRow("ellipse") << Item::ellipsePath(frame) << ellipse;
+    QTest::newRow("line") << Item::segmentPath(frame.topLeft(), frame.bottomRight()) << line;
+    QTest::newRow("null rectangle") << Item::rectPath(QRectF(7, 9, 0, 0)) << nullRect;
+    QTest::newRow("out of range") << Item::segmentPath(QPointF(1e200, 0), QPointF(2e200, 1)) << QPainterPath();
+    QTest::newRow("star, odd-even") << star << star;
+    QTest::newRow("star, winding") << winding << winding;
+}
+
+void tst_ShapeBase::outlines()
+{
+    QFETCH(QPainterPath, made);
+    QFETCH(QPainterPath, plain);
+    QCOMPARE(made, plain);
+    QCOMPARE(made.elementCount(), plain.elementCount());
+    // Drawn on, as a drag's dirty path is: the next piece starts as it would.
+    const auto extended = [](QPainterPath path) {
+        path.lineTo(1, 2);
+        return path;
+    };
+    QCOMPARE(extended(made), extended(plain));
+    AbstractGraphicShapeItem item;
+    item.setOutlinePath(made);
+    const QPen pen(QColor(0, 0, 139), 3, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin);
+    item.setPen(pen);
+    item.setBrush(QBrush(QColor("#c8dcff")));
+    for (const double scale : { 1.0, 0.11 }) {
+        QImage painted(60, 60, QImage::Format_ARGB32_Premultiplied);
+        painted.fill(Qt::white);
+        QImage expected = painted;
+        QPainter direct(&expected);
+        direct.setRenderHint(QPainter::Antialiasing);
+        direct.scale(scale, scale);
+        direct.setPen(pen);
+        direct.setBrush(item.brush());
+        direct.drawPath(plain);
+        direct.drawPath(plain);
+        QPainter painter(&painted);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.scale(scale, scale);
+        // Twice: later frames paint the same outline again.
+        item.paint(&painter);
+        item.paint(&painter);
+        direct.end();
+        painter.end();
+        QCOMPARE(painted, expected);
+    }
+    QCOMPARE(item.outlinePath(), plain);
 }
 
 void tst_ShapeBase::selectionLook()
@@ -115,6 +188,10 @@ void tst_ShapeBase::styleProperties()
     // With a brush, colour means the fill; the pen stays as it is.
     item.setPen(QPen(Qt::blue));
     item.setBrush(QBrush(Qt::green));
+    // Items of equal styles share them; a change to one leaves the other.
+    AbstractGraphicShapeItem other;
+    other.setPen(QPen(Qt::blue));
+    other.setBrush(QBrush(Qt::green));
     QCOMPARE(item.color(), QColor(Qt::green));
     QSignalSpy colorSpy(&item, &AbstractGraphicShapeItem::colorChanged);
     item.setColor(Qt::red);
@@ -122,6 +199,9 @@ void tst_ShapeBase::styleProperties()
     QCOMPARE(colorSpy.count(), 1);
     QCOMPARE(item.brush().color(), QColor(Qt::red));
     QCOMPARE(item.pen().color(), QColor(Qt::blue));
+    item.setStrokeWidth(3);
+    QCOMPARE(other.brush(), QBrush(Qt::green));
+    QCOMPARE(other.pen(), QPen(Qt::blue));
 }
 
 void tst_ShapeBase::pointAndRectTests()

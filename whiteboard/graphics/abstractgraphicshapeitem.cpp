@@ -24,6 +24,30 @@ QPointF toPointF(const im::whiteboard::Point& point)
     return QPointF(point.x(), point.y());
 }
 
+namespace {
+
+// Styles that paint a picture are not shared: the kept copy would keep the
+// picture alive after its items are gone.
+bool paintsPicture(const QBrush& brush)
+{
+    return brush.style() == Qt::TexturePattern;
+}
+
+// A path started from a point holds exactly the room reserved. `add` moves
+// that point and adds the rest; what it refuses (a null rectangle,
+// coordinates out of range) leaves the point alone, and then the empty path
+// that `add` would have left.
+template <class Add>
+QPainterPath fittedPath(const QPointF& start, int room, int elements, Add add)
+{
+    QPainterPath path(start);
+    path.reserve(room);
+    add(path);
+    return path.elementCount() == elements ? path : QPainterPath();
+}
+
+} // namespace
+
 AbstractGraphicShapeItem::AbstractGraphicShapeItem(GraphicScene* scene, GraphicItem* parent)
     : GraphicItem(scene, parent)
 {
@@ -54,7 +78,7 @@ void AbstractGraphicShapeItem::setBrush(const QBrush& brush)
 {
     if (m_brush == brush)
         return;
-    m_brush = brush;
+    m_brush = paintsPicture(brush) ? brush : sharedValue(brush);
     emit brushChanged();
 }
 
@@ -64,7 +88,7 @@ void AbstractGraphicShapeItem::setPen(const QPen& pen)
         return;
     // The pen's width is part of the hit tolerance, so of where the item is hit.
     const bool reachChanged = pen.width() != m_pen.width();
-    m_pen = pen;
+    m_pen = paintsPicture(pen.brush()) ? pen : sharedValue(pen);
     if (GraphicScene* scene = this->scene())
         scene->notePaintMargin(pen.widthF());
     if (reachChanged)
@@ -76,7 +100,7 @@ void AbstractGraphicShapeItem::setBrushHovered(const QBrush& brush)
 {
     if (m_brushHovered == brush)
         return;
-    m_brushHovered = brush;
+    m_brushHovered = paintsPicture(brush) ? brush : sharedValue(brush);
     emit brushHoveredChanged();
 }
 
@@ -84,7 +108,7 @@ void AbstractGraphicShapeItem::setPenHovered(const QPen& pen)
 {
     if (m_penHovered == pen)
         return;
-    m_penHovered = pen;
+    m_penHovered = paintsPicture(pen.brush()) ? pen : sharedValue(pen);
     emit penHoveredChanged();
 }
 
@@ -131,6 +155,43 @@ QPainterPath AbstractGraphicShapeItem::strokeOf(const QPainterPath& path)
     QPainterPathStroker stroker;
     stroker.setWidth(6);
     return stroker.createStroke(path).simplified();
+}
+
+QPainterPath AbstractGraphicShapeItem::paintedPath(const QPainterPath& path)
+{
+    if (path.isEmpty())
+        return path;
+    // Setting a fill rule other than the path's detaches it; setting the
+    // path's own back leaves the copy as it was.
+    QPainterPath copy = path;
+    const Qt::FillRule rule = copy.fillRule();
+    copy.setFillRule(rule == Qt::OddEvenFill ? Qt::WindingFill : Qt::OddEvenFill);
+    copy.setFillRule(rule);
+    return copy;
+}
+
+QPainterPath AbstractGraphicShapeItem::segmentPath(const QPointF& from, const QPointF& to, int room)
+{
+    // Started at (0, 0) as an empty path starts, with the room reserved:
+    // moveTo() and lineTo() then do what they do on an empty path.
+    QPainterPath path { QPointF() };
+    path.reserve(room);
+    path.moveTo(from);
+    path.lineTo(to);
+    // Both ends refused (not finite): left as an empty path is, without elements.
+    return path.elementCount() == 1 && QPointF(path.elementAt(0)) != from ? QPainterPath() : path;
+}
+
+QPainterPath AbstractGraphicShapeItem::rectPath(const QRectF& rect)
+{
+    return fittedPath(rect.topLeft(), 5, 5, [&rect](QPainterPath& path) { path.addRect(rect); });
+}
+
+QPainterPath AbstractGraphicShapeItem::ellipsePath(const QRectF& rect)
+{
+    // addEllipse() reserves room for its 13 elements beyond the start point,
+    // which it then moves.
+    return fittedPath(rect.topLeft(), 14, 13, [&rect](QPainterPath& path) { path.addEllipse(rect); });
 }
 
 QPainterPath AbstractGraphicShapeItem::plainStrokeOf(const QPainterPath& path)
@@ -298,7 +359,7 @@ void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
     if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode())
         m_strokeCache.paint(painter, scene(), m_outlinePath, painter->pen(), painter->brush());
     else
-        painter->drawPath(m_outlinePath);
+        painter->drawPath(paintedPath(m_outlinePath));
 }
 
 void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
@@ -308,7 +369,7 @@ void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
     const QColor veil("#30000000");
     painter->setPen(QPen(QBrush(veil, Qt::SolidPattern), m_pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
     painter->setBrush(QBrush(veil, Qt::SolidPattern));
-    painter->drawPath(m_outlinePath);
+    painter->drawPath(paintedPath(m_outlinePath));
 }
 
 bool AbstractGraphicShapeItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const

@@ -73,6 +73,21 @@ public:
     // The same band left as the stroker makes it: simplifying it costs far
     // more than the stroke for long or self-crossing paths.
     static QPainterPath plainStrokeOf(const QPainterPath& path);
+    // `path` as a painter should be given it. A painter keeps the converted
+    // form of a path it draws (over 3 KiB, however short the path) in the
+    // path's shared data, where it would stay for the item's life; drawn from
+    // a copy with data of its own (the elements still shared), the form goes
+    // with the copy when the frame is done. Any thread.
+    static QPainterPath paintedPath(const QPainterPath& path);
+    // The outline of a rectangle or an ellipse, held in an allocation of its
+    // size: a path made empty reserves room for 16 elements, 400 bytes that
+    // every rectangle would keep for its life. Elements and flags are those
+    // of addRect() and addEllipse() on an empty path.
+    static QPainterPath rectPath(const QRectF& rect);
+    static QPainterPath ellipsePath(const QRectF& rect);
+    // A straight piece from `from` to `to`, held in an allocation of `room`
+    // elements, what is added after it included.
+    static QPainterPath segmentPath(const QPointF& from, const QPointF& to, int room = 2);
     // Half the width of the hit band.
     static constexpr double kHitBandHalfWidth = 3.0;
     // `rect` grown by `width` on each side, unless it has no extent at all:
@@ -108,6 +123,25 @@ protected:
     // the bounds tested first.
     bool nearPolyline(const QPointF& point, double halfWidth) const;
 
+    // An equal value handed out lately, else `value`, kept for the next
+    // ones: the items of a board hold a few styles and shapes alike, and
+    // each copy of a pen, a brush or a path would otherwise hold data of its
+    // own. Per thread, so that no lock is needed.
+    template <class Value>
+    static Value sharedValue(const Value& value)
+    {
+        thread_local QList<Value> recent;
+        for (qsizetype i = recent.size() - 1; i >= 0; --i) {
+            if (recent.at(i) == value)
+                return recent.at(i);
+        }
+        if (recent.size() == kSharedValues)
+            recent.removeFirst();
+        recent.append(value);
+        return value;
+    }
+    // Values kept by sharedValue(), of each type: a board's few colours and widths.
+    static constexpr int kSharedValues = 32;
     // The placeholder styles of the drawing items; the scene replaces the pen
     // from the palette when a user draws one.
     void setDrawingStyleDefaults();

@@ -59,16 +59,19 @@ void GraphicArrowLineItem::setCapStyle(GraphicDefine::LineCapStyle capStyle)
 QPainterPath GraphicArrowLineItem::buildHead(const QPointF& start, const QPointF& end, int style)
 {
     const double c = m_capSize;
-    // The shape is made once; a later capSize moves the head but keeps its size.
+    // The shape is made once; a later capSize moves the head but keeps its
+    // size. Arrows of one size hold one copy of it.
     if (m_headPath.isEmpty()) {
+        QPainterPath head;
         if (style == GraphicDefine::LineCapStyleArrow) {
-            m_headPath.moveTo(0, 0);
-            m_headPath.lineTo(-c, c * 0.5);
-            m_headPath.lineTo(-c, -c * 0.5);
-            m_headPath.closeSubpath();
+            head.moveTo(0, 0);
+            head.lineTo(-c, c * 0.5);
+            head.lineTo(-c, -c * 0.5);
+            head.closeSubpath();
         } else if (style == GraphicDefine::LineCapStyleCircle) {
-            m_headPath.addEllipse(QRectF(-c * 0.5, -c * 0.5, c, c));
+            head.addEllipse(QRectF(-c * 0.5, -c * 0.5, c, c));
         }
+        m_headPath = sharedValue(head);
     }
     double dy = end.y() - start.y();
     const double dx = end.x() - start.x();
@@ -82,6 +85,14 @@ QPainterPath GraphicArrowLineItem::buildHead(const QPointF& start, const QPointF
     if (style == GraphicDefine::LineCapStyleArrow)
         transform.rotate(std::atan2(dy, dx) / 3.141592653589793 * 180.0, Qt::ZAxis);
     return transform.map(m_headPath);
+}
+
+QPainterPath GraphicArrowLineItem::shaftWithHead(const QPointF& start, const QPointF& end)
+{
+    const QPainterPath head = buildHead(start, end, GraphicDefine::LineCapStyleArrow);
+    QPainterPath path = segmentPath(start, end, 2 + head.elementCount());
+    path.addPath(head);
+    return path;
 }
 
 bool GraphicArrowLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
@@ -126,10 +137,7 @@ void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
     event->setAccepted(true);
     const int w = pen().width();
     const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
-    m_outlinePath.clear();
-    m_outlinePath.moveTo(m_startPoint);
-    m_outlinePath.lineTo(p);
-    m_outlinePath.addPath(buildHead(m_startPoint, p, GraphicDefine::LineCapStyleArrow));
+    m_outlinePath = shaftWithHead(m_startPoint, p);
     const QRectF r = m_outlinePath.boundingRect();
     setBoundary(r);
     scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
@@ -153,7 +161,7 @@ void GraphicArrowLineItem::paint(QPainter* painter, const QRectF*)
     painter->setBrush(QBrush(color, Qt::SolidPattern));
     pen.setJoinStyle(Qt::MiterJoin);
     painter->setPen(pen);
-    painter->drawPath(m_outlinePath);
+    painter->drawPath(paintedPath(m_outlinePath));
     paintSelectionVeil(painter);
 }
 
@@ -195,10 +203,7 @@ void GraphicArrowLineItem::readEntry(const google::protobuf::MessageLite& entry)
     const auto ends = receivedEnds(message);
     if (!ends)
         return;
-    m_outlinePath.clear();
-    m_outlinePath.moveTo(ends->p1());
-    m_outlinePath.lineTo(ends->p2());
-    m_outlinePath.addPath(buildHead(ends->p1(), ends->p2(), GraphicDefine::LineCapStyleArrow));
+    m_outlinePath = shaftWithHead(ends->p1(), ends->p2());
     // hitPath is deliberately left as it was.
     setBoundary(m_outlinePath.boundingRect());
 }

@@ -30,6 +30,8 @@ public:
 
     // The head for a shaft from `start` to `end`, in scene coordinates.
     QPainterPath buildHead(const QPointF& start, const QPointF& end, int style);
+    // The outline of a shaft from `start` to `end` with its arrow head.
+    QPainterPath shaftWithHead(const QPointF& start, const QPointF& end);
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;

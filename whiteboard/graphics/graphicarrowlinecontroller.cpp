@@ -55,10 +55,7 @@ void GraphicArrowLineController::onControlPointMove(int type, QMouseEvent* event
     // The end that is not dragged stays where it was at the press.
     const QPointF from = type == TailPoint ? p : m_lineStart;
     const QPointF to = type == TailPoint ? m_lineEnd : p;
-    QPainterPath path;
-    path.moveTo(from);
-    path.lineTo(to);
-    path.addPath(arrow->buildHead(from, to, GraphicDefine::LineCapStyleArrow));
+    const QPainterPath path = arrow->shaftWithHead(from, to);
     arrow->setOutlinePath(path);
     arrow->rebuildHitPath();
     arrow->setBoundary(path.boundingRect());

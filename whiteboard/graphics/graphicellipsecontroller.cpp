@@ -44,8 +44,7 @@ void GraphicEllipseController::onControlPointMove(int type, QMouseEvent* event)
         break;
     }
     QPainterPath dirty = ellipse->outlinePath();
-    QPainterPath outline;
-    outline.addEllipse(r.normalized());
+    const QPainterPath outline = AbstractGraphicShapeItem::ellipsePath(r.normalized());
     dirty.addPath(outline);
     ellipse->setOutlinePath(outline);
     ellipse->setBoundary(outline.boundingRect());

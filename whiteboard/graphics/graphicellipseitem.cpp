@@ -52,14 +52,13 @@ QPainterPath GraphicEllipseItem::framePath(const QRectF& frame, Qt::KeyboardModi
         r.setHeight(r.height() * 1.5);
         r.moveCenter(topLeft);
     }
-    QPainterPath path;
     if (modifiers & Qt::ShiftModifier) {
+        // As QPainterPath::addEllipse(centre, radius, radius) frames it.
         const double radius = qMin(r.height(), r.width()) * 0.5;
-        path.addEllipse(r.center(), radius, radius);
-    } else {
-        path.addEllipse(r);
+        const QPointF centre = r.center();
+        return ellipsePath(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius));
     }
-    return path;
+    return ellipsePath(r);
 }
 
 // --- wire message -----------------------------------------------------------

@@ -37,8 +37,7 @@ void GraphicFrameController::onControlPointMove(int type, QMouseEvent* event)
     // Any other handle rebuilds the frame as it was at the press.
     moveCorner(r, type, eventPos(event));
     // Normalising lets a corner pass the opposite one without a special case.
-    QPainterPath outline;
-    outline.addRect(r.normalized());
+    const QPainterPath outline = AbstractGraphicShapeItem::rectPath(r.normalized());
     shape->setOutlinePath(outline);
     shape->setBoundary(outline.boundingRect());
     QPainterPath dirty = shape->hitPath();

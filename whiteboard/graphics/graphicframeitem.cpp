@@ -26,9 +26,7 @@ bool GraphicFrameItem::pressHits(const QPointF& point) const
 
 QPainterPath GraphicFrameItem::framePath(const QRectF& frame, Qt::KeyboardModifiers) const
 {
-    QPainterPath path;
-    path.addRect(frame);
-    return path;
+    return rectPath(frame);
 }
 
 void GraphicFrameItem::drawingStarted(const QPointF&, QMouseEvent*) { }

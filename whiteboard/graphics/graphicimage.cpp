@@ -137,9 +137,7 @@ void GraphicImage::readEntry(const google::protobuf::MessageLite& entry)
         }
     }
     if (const auto frame = receivedFrame(message)) {
-        QPainterPath outline;
-        outline.addRect(*frame);
-        setReceivedOutline(outline, *frame);
+        setReceivedOutline(rectPath(*frame), *frame);
     }
 }
 

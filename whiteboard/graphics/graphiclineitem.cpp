@@ -71,10 +71,7 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
         const int w = pen().width();
         const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
 
-        QPainterPath path;
-        path.moveTo(m_startPoint);
-        path.lineTo(p);
-        m_outlinePath = path;
+        m_outlinePath = segmentPath(m_startPoint, p);
 
         // A horizontal or vertical line gets a boundary as thick as its pen.
         QRectF r = m_outlinePath.boundingRect();
@@ -133,9 +130,7 @@ void GraphicLineItem::readEntry(const google::protobuf::MessageLite& entry)
     const auto ends = receivedEnds(message);
     if (!ends)
         return;
-    m_outlinePath.clear();
-    m_outlinePath.moveTo(ends->p1());
-    m_outlinePath.lineTo(ends->p2());
+    m_outlinePath = segmentPath(ends->p1(), ends->p2());
     rebuildHitPath();
     setBoundary(m_outlinePath.boundingRect());
 }

@@ -1,5 +1,6 @@
 #include "graphics/graphicstrokecache.h"
 
+#include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicimagecodec.h"
 #include "scene/graphicscene.h"
 
@@ -68,7 +69,7 @@ QImage GraphicStrokeCache::draw(const Key& key, const QRectF& source, double sca
     colour.setAlpha(255);
     pen.setColor(colour);
     if (brush.style() != Qt::NoBrush)
-        painter.fillPath(key.path, brush);
+        painter.fillPath(AbstractGraphicShapeItem::paintedPath(key.path), brush);
     painter.setPen(pen);
     painter.setBrush(Qt::NoBrush);
 

@@ -51,14 +51,13 @@ void GraphicTextItem::setFont(const QFont& font)
 
 void GraphicTextItem::layoutAt(const QPointF& position)
 {
-    m_outlinePath.clear();
     const QFontMetricsF metrics(m_font);
     // One line high whatever the text holds, until the frame is resized.
     QRectF frame(position, QPointF(position.x() + metrics.horizontalAdvance(m_text), position.y() + metrics.height()));
     // A long text in a large font would otherwise reach past any pixel range.
     if (InputLimits::clampRect(frame))
         qCWarning(lcWhiteboardInput, "clamped text %s: frame", qPrintable(gid()));
-    m_outlinePath.addRect(frame);
+    m_outlinePath = rectPath(frame);
     rebuildHitPath();
     setBoundary(frame);
 }
