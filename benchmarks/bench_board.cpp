@@ -380,7 +380,9 @@ void hitTests()
     // QGraphicsScene builds its index on the first query, ours as items
     // enter: neither build is timed.
     (void)graphics.itemAt(QPointF(0, 0), QTransform());
-    constexpr int kQueries = 20000;
+    // Some 0.2 s of ours: a loop of a few ms would be moved by half by one
+    // time slice lost to another process.
+    constexpr int kQueries = 100000;
     std::vector<QPointF> points;
     QRandomGenerator random(7);
     for (int i = 0; i < kQueries; ++i)
