@@ -1,12 +1,11 @@
 #include "scene/paintrecording.h"
 
+#include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicitem.h"
 
 #include <QPaintEngine>
 
 #include <algorithm>
-#include <cstring>
-#include <unordered_map>
 
 namespace whiteboard {
 
@@ -154,7 +153,6 @@ void PaintRecording::clear()
     std::vector<State>().swap(m_states);
     std::vector<Command>().swap(m_commands);
     std::vector<QRectF>().swap(m_bounds);
-    m_bandPaths.clear();
     m_itemCount = 0;
     m_liveCount = 0;
 }
@@ -210,67 +208,13 @@ void PaintRecording::record(const QList<QSharedPointer<GraphicItem>>& items, QPa
     }
 }
 
-void PaintRecording::shareAcross(const QList<QRectF>& reaches)
+void PaintRecording::readyForThreads()
 {
-    m_bandPaths.assign(size_t(std::max<qsizetype>(reaches.size() - 1, 0)), {});
-    if (reaches.size() < 2)
-        return;
     for (const State& state : m_states) {
         // Both fill a member of the shared data on first call.
         (void)state.pen.dashPattern();
         if (state.brush.style() == Qt::TexturePattern)
             (void)state.brush.textureImage();
-    }
-    const auto bandsOf = [&](const Command& command) {
-        const QRectF& bounds = m_bounds[size_t(command.bound)];
-        quint32 bands = 0;
-        for (qsizetype band = 0; band < reaches.size() && band < 32; ++band) {
-            if (bounds.isNull() || bounds.intersects(reaches[band]))
-                bands |= 1u << band;
-        }
-        return bands;
-    };
-    const auto isPath = [](const Command& command) { return command.kind == Command::Path && !command.path.isEmpty(); };
-    // Commands may share a path's data, as a veil shares its item's outline.
-    // Untransformed, they paint the same pixels and so meet the same bands;
-    // a path painted through a transform may be painted elsewhere too, and
-    // then the bands of each data are gathered first. A QPainterPath is only
-    // the pointer to its data, which tells shared data apart.
-    static_assert(sizeof(QPainterPath) == sizeof(const void*));
-    const auto dataOf = [](const QPainterPath& path) {
-        const void* data = nullptr;
-        std::memcpy(&data, &path, sizeof data);
-        return data;
-    };
-    const bool transformed = std::any_of(m_commands.cbegin(), m_commands.cend(), [&](const Command& command) {
-        return isPath(command) && command.state >= 0 && !m_states[size_t(command.state)].transform.isIdentity();
-    });
-    std::unordered_map<const void*, quint32> painters;
-    if (transformed) {
-        painters.reserve(m_commands.size());
-        for (const Command& command : m_commands) {
-            if (isPath(command))
-                painters[dataOf(command.path)] |= bandsOf(command);
-        }
-    }
-    for (size_t index = 0; index < m_commands.size(); ++index) {
-        const Command& command = m_commands[index];
-        if (!isPath(command))
-            continue;
-        const quint32 mine = bandsOf(command);
-        const quint32 shared = transformed ? painters[dataOf(command.path)] : mine;
-        if ((shared & (shared - 1)) == 0)
-            continue;
-        // Every band but the first that paints this command gets its own copy.
-        for (int band = 1; band < 32 && band < reaches.size(); ++band) {
-            if (!(mine & (1u << band)))
-                continue;
-            // Setting an element to itself detaches the copy.
-            QPainterPath own = command.path;
-            const QPainterPath::Element first = own.elementAt(0);
-            own.setElementPositionAt(0, first.x, first.y);
-            m_bandPaths[size_t(band) - 1].emplace_back(index, own);
-        }
     }
 }
 
@@ -280,11 +224,8 @@ void PaintRecording::paintLive(const QSharedPointer<GraphicItem>& item, QPainter
 }
 
 void PaintRecording::replay(QPainter* painter, const std::function<void(const QSharedPointer<GraphicItem>&, QPainter*)>& live,
-                            const std::function<bool()>& stop, int band) const
+                            const std::function<bool()>& stop) const
 {
-    static const std::vector<std::pair<size_t, QPainterPath>> none;
-    const auto& ownPaths = band > 0 && size_t(band) <= m_bandPaths.size() ? m_bandPaths[size_t(band) - 1] : none;
-    auto own = ownPaths.cbegin();
     const QTransform base = painter->transform();
     const QPainter::RenderHints baseHints = painter->renderHints();
     const QPainter::CompositionMode baseComposition = painter->compositionMode();
@@ -309,8 +250,6 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
         // Checked now and then: a test costs more than a small item.
         if (stop && (index & 255) == 255 && stop())
             return;
-        while (own != ownPaths.cend() && own->first < index)
-            ++own;
         if (!within(command))
             continue;
         if (command.kind == Command::Live) {
@@ -341,7 +280,10 @@ void PaintRecording::replay(QPainter* painter, const std::function<void(const QS
         }
         switch (command.kind) {
         case Command::Path:
-            painter->drawPath(own != ownPaths.cend() && own->first == index ? own->second : command.path);
+            // Through a copy of its own: a painter keeps the converted form
+            // in the data of the path it draws, which another band may be
+            // drawing too, and which would keep the form past the frame.
+            painter->drawPath(AbstractGraphicShapeItem::paintedPath(command.path));
             break;
         case Command::RectsF:
             painter->drawRects(command.more->rectsF.constData(), int(command.more->rectsF.size()));

@@ -45,26 +45,24 @@ public:
 
     // Caller holds itemsMutex. Records `items` in order, painted onto a
     // painter with `hints` and no transform; replaces what was recorded.
-    // Each item's calls keep its boundary grown by `margin` (scene units):
-    // a replay skips the items that cannot reach its painter's device or clip.
+    // Each item's calls keep its boundary grown by `margin` (scene units).
     void record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints, double margin = 0.0);
     // Caller holds itemsMutex. Readies the recording to be replayed by
-    // several threads at once, band `i` reaching `reaches[i]` (scene units).
-    // A path painted by more than one band is copied for every band after
-    // the first, because QPainterPath fills caches as it is painted; the
-    // lazily made parts of the shared pens and brushes are made now, so that
-    // painting only reads them.
-    void shareAcross(const QList<QRectF>& reaches);
+    // several threads at once: the lazily made parts of the shared pens and
+    // brushes are made now, so that painting only reads them. (Paths are
+    // drawn through copies.)
+    void readyForThreads();
     // Any thread, no lock. Replays onto `painter`, whose transform at entry
-    // is the scene's, as band `band` of those shareAcross() readied; live
-    // items are painted under `liveLock`. Stops early once `stop` answers true.
+    // is the scene's; live items are painted under `liveLock`. Stops early
+    // once `stop` answers true. Skips the items that cannot reach the
+    // painter's device or clip.
     template <class Lock>
-    void replay(QPainter* painter, Lock& liveLock, const std::function<bool()>& stop = {}, int band = 0) const
+    void replay(QPainter* painter, Lock& liveLock, const std::function<bool()>& stop = {}) const
     {
         replay(painter, [&liveLock](const QSharedPointer<GraphicItem>& item, QPainter* target) {
             QMutexLocker locker(&liveLock);
             paintLive(item, target);
-        }, stop, band);
+        }, stop);
     }
     // Items recorded, and of them those painted live.
     int itemCount() const { return m_itemCount; }
@@ -127,7 +125,7 @@ private:
     };
 
     void replay(QPainter* painter, const std::function<void(const QSharedPointer<GraphicItem>&, QPainter*)>& live,
-                const std::function<bool()>& stop, int band) const;
+                const std::function<bool()>& stop) const;
     static void paintLive(const QSharedPointer<GraphicItem>& item, QPainter* painter);
     // Engine side: the state of the calls that follow, and one call.
     void noteState(const State& state);
@@ -138,9 +136,6 @@ private:
     std::vector<Command> m_commands;
     // Scene units: where each recorded item may paint; null when unknown.
     std::vector<QRectF> m_bounds;
-    // For each band after the first: its own copies of shared paths, by
-    // command index, in order.
-    std::vector<std::vector<std::pair<size_t, QPainterPath>>> m_bandPaths;
     int m_itemCount = 0;
     int m_liveCount = 0;
 };

@@ -419,7 +419,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
         m_pageRecording->record(all, kRenderHints, state.paintMargin);
-        bands = shareInBands(*m_pageRecording, m_pageImage, dirty.boundingRect(), toView);
+        bands = shareInBands(*m_pageRecording, m_pageImage, dirty.boundingRect());
     }
     // The ground replaces what was there; an invalid colour leaves transparency.
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
@@ -436,7 +436,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     return !quitRequested();
 }
 
-std::vector<QRect> SceneRender::shareInBands(PaintRecording& recording, const QImage& image, const QRect& area, const QTransform& toImage)
+std::vector<QRect> SceneRender::shareInBands(PaintRecording& recording, const QImage& image, const QRect& area)
 {
     const double ratio = image.devicePixelRatio();
     const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
@@ -454,13 +454,10 @@ std::vector<QRect> SceneRender::shareInBands(PaintRecording& recording, const QI
     }
     edges.push_back(whole.bottom() + 1);
     std::vector<QRect> bands;
-    QList<QRectF> reaches;
-    const QTransform back = toImage.inverted();
-    for (size_t band = 0; band + 1 < edges.size(); ++band) {
+    for (size_t band = 0; band + 1 < edges.size(); ++band)
         bands.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
-        reaches.append(back.mapRect(QRectF(bands.back().intersected(area))));
-    }
-    recording.shareAcross(reaches);
+    if (bands.size() > 1)
+        recording.readyForThreads();
     return bands;
 }
 
@@ -477,7 +474,7 @@ void SceneRender::paintBands(QImage& image, const std::vector<QRect>& bands, con
         shared.setDevicePixelRatio(image.devicePixelRatio());
         QPainter painter(&shared);
         setUp(&painter, bands[size_t(band)]);
-        recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); }, band);
+        recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
     });
 }
 
@@ -634,7 +631,7 @@ bool SceneRender::updateThumbnails()
         m_smallThumbnailSize = scene->smallThumbnailSize();
         m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,
                                      scene->paintMargin());
-        bands = shareInBands(*m_thumbnailRecording, m_thumbnailLarge, dirty.boundingRect(), toThumbnail);
+        bands = shareInBands(*m_thumbnailRecording, m_thumbnailLarge, dirty.boundingRect());
     }
     paintBands(m_thumbnailLarge, bands, *m_thumbnailRecording, [&](QPainter* painter, const QRect& band) {
         painter->setCompositionMode(QPainter::CompositionMode_Source);
