@@ -359,7 +359,7 @@ void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
     if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode())
         m_strokeCache.paint(painter, scene(), m_outlinePath, painter->pen(), painter->brush());
     else
-        painter->drawPath(paintedPath(m_outlinePath));
+        painter->drawPath(m_outlinePath);
 }
 
 void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
@@ -369,7 +369,7 @@ void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
     const QColor veil("#30000000");
     painter->setPen(QPen(QBrush(veil, Qt::SolidPattern), m_pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
     painter->setBrush(QBrush(veil, Qt::SolidPattern));
-    painter->drawPath(paintedPath(m_outlinePath));
+    painter->drawPath(m_outlinePath);
 }
 
 bool AbstractGraphicShapeItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const

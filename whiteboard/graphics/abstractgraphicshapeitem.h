@@ -73,11 +73,12 @@ public:
     // The same band left as the stroker makes it: simplifying it costs far
     // more than the stroke for long or self-crossing paths.
     static QPainterPath plainStrokeOf(const QPainterPath& path);
-    // `path` as a painter should be given it. A painter keeps the converted
-    // form of a path it draws (over 3 KiB, however short the path) in the
-    // path's shared data, where it would stay for the item's life; drawn from
-    // a copy with data of its own (the elements still shared), the form goes
-    // with the copy when the frame is done. Any thread.
+    // A copy of `path` with data of its own (the elements still shared), to
+    // draw in its place. A painter keeps the converted form of a path it
+    // draws (over 3 KiB, however short the path) in the path's shared data,
+    // where it would stay as long as an item's outline, and two painters
+    // drawing one path at once would race on it. Frames draw every recorded
+    // path through such a copy. Any thread.
     static QPainterPath paintedPath(const QPainterPath& path);
     // The outline of a rectangle or an ellipse, held in an allocation of its
     // size: a path made empty reserves room for 16 elements, 400 bytes that

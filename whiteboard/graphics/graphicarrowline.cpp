@@ -161,7 +161,7 @@ void GraphicArrowLineItem::paint(QPainter* painter, const QRectF*)
     painter->setBrush(QBrush(color, Qt::SolidPattern));
     pen.setJoinStyle(Qt::MiterJoin);
     painter->setPen(pen);
-    painter->drawPath(paintedPath(m_outlinePath));
+    painter->drawPath(m_outlinePath);
     paintSelectionVeil(painter);
 }
 
