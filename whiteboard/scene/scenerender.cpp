@@ -419,7 +419,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
         m_pageRecording->record(all, kRenderHints, state.paintMargin);
-        bands = shareInBands(*m_pageRecording, m_pageImage, dirty.boundingRect());
+        bands = bandRows(*m_pageRecording, m_pageImage, dirty.boundingRect());
     }
     // The ground replaces what was there; an invalid colour leaves transparency.
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
@@ -436,7 +436,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     return !quitRequested();
 }
 
-std::vector<QRect> SceneRender::shareInBands(PaintRecording& recording, const QImage& image, const QRect& area)
+std::vector<QRect> SceneRender::bandRows(PaintRecording& recording, const QImage& image, const QRect& area)
 {
     const double ratio = image.devicePixelRatio();
     const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
@@ -631,7 +631,7 @@ bool SceneRender::updateThumbnails()
         m_smallThumbnailSize = scene->smallThumbnailSize();
         m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,
                                      scene->paintMargin());
-        bands = shareInBands(*m_thumbnailRecording, m_thumbnailLarge, dirty.boundingRect());
+        bands = bandRows(*m_thumbnailRecording, m_thumbnailLarge, dirty.boundingRect());
     }
     paintBands(m_thumbnailLarge, bands, *m_thumbnailRecording, [&](QPainter* painter, const QRect& band) {
         painter->setCompositionMode(QPainter::CompositionMode_Source);

@@ -136,7 +136,7 @@ private:
     // Under itemsMutex: the rows (logical pixels of `image`) of the bands a
     // repaint of `area` from `recording` is split into, one when it is not
     // worth it, with the recording readied for them.
-    std::vector<QRect> shareInBands(PaintRecording& recording, const QImage& image, const QRect& area);
+    std::vector<QRect> bandRows(PaintRecording& recording, const QImage& image, const QRect& area);
     // No lock held: paints `recording` into `image`, its bands at once.
     // `setUp` prepares each band's painter over the whole image, keeping its
     // painting within the band's rows.
