@@ -39,6 +39,25 @@ private:
     QSemaphore* m_entered;
 };
 
+// Widens as it paints, the way a mark sizes itself: the new boundary asks
+// for its own repaint, which widens it again, six times in all.
+class GrowingItem : public AbstractGraphicShapeItem
+{
+public:
+    explicit GrowingItem(GraphicScene* scene)
+        : AbstractGraphicShapeItem(scene)
+    {
+        setBoundary(QRectF(100, 100, 20, 20));
+    }
+
+    void paint(QPainter* painter, const QRectF*) override
+    {
+        painter->fillRect(boundary(), Qt::red);
+        if (boundary().width() < 260)
+            setBoundary(boundary().adjusted(0, 0, 40, 0));
+    }
+};
+
 bool near(const QColor& a, const QColor& b)
 {
     return qAbs(a.red() - b.red()) <= 1 && qAbs(a.green() - b.green()) <= 1 && qAbs(a.blue() - b.blue()) <= 1
@@ -57,6 +76,7 @@ private slots:
     void dirtyListsPerLayer();
     void backgroundAndSurround();
     void laterLayerOnTop();
+    void growthWhilePaintingComesWithLaterFrames();
     void framesPaintAsTheItemsDo_data();
     void framesPaintAsTheItemsDo();
     void thumbnailsShowFinishedItemsOnly();
@@ -160,6 +180,19 @@ void tst_Render::laterLayerOnTop()
     QCOMPARE(frame.pixelColor(130, 130), QColor(Qt::green));
     QCOMPARE(frame.pixelColor(110, 110), QColor(Qt::red));
     QCOMPARE(frame.pixelColor(50, 50), QColor(Qt::white));
+}
+
+void tst_Render::growthWhilePaintingComesWithLaterFrames()
+{
+    ViewFixture f;
+    f.scene->setBackgroundColor(Qt::white);
+    auto* item = new GrowingItem(f.scene);
+    item->setTimestamp(1);
+    // Above the item layer, where thumbnails do not paint it (and widen it).
+    f.scene->addItem(GraphicScene::ActiveLayer, item);
+    // More widenings than one frame's passes: the last pass's is left for
+    // the next frame, not dropped.
+    QTRY_COMPARE(f.frame().pixelColor(350, 110), QColor(Qt::red));
 }
 
 // Frames paint a recording of the items, made under the lock; text is

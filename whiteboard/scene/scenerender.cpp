@@ -341,14 +341,18 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     }
     m_pageState = state;
     const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
-    // A mark sizes itself as it paints: what grew while painting is painted
-    // again in this same frame, twice at most.
-    for (int pass = 0; pass < 3 && !dirty.isEmpty(); ++pass) {
+    // A mark sizes itself as it paints, and items change while a frame
+    // paints: what changed meanwhile is painted again in this same frame,
+    // twice at most. What changes during the last pass stays for the next
+    // frame, which the silent change makes due.
+    for (int pass = 0; !dirty.isEmpty(); ++pass) {
         if (!repaintPage(state, dirty)) {
             // Half painted: the next frame starts over.
             m_pageImage = QImage();
             return;
         }
+        if (pass == 2)
+            break;
         QRegion grown;
         {
             QMutexLocker locker(&m_dirtyMutex);
