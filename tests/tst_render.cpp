@@ -245,6 +245,9 @@ void tst_Render::framesPaintAsTheItemsDo()
     f.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(text->boundary()).toAlignedRect()));
     QTRY_VERIFY(f.scene->renderer()->partialFrames() > partial);
     QCOMPARE(f.frame(), paintedDirectly(f.scene, Qt::white));
+    // The large thumbnail of a page of its size is the items alone, painted
+    // the same way, in bands too when crowded.
+    QCOMPARE(*f.scene->thumbnailImage(false), paintedDirectly(f.scene, Qt::transparent));
 }
 
 void tst_Render::thumbnailsShowFinishedItemsOnly()

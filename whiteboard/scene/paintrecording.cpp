@@ -206,10 +206,6 @@ void PaintRecording::record(const QList<QSharedPointer<GraphicItem>>& items, QPa
         painter.begin(this);
         painter.setRenderHints(hints);
     }
-}
-
-void PaintRecording::readyForThreads()
-{
     for (const State& state : m_states) {
         // Both fill a member of the shared data on first call.
         (void)state.pen.dashPattern();

@@ -46,12 +46,10 @@ public:
     // Caller holds itemsMutex. Records `items` in order, painted onto a
     // painter with `hints` and no transform; replaces what was recorded.
     // Each item's calls keep its boundary grown by `margin` (scene units).
+    // Several threads may then replay the recording at once: paths are drawn
+    // through copies, and the lazily made parts of the shared pens and
+    // brushes are made here, so that painting only reads them.
     void record(const QList<QSharedPointer<GraphicItem>>& items, QPainter::RenderHints hints, double margin = 0.0);
-    // Caller holds itemsMutex. Readies the recording to be replayed by
-    // several threads at once: the lazily made parts of the shared pens and
-    // brushes are made now, so that painting only reads them. (Paths are
-    // drawn through copies.)
-    void readyForThreads();
     // Any thread, no lock. Replays onto `painter`, whose transform at entry
     // is the scene's; live items are painted under `liveLock`. Stops early
     // once `stop` answers true. Skips the items that cannot reach the

@@ -38,16 +38,8 @@ QRect boundsOf(const DirtyArea& area)
     return area.kind == DirtyArea::RegionKind ? area.region.boundingRect() : area.path.boundingRect().toAlignedRect();
 }
 
-// The scene's painter set-up of a frame, from the state instead of the scene.
+// The hints of every frame and thumbnail painter, and of their recordings.
 constexpr QPainter::RenderHints kRenderHints = QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform;
-
-void applyTransform(QPainter* painter, const FrameState& state)
-{
-    painter->setRenderHints(kRenderHints);
-    painter->scale(state.scale, state.scale);
-    painter->translate(-state.viewport.x() * state.sceneSize.width(), -state.viewport.y() * state.sceneSize.height());
-    painter->rotate(state.rotation);
-}
 
 // `area` in scene units mapped into an image through `toImage`, grown to
 // whole pixels plus `margin` scene units.
@@ -414,7 +406,6 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     if (dirty.isEmpty())
         return true;
     const QTransform toView = state.sceneToView();
-    std::vector<QRect> bands;
     {
         // The only wait the GUI thread has on a frame: finding and recording
         // the items; they are painted from the recording after.
@@ -423,28 +414,19 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
         m_pageRecording->record(all, kRenderHints, state.paintMargin);
-        bands = bandRows(*m_pageRecording, m_pageImage, dirty.boundingRect());
     }
     // The ground replaces what was there; an invalid colour leaves transparency.
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
-    const QRegion clip = dirty.intersected(state.borderRegion);
-    paintBands(m_pageImage, bands, *m_pageRecording, [&](QPainter* painter, const QRect& band) {
-        painter->setCompositionMode(QPainter::CompositionMode_Source);
-        for (const QRect& rect : dirty)
-            painter->fillRect(rect.intersected(band), ground);
-        painter->setCompositionMode(QPainter::CompositionMode_SourceOver);
-        painter->setClipRegion(clip.intersected(band), Qt::ReplaceClip);
-        applyTransform(painter, state);
-    });
+    paintRecording(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(state.borderRegion), toView);
     m_pageRecording->clear();
     return !quitRequested();
 }
 
-std::vector<QRect> SceneRender::bandRows(PaintRecording& recording, const QImage& image, const QRect& area)
+std::vector<QRect> SceneRender::bandRows(const QImage& image, const QRect& area, int items) const
 {
     const double ratio = image.devicePixelRatio();
     const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
-    const int count = recording.itemCount() < kBandItems || area.height() < 2 * kBandRows ? 1 : m_bands->width();
+    const int count = items < kBandItems || area.height() < 2 * kBandRows ? 1 : m_bands->width();
     // Band edges fall on logical rows that are whole device rows too, so
     // that the bands' clips neither overlap nor leave a row out.
     std::vector<int> edges { whole.top() };
@@ -460,24 +442,31 @@ std::vector<QRect> SceneRender::bandRows(PaintRecording& recording, const QImage
     std::vector<QRect> bands;
     for (size_t band = 0; band + 1 < edges.size(); ++band)
         bands.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
-    if (bands.size() > 1)
-        recording.readyForThreads();
     return bands;
 }
 
-void SceneRender::paintBands(QImage& image, const std::vector<QRect>& bands, const PaintRecording& recording,
-                             const std::function<void(QPainter*, const QRect&)>& setUp)
+void SceneRender::paintRecording(QImage& image, const PaintRecording& recording, const QRegion& dirty, const QColor& ground,
+                                 const QRegion& clip, const QTransform& toImage)
 {
+    const std::vector<QRect> bands = bandRows(image, dirty.boundingRect(), recording.itemCount());
     // Every band paints through its own image over the same pixels, clipped
     // to its rows. Not a strip of its own: the rasterizer rounds coordinates
     // toward zero, so a shape crossing a strip's top edge would be covered a
     // little differently than over the whole image.
     uchar* const bits = image.bits(); // detached here, once, before the bands share it
-    m_bands->run(int(bands.size()), [&](int band) {
+    m_bands->run(int(bands.size()), [&](int index) {
+        const QRect& band = bands[size_t(index)];
         QImage shared(bits, image.width(), image.height(), image.bytesPerLine(), image.format());
         shared.setDevicePixelRatio(image.devicePixelRatio());
         QPainter painter(&shared);
-        setUp(&painter, bands[size_t(band)]);
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        for (const QRect& rect : dirty)
+            painter.fillRect(rect.intersected(band), ground);
+        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        // A clip on every painter: thin pens stroke slowly without one.
+        painter.setClipRegion(clip.intersected(band));
+        painter.setTransform(toImage);
+        painter.setRenderHints(kRenderHints);
         recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
     });
 }
@@ -487,7 +476,8 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
     QPainter painter(&frame);
     painter.save();
     painter.setClipRegion(state.borderRegion, Qt::ReplaceClip);
-    applyTransform(&painter, state);
+    painter.setTransform(state.sceneToView());
+    painter.setRenderHints(kRenderHints);
     // Control points lie above all layers and are clipped to the page.
     const GraphicItemList controlled = !state.selectedItems.isEmpty() ? state.selectedItems
         : state.focusItem                                             ? GraphicItemList { state.focusItem }
@@ -607,7 +597,6 @@ bool SceneRender::updateThumbnails()
     QRegion changed;
     QRegion dirty;
     QTransform toThumbnail;
-    std::vector<QRect> bands;
     {
         QMutexLocker locker(&scene->itemsMutex());
         const QSize page = scene->sceneSize();
@@ -635,18 +624,8 @@ bool SceneRender::updateThumbnails()
         m_smallThumbnailSize = scene->smallThumbnailSize();
         m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,
                                      scene->paintMargin());
-        bands = bandRows(*m_thumbnailRecording, m_thumbnailLarge, dirty.boundingRect());
     }
-    paintBands(m_thumbnailLarge, bands, *m_thumbnailRecording, [&](QPainter* painter, const QRect& band) {
-        painter->setCompositionMode(QPainter::CompositionMode_Source);
-        for (const QRect& rect : dirty)
-            painter->fillRect(rect.intersected(band), Qt::transparent);
-        painter->setCompositionMode(QPainter::CompositionMode_SourceOver);
-        // A clip on every painter: thin pens stroke slowly without one.
-        painter->setClipRegion(dirty.intersected(band));
-        painter->setTransform(toThumbnail);
-        painter->setRenderHints(kRenderHints);
-    });
+    paintRecording(m_thumbnailLarge, *m_thumbnailRecording, dirty, Qt::transparent, dirty, toThumbnail);
     m_thumbnailRecording->clear();
     if (quitRequested()) {
         m_thumbnailLarge = QImage();

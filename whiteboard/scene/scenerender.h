@@ -12,7 +12,6 @@
 #include <QRegion>
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -133,15 +132,14 @@ private:
     bool repaintPage(const FrameState& state, const QRegion& dirty);
     // Render thread: control points and surround over a copy of the page.
     bool finishFrame(const FrameState& state, QImage& frame);
-    // Under itemsMutex: the rows (logical pixels of `image`) of the bands a
-    // repaint of `area` from `recording` is split into, one when it is not
-    // worth it, with the recording readied for them.
-    std::vector<QRect> bandRows(PaintRecording& recording, const QImage& image, const QRect& area);
-    // No lock held: paints `recording` into `image`, its bands at once.
-    // `setUp` prepares each band's painter over the whole image, keeping its
-    // painting within the band's rows.
-    void paintBands(QImage& image, const std::vector<QRect>& bands, const PaintRecording& recording,
-                    const std::function<void(QPainter*, const QRect&)>& setUp);
+    // The rows (logical pixels of `image`) of the bands a repaint of `area`
+    // with `items` recorded items is split into: one when it is not worth it.
+    std::vector<QRect> bandRows(const QImage& image, const QRect& area, int items) const;
+    // No lock held: repaints `dirty` (logical pixels of `image`) with
+    // `ground`, then `recording` through `toImage`, clipped to `clip`; its
+    // bands at once.
+    void paintRecording(QImage& image, const PaintRecording& recording, const QRegion& dirty, const QColor& ground, const QRegion& clip,
+                        const QTransform& toImage);
     // Under itemsMutex: the items of `layer` that may paint into `area`
     // (scene units), sorted for painting.
     GraphicItemList itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const;
