@@ -8,7 +8,13 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${WHITEBOARD_BUILD_DIR:-$root/build}"
 
 if [[ ! -f "$build_dir/CMakeCache.txt" ]]; then
-    cmake -S "$root" -B "$build_dir"
+    # A compiler cache, where installed, lets work trees and rebuilds share
+    # what is already compiled.
+    launcher=()
+    if command -v ccache >/dev/null 2>&1; then
+        launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    fi
+    cmake -S "$root" -B "$build_dir" "${launcher[@]}"
 fi
 
 targets=()
