@@ -21,11 +21,25 @@ namespace {
 
 using Version = BoardStore::Version;
 
-std::optional<Version> versionOf(const pb::GraphicAction& action)
+// An absent device reads as 0: a peer without devices ties as it always did.
+template<typename Message>
+std::optional<Version> versionOf(const Message& message)
 {
-    if (!action.has_version())
+    if (!message.has_version())
         return std::nullopt;
-    return Version { action.version(), action.versionuser() };
+    return Version { message.version(), message.versionuser(), message.versiondevice() };
+}
+
+// Writes every field of `version`; the device only where there is one, so
+// what a peer without devices sent stays as it was.
+void setVersion(pb::GraphicAction* action, const Version& version)
+{
+    action->set_version(version.version);
+    action->set_versionuser(version.user);
+    if (version.device)
+        action->set_versiondevice(version.device);
+    else
+        action->clear_versiondevice();
 }
 
 const char* actionName(int type)
@@ -51,10 +65,8 @@ QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType ty
     body.ParseFromString(envelope.data());
     pb::GraphicAction* action = body.mutable_graphicactiondata();
     action->set_graphicactiontype(type);
-    if (version) {
-        action->set_version(version->version);
-        action->set_versionuser(version->user);
-    }
+    if (version)
+        setVersion(action, *version);
     envelope.set_graphicactiontype(type);
     envelope.set_data(body.SerializeAsString());
     return QByteArray::fromStdString(envelope.SerializeAsString());
@@ -110,10 +122,8 @@ QByteArray removalOf(const QString& gid, const std::optional<Version>& version)
     action->set_gid(gid.toStdString());
     action->set_graphicactiontype(pb::GraphicActionRemove);
     action->set_timestamp(QDateTime::currentMSecsSinceEpoch());
-    if (version) {
-        action->set_version(version->version);
-        action->set_versionuser(version->user);
-    }
+    if (version)
+        setVersion(action, *version);
     return envelopeOf(body, action->gid(), pb::GraphicActionRemove);
 }
 
@@ -360,9 +370,7 @@ void BoardSession::follow(const pb::TransferData& frame)
                 m_items.insert(gid, ItemState { WireAction::author(action), versionOf(action) });
         } else if (body.datatype() == pb::WhiteboardData::WhiteboardDataUserOperation) {
             const pb::UserOperation& operation = body.useroperationdata();
-            std::optional<Version> before;
-            if (operation.has_version())
-                before = Version { operation.version(), operation.versionuser() };
+            const std::optional<Version> before = versionOf(operation);
             if (operation.operationtype() == pb::UserOperation::UserOperationClearAll)
                 clearItems(std::nullopt, before);
             else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid)
@@ -711,7 +719,7 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
     if (!stored) {
         std::optional<Version> removal;
         if (refused)
-            removal = Version { refused->version + 1, refused->user };
+            removal = Version { refused->version + 1, refused->user, refused->device };
         outcome.toSender.append(removalOf(gid, removal));
         return;
     }
@@ -721,15 +729,20 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
         outcome.toSender.append(rewritten(stored->envelope, back));
         return;
     }
-    // With versions the correction must win on the sender's board: store the
-    // item again under a version newer than the refused one and tell every
-    // board, so every clock moves past it.
-    const qint64 base = std::max(refused->version, stored->version ? stored->version->version : 0);
-    const Version newer { base + 1, stored->version ? stored->version->user : stored->author };
-    known->version = newer;
-    outcome.changes.append({ BoardStore::Change::Put, { gid, stored->author, newer, rewritten(stored->envelope, pb::GraphicActionAdd, newer) }, 0, std::nullopt });
-    outcome.toSender.append(rewritten(stored->envelope, back, newer));
-    outcome.toOthers.append(rewritten(stored->envelope, pb::GraphicActionUpdate, newer));
+    restore(*stored, *refused, back, outcome);
+}
+
+void BoardSession::restore(const BoardStore::Item& stored, const Version& refused, int back, Outcome& outcome)
+{
+    // The stored item's user and device stay: the restored state is theirs.
+    const qint64 base = std::max(refused.version, stored.version ? stored.version->version : 0);
+    const Version newer { base + 1, stored.version ? stored.version->user : stored.author, stored.version ? stored.version->device : 0 };
+    ItemState& state = m_items[stored.gid];
+    state.author = stored.author;
+    state.version = newer;
+    outcome.changes.append({ BoardStore::Change::Put, { stored.gid, stored.author, newer, rewritten(stored.envelope, pb::GraphicActionAdd, newer) }, 0, std::nullopt });
+    outcome.toSender.append(rewritten(stored.envelope, pb::GraphicActionType(back), newer));
+    outcome.toOthers.append(rewritten(stored.envelope, pb::GraphicActionUpdate, newer));
 }
 
 void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::UserOperation& operation,
@@ -740,19 +753,23 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
         qCWarning(lcRelay).noquote() << "refused clear on board" << m_boardId << "by user" << user << ": sent as user" << operation.userid();
         return;
     }
-    std::optional<Version> before;
-    if (operation.has_version())
-        before = Version { operation.version(), operation.versionuser() };
+    const std::optional<Version> before = versionOf(operation);
 
     if (operation.operationtype() == pb::UserOperation::UserOperationClearAll) {
         if (user != m_owner) {
             qCWarning(lcRelay).noquote() << "refused clear all on board" << m_boardId << "by user" << user << ": not the owner";
-            // The sender's board cleared itself: give it the board back.
+            // The sender's board cleared itself: give it the board back. With
+            // versions its clear mark keeps out whatever is older than the
+            // clear, so each item comes back newer, as a refused change does.
             writeUnwritten();
             QList<BoardStore::Item> items;
             m_store->items(m_boardId, &items);
-            for (const BoardStore::Item& item : std::as_const(items))
-                outcome.toSender.append(item.envelope);
+            for (const BoardStore::Item& item : std::as_const(items)) {
+                if (before)
+                    restore(item, *before, pb::GraphicActionAdd, outcome);
+                else
+                    outcome.toSender.append(item.envelope);
+            }
             return;
         }
         clearItems(std::nullopt, before);

@@ -120,6 +120,10 @@ private:
     // sender (with versions: everybody) is sent the item's stored state.
     void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
                 const QString& reason, Outcome& outcome);
+    // Stores `stored` again under a version newer than `refused` and sends it
+    // to the sender as `back`, to the others as an update: the correction
+    // wins on the sender's board and moves every clock past the refused one.
+    void restore(const BoardStore::Item& stored, const BoardStore::Version& refused, int back, Outcome& outcome);
     bool loadItems();
     // Creates the board in the store unless it exists; `owner` if new.
     void create(qint64 owner);

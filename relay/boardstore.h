@@ -7,6 +7,7 @@
 #include <QtGlobal>
 
 #include <optional>
+#include <tuple>
 
 namespace relay {
 
@@ -30,14 +31,16 @@ public:
         virtual void presenceElsewhere(const QString& boardId, const QByteArray& frame) = 0;
     };
 
-    // A clock value of the convergence fields: (version, versionuser).
+    // A clock value of the convergence fields: (version, versionuser,
+    // versiondevice), compared in that order; a peer without devices sends 0.
     struct Version
     {
         qint64 version = 0;
         qint64 user = 0;
+        qint64 device = 0;
         bool operator<(const Version& other) const
         {
-            return version < other.version || (version == other.version && user < other.user);
+            return std::tie(version, user, device) < std::tie(other.version, other.user, other.device);
         }
     };
 

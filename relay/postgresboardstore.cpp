@@ -27,6 +27,8 @@ SqlBoardStore::Dialect postgresDialect()
         "CREATE INDEX items_by_sequence ON items (board, sequence, step);"
         "CREATE TABLE entries (board TEXT NOT NULL, sequence BIGINT NOT NULL, origin TEXT NOT NULL, frame BYTEA NOT NULL,"
         " PRIMARY KEY (board, sequence));",
+        // 2: the device of a version, after the user; 0 for what came before.
+        "ALTER TABLE items ADD COLUMN versiondevice BIGINT NOT NULL DEFAULT 0;",
     };
     // The commit notifies the board's channel with the last number it took;
     // PostgreSQL sends it when the transaction commits, and only then.

@@ -26,11 +26,12 @@ bool run(QSqlQuery& query)
     return false;
 }
 
-QVariant versionValue(const std::optional<BoardStore::Version>& version, bool user)
+// One column of the version: its clock, user or device; null without a version.
+QVariant versionValue(const std::optional<BoardStore::Version>& version, qint64 BoardStore::Version::*column)
 {
     if (!version)
         return QVariant(QMetaType::fromType<qint64>());
-    return user ? version->user : version->version;
+    return (*version).*column;
 }
 
 BoardStore::Item itemFrom(const QSqlQuery& query, int first)
@@ -38,8 +39,9 @@ BoardStore::Item itemFrom(const QSqlQuery& query, int first)
     BoardStore::Item item;
     item.author = query.value(first).toLongLong();
     if (!query.value(first + 1).isNull())
-        item.version = BoardStore::Version { query.value(first + 1).toLongLong(), query.value(first + 2).toLongLong() };
-    item.envelope = query.value(first + 3).toByteArray();
+        item.version = BoardStore::Version { query.value(first + 1).toLongLong(), query.value(first + 2).toLongLong(),
+                                             query.value(first + 3).toLongLong() };
+    item.envelope = query.value(first + 4).toByteArray();
     return item;
 }
 
@@ -197,7 +199,7 @@ bool SqlBoardStore::createBoard(const QString& boardId, qint64 owner)
 bool SqlBoardStore::items(const QString& boardId, QList<Item>* items)
 {
     items->clear();
-    QSqlQuery& query = statement(QStringLiteral("SELECT gid, author, version, versionuser, envelope FROM items WHERE board = ? ORDER BY sequence, step"));
+    QSqlQuery& query = statement(QStringLiteral("SELECT gid, author, version, versionuser, versiondevice, envelope FROM items WHERE board = ? ORDER BY sequence, step"));
     query.addBindValue(boardId);
     if (!run(query))
         return false;
@@ -212,7 +214,7 @@ bool SqlBoardStore::items(const QString& boardId, QList<Item>* items)
 
 std::optional<BoardStore::Item> SqlBoardStore::item(const QString& boardId, const QString& gid)
 {
-    QSqlQuery& query = statement(QStringLiteral("SELECT author, version, versionuser, envelope FROM items WHERE board = ? AND gid = ?"));
+    QSqlQuery& query = statement(QStringLiteral("SELECT author, version, versionuser, versiondevice, envelope FROM items WHERE board = ? AND gid = ?"));
     query.addBindValue(boardId);
     query.addBindValue(gid);
     std::optional<Item> result;
@@ -343,18 +345,21 @@ bool SqlBoardStore::putRows(const QString& boardId, const QList<Row>& rows)
 {
     for (qsizetype first = 0; first < rows.size(); first += kRowsPerStatement) {
         const int count = int(std::min<qsizetype>(kRowsPerStatement, rows.size() - first));
-        QSqlQuery& query = rowsStatement(QStringLiteral("INSERT INTO items (board, gid, author, version, versionuser, sequence, step, envelope) VALUES "),
-                                         count, 8,
+        QSqlQuery& query = rowsStatement(QStringLiteral("INSERT INTO items (board, gid, author, version, versionuser, versiondevice, sequence, step, envelope) VALUES "),
+                                         count, 9,
                                          QStringLiteral(" ON CONFLICT (board, gid) DO UPDATE SET"
                                                         " author = excluded.author, version = excluded.version, versionuser = excluded.versionuser,"
+                                                        " versiondevice = excluded.versiondevice,"
                                                         " sequence = excluded.sequence, step = excluded.step, envelope = excluded.envelope"));
         for (int i = 0; i < count; ++i) {
             const Row& row = rows[first + i];
             query.addBindValue(boardId);
             query.addBindValue(row.item->gid);
             query.addBindValue(row.item->author);
-            query.addBindValue(versionValue(row.item->version, false));
-            query.addBindValue(versionValue(row.item->version, true));
+            query.addBindValue(versionValue(row.item->version, &Version::version));
+            query.addBindValue(versionValue(row.item->version, &Version::user));
+            // Not null: a row without a version has the device 0.
+            query.addBindValue(row.item->version ? row.item->version->device : 0);
             query.addBindValue(row.sequence);
             query.addBindValue(row.step);
             query.addBindValue(row.item->envelope);
@@ -386,15 +391,15 @@ bool SqlBoardStore::clear(const QString& boardId, const Change& change)
     if (change.kind == Change::ClearByAuthor)
         text += QStringLiteral(" AND author = ?");
     if (change.before)
-        text += QStringLiteral(" AND (version IS NULL OR version < ? OR (version = ? AND versionuser < ?))");
+        text += QStringLiteral(" AND (version IS NULL OR (version, versionuser, versiondevice) < (?, ?, ?))");
     QSqlQuery& query = statement(text);
     query.addBindValue(boardId);
     if (change.kind == Change::ClearByAuthor)
         query.addBindValue(change.author);
     if (change.before) {
         query.addBindValue(change.before->version);
-        query.addBindValue(change.before->version);
         query.addBindValue(change.before->user);
+        query.addBindValue(change.before->device);
     }
     return run(query);
 }

@@ -23,6 +23,8 @@ SqlBoardStore::Dialect sqliteDialect()
         "ALTER TABLE items ADD COLUMN step INTEGER NOT NULL DEFAULT 0;"
         "CREATE TABLE entries (board TEXT NOT NULL, sequence INTEGER NOT NULL, origin TEXT NOT NULL, frame BLOB NOT NULL,"
         " PRIMARY KEY (board, sequence)) WITHOUT ROWID;",
+        // 3: the device of a version, after the user; 0 for what came before.
+        "ALTER TABLE items ADD COLUMN versiondevice INTEGER NOT NULL DEFAULT 0;",
     };
     return dialect;
 }

@@ -3,10 +3,12 @@
 // by item and pixel by pixel, a late joiner's replay included.
 //
 // `tst_convergence --seeds N` runs N random scripts per delivery mode instead
-// of the few that CI runs.
+// of the few that CI runs; `--gid CLOCK` prints gids made at that clock and
+// exits (the test runs itself so to compare processes).
 #include "testsupport.h"
 
 #include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicobject.h"
 #include "graphics/graphicpalette.h"
 #include "scene/scenerender.h"
 
@@ -15,9 +17,11 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QMap>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QSet>
 
+#include <cstdio>
 #include <deque>
 #include <functional>
 
@@ -97,14 +101,16 @@ private:
 };
 
 // The owner (board 0), three participants and a late joiner (board 4).
+// Boards 1 and 3 are one account on two devices.
 struct Boards
 {
     static constexpr int kActing = 4;
+    static constexpr int kSecondDevice = 3;
 
     Boards()
     {
         for (int i = 0; i <= kActing; ++i) {
-            boards.push_back(std::make_unique<ViewFixture>(QSize(1080, 720), 100 + i));
+            boards.push_back(std::make_unique<ViewFixture>(QSize(1080, 720), 100 + (i == kSecondDevice ? 1 : i)));
             boards.back()->view->setIsOwner(i == 0);
             boards.back()->view->setId(QStringLiteral("board-7"));
             relay.add(boards.back()->view);
@@ -348,6 +354,8 @@ private slots:
         QTest::newRow("paste twice, then move a copy") << 4;
         QTest::newRow("line at a view pixel the wire rounds") << 5;
         QTest::newRow("stroke scaled by its handle") << 6;
+        QTest::newRow("two devices of one account drag one item at once") << 7;
+        QTest::newRow("two devices of one account undo their moves at once") << 8;
     }
 
     void reproductions()
@@ -421,18 +429,64 @@ private slots:
             QVERIFY(floatExact(stroke));
             break;
         }
+        case 7:
+            // One account, one clock value: only the device tells the changes apart.
+            boards.drag(1, QPoint(200, 175), QPoint(260, 175));
+            boards.drag(Boards::kSecondDevice, QPoint(200, 175), QPoint(200, 300));
+            break;
+        case 8:
+            boards.drag(1, QPoint(200, 175), QPoint(260, 175));
+            boards.relay.deliver();
+            boards.drag(Boards::kSecondDevice, QPoint(260, 175), QPoint(260, 300));
+            boards.relay.deliver();
+            boards[1].scene->undo();
+            boards[Boards::kSecondDevice].scene->undo();
+            QVERIFY(boards[1].scene->findItem(gid)->boundary() != boards[Boards::kSecondDevice].scene->findItem(gid)->boundary());
+            break;
         }
         expectConverged(boards);
         if (script == 4)
             QCOMPARE(boards[4].scene->itemCount(GraphicScene::ItemLayer), 3);
     }
+
+    // Two processes that make items in one millisecond must not make one gid:
+    // a generator left unseeded draws the same numbers in every process, so
+    // two fresh runs of this binary would print the same gids.
+    void gidsOfTwoProcessesDiffer()
+    {
+        const auto gidsOfProcess = [] {
+            QProcess process;
+            process.start(QCoreApplication::applicationFilePath(), { QStringLiteral("--gid"), QStringLiteral("1700000000123") });
+            if (!process.waitForFinished(30000) || process.exitCode() != 0)
+                return QStringList();
+            return QString::fromLatin1(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        };
+        const QStringList first = gidsOfProcess();
+        const QStringList second = gidsOfProcess();
+        QCOMPARE(first.size(), 3);
+        QCOMPARE(second.size(), 3);
+        for (const QString& gid : first) {
+            QVERIFY2(!second.contains(gid), qPrintable(gid));
+            // Decimal text, as every peer expects.
+            bool decimal = false;
+            gid.toLongLong(&decimal);
+            QVERIFY(decimal);
+        }
+    }
 };
 
 int main(int argc, char** argv)
 {
-    // `--seeds N` is ours; everything else goes to the test framework.
+    // `--seeds N` and `--gid CLOCK` are ours; everything else goes to the test framework.
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
+        if (qstrcmp(argv[i], "--gid") == 0 && i + 1 < argc) {
+            // The first gids a fresh process makes, all at the given clock.
+            const qint64 clock = QByteArray(argv[i + 1]).toLongLong();
+            for (int n = 0; n < 3; ++n)
+                std::printf("%s\n", qPrintable(GraphicObject::makeGid(clock)));
+            return 0;
+        }
         if (qstrcmp(argv[i], "--seeds") == 0 && i + 1 < argc)
             g_seeds = QByteArray(argv[++i]).toInt();
         else

@@ -1,8 +1,7 @@
 #include "graphics/graphicobject.h"
 
 #include <QDateTime>
-
-#include <cstdlib>
+#include <QRandomGenerator>
 
 GraphicObject::GraphicObject(QObject* parent)
     : QObject(parent)
@@ -34,8 +33,19 @@ GraphicObject::~GraphicObject() = default;
 
 QString GraphicObject::makeGid()
 {
-    const quint64 product = quint64(QDateTime::currentMSecsSinceEpoch()) * quint64(qint64(std::rand()));
-    return QString::number(qint64(product), 10);
+    return makeGid(QDateTime::currentMSecsSinceEpoch());
+}
+
+QString GraphicObject::makeGid(qint64 clock)
+{
+    // The global generator is seeded by the system once per process (and is
+    // safe from any thread): two processes, or two devices, making an item in
+    // one millisecond draw different numbers. Two gids of one millisecond
+    // collide with a chance of 2^-64 times 2 to the clock's trailing zero bits.
+    quint64 random = 0;
+    while (random == 0)
+        random = QRandomGenerator::global()->generate64();
+    return QString::number(qint64(quint64(clock) * random), 10);
 }
 
 void GraphicObject::setEnabled(bool enabled)

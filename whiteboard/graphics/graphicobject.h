@@ -58,10 +58,12 @@ public:
     qlonglong userId() const { return m_userId; }
     void setUserId(qlonglong userId);
 
-    // Clock times a random number, wrapping in 64 bits; uniqueness is not
-    // checked. The scene keeps one item per gid, so a collision would make
-    // the newer item take the older one's place on every board.
+    // The clock in milliseconds times a random 64-bit number of a generator
+    // seeded per process, wrapping in 64 bits, as decimal text; uniqueness is
+    // not checked. The scene keeps one item per gid, so a collision would
+    // make the newer item take the older one's place on every board.
     static QString makeGid();
+    static QString makeGid(qint64 clock);
 
 signals:
     void enabledChanged();

@@ -27,6 +27,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 
 class QFocusEvent;
 class QHoverEvent;
@@ -105,15 +106,17 @@ public:
 
     // The place of a change in the board's order: a Lamport clock that every
     // board advances past each version it sees, then the account id of the
-    // user who made the change. Compared in that order; all zero for changes
-    // that never carried a version.
+    // user who made the change, then the device that made it (one account may
+    // be on several at once). Compared in that order; all zero for changes
+    // that never carried a version, and the device 0 for peers that send none.
     struct Version
     {
         qint64 clock = 0;
         qint64 user = 0;
+        qint64 device = 0;
         bool operator<(const Version& other) const
         {
-            return clock < other.clock || (clock == other.clock && user < other.user);
+            return std::tie(clock, user, device) < std::tie(other.clock, other.user, other.device);
         }
     };
 
@@ -164,6 +167,7 @@ public:
     void setDisableDrag(bool disableDrag);
 
     qint64 currentUserId() const { return m_currentUserId; }
+    qint64 deviceId() const { return m_deviceId; }
     void setCurrentUserId(qint64 userId) { m_currentUserId = userId; }
     QString userName() const { return m_userName; }
     void setUserName(const QString& name) { m_userName = name; }
@@ -386,6 +390,7 @@ private:
 
     // Stamps and sends a clear; returns its version.
     Version sendOperation(im::whiteboard::UserOperation_Type type);
+    static qint64 newDeviceId();
     // The next version of a local change of `gid`, which this board now holds.
     Version stampChange(const QString& gid);
     void advanceClock(qint64 seen);
@@ -452,6 +457,9 @@ private:
     QTransform m_sceneToViewTransform;
     QImage m_renderedImage;
     qint64 m_currentUserId = 0;
+    // Random per view and never 0: two devices of one account must not make
+    // equal versions for different changes.
+    const qint64 m_deviceId = newDeviceId();
     qint64 m_serverTimeOffset = 0;
     QBrush m_backgroundBrush = QBrush(QColor("#b2b2b2"), Qt::CrossPattern);
     QSize m_sceneSize = QSize(1080, 720);

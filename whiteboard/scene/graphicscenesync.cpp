@@ -15,6 +15,7 @@
 #include <QFont>
 #include <QMutexLocker>
 #include <QQuickItem>
+#include <QRandomGenerator>
 
 #include <algorithm>
 #include <memory>
@@ -23,6 +24,21 @@
 namespace pb = im::whiteboard;
 
 namespace whiteboard {
+
+namespace {
+
+// Absent fields read as 0: a peer without devices ties as it always did.
+GraphicScene::Version versionOf(const pb::GraphicAction& action)
+{
+    return { action.version(), action.versionuser(), action.versiondevice() };
+}
+
+GraphicScene::Version versionOf(const pb::UserOperation& operation)
+{
+    return { operation.version(), operation.versionuser(), operation.versiondevice() };
+}
+
+} // namespace
 
 // One admitted entry of a received list, as parsed, with its kind of item.
 struct GraphicScene::ReceivedEntry
@@ -63,10 +79,20 @@ QString GraphicScene::boardId() const
     return m_view ? m_view->property("id").toString() : QString();
 }
 
+qint64 GraphicScene::newDeviceId()
+{
+    // The global generator is seeded by the system, once per process, and
+    // may be used from any thread.
+    qint64 id = 0;
+    while (id == 0)
+        id = qint64(QRandomGenerator::global()->generate64());
+    return id;
+}
+
 GraphicScene::Version GraphicScene::stampChange(const QString& gid)
 {
     QMutexLocker locker(&m_itemsMutex);
-    const Version version { ++m_clock, m_currentUserId };
+    const Version version { ++m_clock, m_currentUserId, m_deviceId };
     m_gids[gid].version = version;
     return version;
 }
@@ -94,7 +120,7 @@ void GraphicScene::sendItemBatch(pb::GraphicActionType type, const GraphicItemLi
 
 GraphicScene::Version GraphicScene::sendOperation(pb::UserOperation_Type type)
 {
-    const Version version { ++m_clock, m_currentUserId };
+    const Version version { ++m_clock, m_currentUserId, m_deviceId };
     // Our own id also for a clear by user: the others clear the sender's items.
     post(makeOperationMessage(boardId(), type, m_currentUserId, version, qint64(serverTimestamp())));
     return version;
@@ -186,7 +212,7 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
         && type != pb::GraphicActionRemove)
         return;
     if (action.has_version()) {
-        applyVersionedAction(action, Version { action.version(), action.versionuser() });
+        applyVersionedAction(action, versionOf(action));
         return;
     }
     // A peer without versions: applied in the order of arrival, the last
@@ -421,7 +447,7 @@ void GraphicScene::applyUserOperation(const pb::UserOperation& operation)
     }
     if (operation.has_version()) {
         advanceClock(operation.version());
-        raiseClearMark(Version { operation.version(), operation.versionuser() }, author);
+        raiseClearMark(versionOf(operation), author);
         return;
     }
     GraphicItemList list = items(ItemLayer, 1);

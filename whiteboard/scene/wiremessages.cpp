@@ -29,6 +29,15 @@ pb::TransferData* makeSingle(const QString& boardId, const pb::WhiteboardData& b
     return data;
 }
 
+// Every field of the version, the device too: a board always has one.
+template<typename Message>
+void setVersion(Message* message, const GraphicScene::Version& version)
+{
+    message->set_version(version.clock);
+    message->set_versionuser(version.user);
+    message->set_versiondevice(version.device);
+}
+
 void addItemEnvelope(pb::TransferData* data, pb::GraphicActionType type, GraphicItem* item, qint64 time,
                      const GraphicScene::Version& version)
 {
@@ -39,8 +48,7 @@ void addItemEnvelope(pb::TransferData* data, pb::GraphicActionType type, Graphic
     action->set_timestamp(time);
     action->set_graphicactiontype(type);
     action->set_gid(gid);
-    action->set_version(version.clock);
-    action->set_versionuser(version.user);
+    setVersion(action, version);
     // Removals carry the whole item too.
     item->serializeToAction(action);
     pb::SingleWhiteboardData* envelope = addEnvelope(data, body, time);
@@ -77,8 +85,7 @@ pb::TransferData* makeOperationMessage(const QString& boardId, pb::UserOperation
     operation->set_operationtype(type);
     operation->set_timestamp(time);
     operation->set_userid(userId);
-    operation->set_version(version.clock);
-    operation->set_versionuser(version.user);
+    setVersion(operation, version);
     return makeSingle(boardId, body, time);
 }
 
