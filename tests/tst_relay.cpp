@@ -269,11 +269,15 @@ struct RawClient
 };
 
 // An action on a rectangle by `author`, as a board sends it; its width tells
-// states apart. A negative version leaves the version fields out.
+// states apart. A negative version leaves the version fields out, a device of
+// 0 the device.
 pb::TransferData rectAction(pb::GraphicActionType type, const std::string& gid, qint64 author, float width = 10, qint64 version = -1,
-                            qint64 versionUser = 0)
+                            qint64 versionUser = 0, qint64 versionDevice = 0)
 {
-    return transferOf({ rectBody(type, gid, QRectF(0, 0, width, 0), author, version, versionUser) }, gid, kBoard.toStdString());
+    pb::WhiteboardData body = rectBody(type, gid, QRectF(0, 0, width, 0), author, version, versionUser);
+    if (versionDevice)
+        body.mutable_graphicactiondata()->set_versiondevice(versionDevice);
+    return transferOf({ body }, gid, kBoard.toStdString());
 }
 
 pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10)
@@ -281,7 +285,8 @@ pb::TransferData rectAdd(const std::string& gid, qint64 author, float width = 10
     return rectAction(pb::GraphicActionAdd, gid, author, width);
 }
 
-// "update a1 10 v6" per item action received from `first` on.
+// "update a1 10 v6" (with a device: "v6 d9") per item action received from
+// `first` on.
 QStringList actionsOf(const RawClient& client, size_t first)
 {
     const char* names[] = { "add", "update", "modify", "remove" };
@@ -296,6 +301,8 @@ QStringList actionsOf(const RawClient& client, size_t first)
                 text += QStringLiteral(" %1").arg(action.rectdata().data(0).width());
             if (action.has_version())
                 text += QStringLiteral(" v%1").arg(action.version());
+            if (action.has_versiondevice())
+                text += QStringLiteral(" d%1").arg(action.versiondevice());
             result << text;
         }
     }
@@ -317,6 +324,7 @@ private slots:
     void refusalsCorrectTheSender_data();
     void refusalsCorrectTheSender();
     void movedPictureReachesLateJoinersWithItsPixels();
+    void oneAccountOnTwoDevicesKeepsTheNewerChange();
     void pointerPositionsAreRelayedWithinTheirRate();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
@@ -480,6 +488,17 @@ void tst_Relay::nonOwnerUpdateIsRefusedAndCorrected()
     alice.fixture.drag(aliceCentre, aliceCentre + QPoint(50, 100), 4);
     QVERIFY(alice.list()[0]->boundary() != original);
     QTRY_COMPARE(bob.list()[0]->boundary(), alice.list()[0]->boundary());
+
+    // Bob's clear empties his board at once; the relay refuses it, and its
+    // answer wins over his board's own clear.
+    const QByteArray state = alice.list()[0]->serialize();
+    bob.fixture.scene->clearAll();
+    QCOMPARE(bob.items(), 0);
+    QTRY_VERIFY(boards.relay.log().contains(QStringLiteral("refused clear all on board %1 by user 1002").arg(kBoard)));
+    QTRY_COMPARE(bob.items(), 1);
+    QCOMPARE(bob.list()[0]->serialize(), state);
+    QCOMPARE(alice.items(), 1);
+    QCOMPARE(alice.list()[0]->serialize(), state);
 }
 
 // The author and the owner drag one item at once, the second perhaps before
@@ -621,6 +640,60 @@ void tst_Relay::movedPictureReachesLateJoinersWithItsPixels()
     const pb::Image image = bodiesOf(late.received.front()).first().graphicactiondata().imagedata().data(0);
     QCOMPARE(image.leftpos().x(), 300.0f);
     QCOMPARE(QByteArray::fromStdString(image.data()), QByteArray("picture bytes"));
+}
+
+// Two devices of one account make changes of one clock value: the device
+// decides, also for what the relay stores and reads back after a restart.
+void tst_Relay::oneAccountOnTwoDevicesKeepsTheNewerChange()
+{
+    RelayProcess relay;
+    QVERIFY(relay.start());
+    // Alice on her desktop (the owner, as she comes first) and on her phone.
+    auto desktop = std::make_unique<RawClient>(relay.url, 1001);
+    desktop->join();
+    QTRY_VERIFY(desktop->joined());
+    auto phone = std::make_unique<RawClient>(relay.url, 1001);
+    auto bob = std::make_unique<RawClient>(relay.url, 1002);
+    phone->join();
+    bob->join();
+    QTRY_VERIFY(phone->joined() && bob->joined());
+    desktop->send(rectAction(pb::GraphicActionAdd, "a1", 1001, 10, 5, 1001, 8));
+    QTRY_COMPARE(bob->gids().size(), 1);
+
+    // Bob sees what the relay took, up to the marker c1.
+    const auto takes = [&bob](RawClient& from, const QList<pb::TransferData>& messages, const std::string& marker) {
+        const size_t mark = bob->received.size();
+        for (const pb::TransferData& message : messages)
+            from.send(message);
+        from.send(rectAdd(marker, 1001));
+        const QString end = QStringLiteral("add %1 10").arg(QString::fromStdString(marker));
+        if (!QTest::qWaitFor([&] { return actionsOf(*bob, mark).endsWith(end); }, 10000))
+            return QStringList { QStringLiteral("no marker") };
+        return actionsOf(*bob, mark).mid(0, actionsOf(*bob, mark).size() - 1);
+    };
+    QCOMPARE(takes(*phone, { rectAction(pb::GraphicActionUpdate, "a1", 1001, 20, 6, 1001, 9) }, "m1"),
+             QStringList { "update a1 20 v6 d9" });
+    // The desktop had not heard of it: one of its changes of clock 6 is
+    // older than the phone's, one newer.
+    QCOMPARE(takes(*desktop, { rectAction(pb::GraphicActionUpdate, "a1", 1001, 30, 6, 1001, 8),
+                               rectAction(pb::GraphicActionUpdate, "a1", 1001, 40, 6, 1001, 11) }, "m2"),
+             QStringList { "update a1 40 v6 d11" });
+
+    // Read back from the store after a restart, the device still decides.
+    desktop.reset();
+    phone.reset();
+    bob.reset();
+    QVERIFY(relay.terminate());
+    QVERIFY(relay.start());
+    phone = std::make_unique<RawClient>(relay.url, 1001);
+    bob = std::make_unique<RawClient>(relay.url, 1002);
+    phone->join();
+    bob->join();
+    QTRY_VERIFY(phone->joined() && bob->joined());
+    QVERIFY(actionsOf(*bob, 0).contains(QStringLiteral("add a1 40 v6 d11")));
+    QCOMPARE(takes(*phone, { rectAction(pb::GraphicActionUpdate, "a1", 1001, 50, 6, 1001, 10) }, "m3"), QStringList());
+    QCOMPARE(takes(*phone, { rectAction(pb::GraphicActionUpdate, "a1", 1001, 60, 6, 1001, 12) }, "m4"),
+             QStringList { "update a1 60 v6 d12" });
 }
 
 void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
