@@ -167,7 +167,6 @@ public:
     void setDisableDrag(bool disableDrag);
 
     qint64 currentUserId() const { return m_currentUserId; }
-    qint64 deviceId() const { return m_deviceId; }
     void setCurrentUserId(qint64 userId) { m_currentUserId = userId; }
     QString userName() const { return m_userName; }
     void setUserName(const QString& name) { m_userName = name; }
