@@ -11,6 +11,7 @@
 #include "relay/client/relayconnection.h"
 
 
+#include <QDir>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSqlDatabase>
@@ -325,6 +326,7 @@ private slots:
     void refusalsCorrectTheSender();
     void movedPictureReachesLateJoinersWithItsPixels();
     void oneAccountOnTwoDevicesKeepsTheNewerChange();
+    void boardsStoredBeforeDevicesAreMigrated();
     void pointerPositionsAreRelayedWithinTheirRate();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
@@ -694,6 +696,52 @@ void tst_Relay::oneAccountOnTwoDevicesKeepsTheNewerChange()
     QCOMPARE(takes(*phone, { rectAction(pb::GraphicActionUpdate, "a1", 1001, 50, 6, 1001, 10) }, "m3"), QStringList());
     QCOMPARE(takes(*phone, { rectAction(pb::GraphicActionUpdate, "a1", 1001, 60, 6, 1001, 12) }, "m4"),
              QStringList { "update a1 60 v6 d12" });
+}
+
+// A file of the schema before devices, with an item in it: the relay adds
+// the column on start, and the item's device reads as 0, so that any device's
+// change of the same clock and user is newer.
+void tst_Relay::boardsStoredBeforeDevicesAreMigrated()
+{
+    if (!postgresServer().isEmpty())
+        QSKIP("the schema of a file; this is the run on PostgreSQL");
+    RelayProcess relay;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("old"));
+        db.setDatabaseName(QDir(relay.dir()).filePath(QStringLiteral("boards.sqlite")));
+        QVERIFY(db.open());
+        QSqlQuery query(db);
+        const QStringList schema = {
+            "CREATE TABLE boards (id TEXT PRIMARY KEY, owner INTEGER NOT NULL, sequence INTEGER NOT NULL DEFAULT 0)",
+            "CREATE TABLE items (board TEXT NOT NULL, gid TEXT NOT NULL, author INTEGER NOT NULL, version INTEGER, versionuser INTEGER,"
+            " sequence INTEGER NOT NULL, envelope BLOB NOT NULL, step INTEGER NOT NULL DEFAULT 0, PRIMARY KEY (board, gid))",
+            "CREATE TABLE entries (board TEXT NOT NULL, sequence INTEGER NOT NULL, origin TEXT NOT NULL, frame BLOB NOT NULL,"
+            " PRIMARY KEY (board, sequence)) WITHOUT ROWID",
+            "PRAGMA user_version = 2",
+        };
+        for (const QString& statement : schema)
+            QVERIFY2(query.exec(statement), qPrintable(query.lastError().text()));
+        QVERIFY(query.prepare(QStringLiteral("INSERT INTO boards VALUES (?, 1001, 1)")));
+        query.addBindValue(kBoard);
+        QVERIFY(query.exec());
+        QVERIFY(query.prepare(QStringLiteral("INSERT INTO items VALUES (?, 'a1', 1001, 5, 1001, 1, ?, 0)")));
+        query.addBindValue(kBoard);
+        const pb::TransferData add = rectAction(pb::GraphicActionAdd, "a1", 1001, 10, 5, 1001);
+        query.addBindValue(QByteArray::fromStdString(add.multi().whiteboarddatalist(0).SerializeAsString()));
+        QVERIFY(query.exec());
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("old"));
+    QVERIFY(relay.start());
+    QTRY_VERIFY(relay.log().contains(QStringLiteral("storage schema migrated to version 3")));
+
+    RawClient alice(relay.url, 1001);
+    RawClient bob(relay.url, 1002);
+    alice.join();
+    bob.join();
+    QTRY_VERIFY(alice.joined() && bob.joined());
+    QCOMPARE(actionsOf(bob, 0), QStringList { "add a1 10 v5" });
+    alice.send(rectAction(pb::GraphicActionUpdate, "a1", 1001, 20, 5, 1001, 3));
+    QTRY_COMPARE(actionsOf(bob, 0), (QStringList { "add a1 10 v5", "update a1 20 v5 d3" }));
 }
 
 void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
