@@ -176,8 +176,14 @@ int main(int argc, char* argv[])
         }
     }
 
+    // Read before the application takes its own options out of argv: on X11
+    // it takes --name (the window class), which is the demo's user name.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+
     QGuiApplication app(argc, argv);
-    parser.process(app);
+    parser.process(arguments);
     const QString screenshotPath = parser.value(screenshotOption);
 
     // Without a display there is no GPU context to be had: draw in software.

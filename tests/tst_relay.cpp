@@ -381,7 +381,6 @@ void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
 
     // A real late board loads the same, through the second of its relays
     // when nothing answers at the first.
-    QTest::ignoreMessage(QtDebugMsg, "server data loaded.");
     const QUrl nobody(QStringLiteral("ws://127.0.0.1:1"));
     Peer carol(nobody, 1005, QStringLiteral("Carol"));
     carol.connection.setUrls({ nobody, relay.url });

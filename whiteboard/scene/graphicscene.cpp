@@ -26,6 +26,8 @@
 #include <cmath>
 #include <functional>
 
+Q_LOGGING_CATEGORY(lcWhiteboardScene, "whiteboard.scene", QtInfoMsg)
+
 namespace whiteboard {
 
 namespace {
@@ -201,7 +203,7 @@ void GraphicScene::setFocusItem(const QSharedPointer<GraphicItem>& item)
     m_focusItem = item;
     if (m_focusItem) {
         m_focusItem->setActiveFocus(true);
-        qDebug() << "focus item:" << m_focusItem->gid();
+        qCDebug(lcWhiteboardScene) << "focus item:" << m_focusItem->gid();
     }
     repaintHandles(handles);
     emit focusItemChanged();
@@ -219,7 +221,7 @@ void GraphicScene::setSceneSize(const QSize& size)
 {
     const bool zero = size.width() == 0 && size.height() == 0;
     if (zero)
-        qDebug() << "scene size cant be 0, please check.";
+        qCWarning(lcWhiteboardScene) << "scene size cant be 0, please check.";
     if (size == m_sceneSize || zero)
         return;
     {
@@ -717,12 +719,11 @@ void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
     repaintHandles(handles);
 }
 
+// Every selected item drops its veil too: one left selected outside the
+// list keeps its veil, and no later click reaches it to take it off.
 void GraphicScene::clearSelection()
 {
-    QMutexLocker locker(&m_itemsMutex);
-    const QRectF handles = handlesArea();
-    m_selectedItems.clear();
-    repaintHandles(handles);
+    deselectAll();
 }
 
 QRectF GraphicScene::handlesArea()
