@@ -67,6 +67,7 @@ Rectangle {
                 }
             }
             ColumnLayout {
+                Layout.fillWidth: true
                 spacing: 0
                 Text {
                     text: board.userName
@@ -77,11 +78,12 @@ Rectangle {
                 Text {
                     text: "account " + board.accountId + (board.owner ? " · owner" : " · participant")
                           + " · board “" + board.boardId + "” · " + board.statusText
+                    Layout.fillWidth: true
+                    elide: Text.ElideRight
                     font.pixelSize: 12
                     color: "#656d76"
                 }
             }
-            Item { Layout.fillWidth: true }
 
             // Overview of the whole page, kept up to date by the scene.
             Column {

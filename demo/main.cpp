@@ -208,6 +208,12 @@ int main(int argc, char* argv[])
             std::fprintf(stderr, "whiteboard-demo: --user needs a positive account id\n");
             return 2;
         }
+        // Shown on the board too (the connection makes no attempt), but a
+        // person who typed it reads it here first.
+        const QUrl relayUrl(parser.value(relayOption));
+        if (!relayUrl.isValid() || (relayUrl.scheme() != QLatin1String("ws") && relayUrl.scheme() != QLatin1String("wss")))
+            std::fprintf(stderr, "whiteboard-demo: --relay wants a ws:// or wss:// URL, e.g. ws://127.0.0.1:8765, not \"%s\"\n",
+                         qPrintable(parser.value(relayOption)));
         properties.insert(QStringLiteral("remote"), true);
         properties.insert(QStringLiteral("relayUrl"), QUrl(parser.value(relayOption)));
         properties.insert(QStringLiteral("boardId"), parser.value(boardOption));

@@ -18,7 +18,8 @@ namespace relay::client {
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcConnection, "whiteboard.relay.connection")
+// Its debug lines (connects, disconnects) are off unless asked for.
+Q_LOGGING_CATEGORY(lcConnection, "whiteboard.relay.connection", QtInfoMsg)
 
 // Pauses between attempts: from the first to the longest, doubling.
 constexpr int kFirstRetryMs = 250;
@@ -32,7 +33,7 @@ QString urlProblem(const QUrl& url)
 {
     if (!url.isValid() || (url.scheme() != QLatin1String("ws") && url.scheme() != QLatin1String("wss"))
         || url.host().isEmpty())
-        return QStringLiteral("not a ws:// or wss:// URL: %1").arg(url.toString());
+        return QStringLiteral("not a ws:// or wss:// URL: %1").arg(url.isValid() ? url.toString() : url.errorString());
     return QString();
 }
 
