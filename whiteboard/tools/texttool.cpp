@@ -189,7 +189,9 @@ void TextTool::commitNewBox(QQuickItem* inputer)
         const double h = inputer->property("contentHeight").toDouble();
         text->setText(content);
         QPainterPath path;
-        path.addRect(QRectF(text->boundary().topLeft(), QSizeF(w, h) / m_scene->scale()));
+        // The field's font is the box's in view pixels, unscaled: its content
+        // size is the text's size in scene units.
+        path.addRect(QRectF(text->boundary().topLeft(), QSizeF(w, h)));
         text->setOutlinePath(path);
         text->setBoundary(path.boundingRect());
         if (GraphicController* controller = text->controller())
@@ -240,6 +242,7 @@ void TextTool::commitEdit(QQuickItem* inputer, const QSharedPointer<GraphicItem>
     }
 
     QPainterPath path;
+    // The field was sized to the frame on the screen.
     path.addRect(QRectF(item->boundary().topLeft(), QSizeF(inputer->width(), inputer->height()) / m_scene->scale()));
     QUndoStack& history = m_scene->undoStack();
     history.beginMacro(QStringLiteral("change text"));
