@@ -982,6 +982,9 @@ private slots:
         const QPoint tip = b->scene->mapFromScene(mark->boundary().topLeft()).toPoint();
         QVERIFY2(near(frame.pixelColor(tip + QPoint(17, 27)), colour), qPrintable(frame.pixelColor(tip + QPoint(17, 27)).name()));
         QVERIFY(!near(frame.pixelColor(tip + QPoint(int(maxWidth) + 6, 27)), colour));
+        // A zoom keeps the frame the painted extent.
+        b->view->scaleSceneToCenter(scale * 2);
+        QCOMPARE(mark->boundary().height() * scale * 2, 36.0);
     }
 };
 

@@ -4,6 +4,7 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
+#include "graphics/graphicmarkitem.h"
 #include "inputlimits.h"
 #include "scene/framestate.h"
 #include "scene/layerindex.h"
@@ -272,6 +273,9 @@ void GraphicScene::setScale(double scale, const QPointF& center)
         m_scale = scale;
         m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
         m_sceneToViewTransform = QTransform::fromScale(scale, scale);
+        // Pointers keep their size on the screen: their frames follow the zoom.
+        for (const QSharedPointer<GraphicItem>& mark : std::as_const(m_markItems))
+            static_cast<GraphicMarkItem*>(mark.data())->place(mark->boundary().topLeft(), scale);
     }
     emit scaleChanged();
     updateViewport(center);
