@@ -4,6 +4,7 @@
 #include "inputlimits.h"
 #include "proto/whiteboard.pb.h"
 
+#include <QFontInfo>
 #include <QFontMetricsF>
 #include <QGlyphRun>
 #include <QPainter>
@@ -212,7 +213,9 @@ void GraphicTextItem::buildMessage(im::whiteboard::Text* message) const
     style->set_overline(m_font.overline());
     style->set_underline(m_font.underline());
     style->set_strikeout(m_font.strikeOut());
-    style->set_pixelsize(m_font.pixelSize());
+    // A font sized in points (a host's field may be) goes out in the pixels
+    // it has here: -1 would be refused by every receiver's font.
+    style->set_pixelsize(m_font.pixelSize() > 0 ? m_font.pixelSize() : QFontInfo(m_font).pixelSize());
     style->set_stretch(m_font.stretch());
     style->set_wordspacing(float(m_font.wordSpacing()));
     const QStringList families = m_font.families();
@@ -256,7 +259,7 @@ void GraphicTextItem::readEntry(const google::protobuf::MessageLite& entry)
             font.setStyle(style.italic() ? QFont::StyleItalic : QFont::StyleNormal);
         if (style.has_overline())
             font.setOverline(style.overline());
-        if (style.has_pixelsize())
+        if (style.has_pixelsize() && style.pixelsize() > 0)
             font.setPixelSize(style.pixelsize());
         if (style.has_stretch())
             font.setStretch(style.stretch());
