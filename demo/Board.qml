@@ -14,7 +14,10 @@ Rectangle {
     required property url relayUrl
     required property int accountId
     required property string userName
+    // Whether the user owns the board before the relay says: the relay's
+    // answer to the join names the owner, and that holds from then on.
     required property bool isOwner
+    readonly property bool owner: connection.ownerId > 0 ? connection.ownerId === accountId : isOwner
     required property string boardId
     required property string exportFolder
     property color accent: "#1f6feb"
@@ -36,7 +39,7 @@ Rectangle {
         { label: "Rect", tool: GraphicDefine.Rectangle, tip: "Rectangle" },
         { label: "Ellipse", tool: GraphicDefine.Ellipse, tip: "Ellipse" },
         { label: "Text", tool: GraphicDefine.Text, tip: "Click to type a text" },
-        { label: "Image…", tool: GraphicDefine.Image, tip: "Choose a picture, then click where it goes" },
+        { label: "Image…", tool: GraphicDefine.Image, tip: "Choose a picture, then click where it goes (or drag its frame)" },
         { label: "Eraser", tool: GraphicDefine.Eraser, tip: "Drag across items to erase them" }
     ]
 
@@ -64,6 +67,7 @@ Rectangle {
                 }
             }
             ColumnLayout {
+                Layout.fillWidth: true
                 spacing: 0
                 Text {
                     text: board.userName
@@ -72,13 +76,14 @@ Rectangle {
                     color: "#1f2328"
                 }
                 Text {
-                    text: "account " + board.accountId + (board.isOwner ? " · owner" : " · participant")
+                    text: "account " + board.accountId + (board.owner ? " · owner" : " · participant")
                           + " · board “" + board.boardId + "” · " + board.statusText
+                    Layout.fillWidth: true
+                    elide: Text.ElideRight
                     font.pixelSize: 12
                     color: "#656d76"
                 }
             }
-            Item { Layout.fillWidth: true }
 
             // Overview of the whole page, kept up to date by the scene.
             Column {
@@ -147,8 +152,11 @@ Rectangle {
                 anchors.margins: 2
                 currentAccountId: board.accountId
                 userName: board.userName
-                isOwner: board.isOwner
+                isOwner: board.owner
                 textInputer: inputer
+                // A resized board shows the whole page again.
+                onWidthChanged: Qt.callLater(board.fitPage)
+                onHeightChanged: Qt.callLater(board.fitPage)
                 onPictureRefused: (path, reason) => refusal.text = "Picture not placed: " + reason
 
                 // The text input the board edits texts in: hidden until the
@@ -263,10 +271,11 @@ Rectangle {
                         board.notify(board.userName + ": export failed (no frame yet, or " + file + " not writable)")
                 }
             }
+            // Only the owner may clear the board; the others clear their own items.
             DemoButton {
-                text: "Clear"
-                tip: "Remove every item of the board"
-                onClicked: view.scene.clearAll()
+                text: board.owner ? "Clear" : "Clear mine"
+                tip: board.owner ? "Remove every item of the board" : "Remove the items you drew"
+                onClicked: board.owner ? view.scene.clearAll() : view.scene.clearByUid(board.accountId)
             }
         }
     }
@@ -307,6 +316,7 @@ Rectangle {
 
     readonly property string statusText: ["offline", "connecting", "loading", "online", "refused by the relay"][connection.status]
         + (connection.pendingCount > 0 ? " · " + connection.pendingCount + " waiting" : "")
+        + (connection.status !== RelayConnection.Online && connection.errorString !== "" ? " · " + connection.errorString : "")
 
     Component.onCompleted: {
         Qt.callLater(fitPage)

@@ -23,12 +23,15 @@ ApplicationWindow {
     property string status: remote ? "Draw: everybody on board “" + boardId + "” follows through the relay."
                                    : "Draw on either board: the other follows through the relay."
 
-    width: 1440
+    // One board fits half of a 1920-px screen, so two demo processes sit
+    // side by side; two boards fit the whole of it.
+    width: remote ? 950 : 1440
     height: 880
-    minimumWidth: 1100
-    minimumHeight: 640
+    minimumWidth: remote ? 760 : 1100
+    minimumHeight: 600
     visible: true
-    title: "Whiteboard demo"
+    title: remote ? first.userName + " on “" + boardId + "” · Whiteboard demo"
+                  : "Alice and Bob on “" + boardId + "” · Whiteboard demo"
     color: "#e9edf2"
 
     // The palette is one for the whole process: both boards draw with it.

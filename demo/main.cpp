@@ -176,8 +176,14 @@ int main(int argc, char* argv[])
         }
     }
 
+    // Read before the application takes its own options out of argv: on X11
+    // it takes --name (the window class), which is the demo's user name.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+
     QGuiApplication app(argc, argv);
-    parser.process(app);
+    parser.process(arguments);
     const QString screenshotPath = parser.value(screenshotOption);
 
     // Without a display there is no GPU context to be had: draw in software.
@@ -202,6 +208,12 @@ int main(int argc, char* argv[])
             std::fprintf(stderr, "whiteboard-demo: --user needs a positive account id\n");
             return 2;
         }
+        // Shown on the board too (the connection makes no attempt), but a
+        // person who typed it reads it here first.
+        const QUrl relayUrl(parser.value(relayOption));
+        if (!relayUrl.isValid() || (relayUrl.scheme() != QLatin1String("ws") && relayUrl.scheme() != QLatin1String("wss")))
+            std::fprintf(stderr, "whiteboard-demo: --relay wants a ws:// or wss:// URL, e.g. ws://127.0.0.1:8765, not \"%s\"\n",
+                         qPrintable(parser.value(relayOption)));
         properties.insert(QStringLiteral("remote"), true);
         properties.insert(QStringLiteral("relayUrl"), QUrl(parser.value(relayOption)));
         properties.insert(QStringLiteral("boardId"), parser.value(boardOption));

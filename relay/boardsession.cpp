@@ -275,6 +275,9 @@ void BoardSession::answerJoin(Participant* participant)
     pb::TransferData done;
     done.set_whiteboardid(m_boardId.toStdString());
     done.mutable_userjoin()->set_oldesttimestamp(1);
+    // Hosts label their user by it.
+    if (m_owner)
+        done.mutable_userjoin()->set_ownerid(m_owner);
     participant->send(QByteArray::fromStdString(done.SerializeAsString()));
     // From here on it receives the board's entries after `sequence`: nothing
     // committed before is missing from the replay, nothing after it is in it.

@@ -3,18 +3,26 @@
 // Shared fixtures: a real WhiteboardView in an offscreen QQuickWindow, driven
 // by QTest events, with frames awaited through signals.
 #include "graphics/graphicrectitem.h"
+#include "moduleregistration.h"
 #include "scene/graphicscene.h"
 #include "scene/scenerender.h"
 #include "whiteboardview.h"
 
 #include "proto/whiteboard.pb.h"
 
+#include <QFile>
+#include <QFileInfo>
+#include <QGuiApplication>
 #include <QPainter>
+#include <QQmlComponent>
+#include <QQmlContext>
+#include <QQmlEngine>
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -54,14 +62,67 @@ inline QImage paintedDirectly(whiteboard::GraphicScene* scene, const QColor& gro
     return image;
 }
 
+// Every measured text is set in a font the setup script installs, whatever
+// else the machine has: fontconfig would otherwise pick by what is there.
+inline void pinTestFont()
+{
+    QFont font(QStringLiteral("DejaVu Sans"));
+    font.setPixelSize(13);
+    QGuiApplication::setFont(font);
+}
+
+// The QML of the README's embedding example, the first `qml` block after its
+// heading, as hosts copy it.
+inline QByteArray readmeExample()
+{
+    QFile file(QStringLiteral(WHITEBOARD_SOURCE_DIR "/README.md"));
+    if (!file.open(QIODevice::ReadOnly))
+        return QByteArray();
+    const QByteArray text = file.readAll();
+    const qsizetype section = text.indexOf("## Embedding the view");
+    const qsizetype start = text.indexOf("```qml\n", section);
+    const qsizetype end = text.indexOf("```\n", start + 7);
+    return section < 0 || start < 0 || end < 0 ? QByteArray() : text.mid(start + 7, end - start - 7);
+}
+
+// The README's example made as a host makes it, its text field inside the
+// view, with `connection` (the host's transport) a context property. The
+// engine registers the module in-process, as a host linking the library
+// does, so the module folder stays off its import path.
+inline WhiteboardView* makeReadmeView(QQmlEngine& engine, QObject* connection, QQuickItem* parent)
+{
+    whiteboard::registerModuleTypes("com.im.whiteboard");
+    QStringList importPaths = engine.importPathList();
+    importPaths.removeIf([](const QString& path) { return QFileInfo::exists(path + QStringLiteral("/com/im/whiteboard/qmldir")); });
+    engine.setImportPathList(importPaths);
+    auto* context = new QQmlContext(&engine, &engine);
+    context->setContextProperty(QStringLiteral("connection"), connection);
+    QQmlComponent component(&engine);
+    component.setData(readmeExample(), QUrl(QStringLiteral("readme-example.qml")));
+    auto* view = qobject_cast<WhiteboardView*>(component.beginCreate(context));
+    if (!view) {
+        qWarning("README example: %s", qPrintable(component.errorString()));
+        return nullptr;
+    }
+    // Goes with the parent, as a view made in C++ does.
+    view->setParent(parent);
+    view->setParentItem(parent);
+    component.completeCreate();
+    return view;
+}
+
 struct ViewFixture
 {
+    // Makes the view as a child of the window's content item.
+    using ViewMaker = std::function<WhiteboardView*(QQuickItem* parent)>;
+
     // A view of the page's size at scale 1 maps view pixels 1:1 to scene units.
-    explicit ViewFixture(const QSize& size = QSize(1080, 720), qlonglong accountId = 1)
+    explicit ViewFixture(const QSize& size = QSize(1080, 720), qlonglong accountId = 1, const ViewMaker& make = {})
         : window(new QQuickWindow)
     {
+        pinTestFont();
         window->resize(size);
-        view = new WhiteboardView(window->contentItem());
+        view = make ? make(window->contentItem()) : new WhiteboardView(window->contentItem());
         view->setSize(QSizeF(size));
         view->setCurrentAccountId(accountId);
         scene = view->scene();

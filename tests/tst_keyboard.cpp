@@ -1,20 +1,50 @@
 // Keys, clipboard, text editing through the host's input field, and cursors,
-// on a real offscreen view.
+// on the README's example in a real offscreen window.
+#include "messages.h"
 #include "testsupport.h"
 
+#include "graphics/graphicpalette.h"
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "scene/batchremovegraphiccommand.h"
 
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QSet>
+#include <QTemporaryDir>
 
 using namespace whiteboard;
 
-namespace {
+// The host's transport the README's example names `connection`: it keeps
+// what the view sends.
+class Transport : public QObject
+{
+    Q_OBJECT
 
-} // namespace
+public:
+    Q_INVOKABLE qlonglong serverTime() const { return 1; }
+
+    // The texts of the text items sent with `type`, in order.
+    QStringList sentTexts(pb::GraphicActionType type) const
+    {
+        QStringList texts;
+        for (const std::unique_ptr<pb::TransferData>& data : sent) {
+            for (const pb::WhiteboardData& body : bodiesOf(*data)) {
+                if (body.graphicactiondata().graphicactiontype() != type)
+                    continue;
+                for (const pb::Text& text : body.graphicactiondata().textdata().data())
+                    texts << QString::fromStdString(text.text());
+            }
+        }
+        return texts;
+    }
+
+    std::vector<std::unique_ptr<pb::TransferData>> sent;
+
+public slots:
+    void send(im::whiteboard::TransferData* data) { sent.emplace_back(data); }
+
+signals:
+    void received(im::whiteboard::TransferData* data);
+};
 
 class tst_Keyboard : public QObject
 {
@@ -23,27 +53,32 @@ class tst_Keyboard : public QObject
 private:
     void selectByBand() { f->drag(QPoint(20, 20), QPoint(700, 400), 10); }
 
-    QQmlEngine engine;
+    std::unique_ptr<QQmlEngine> engine;
+    std::unique_ptr<Transport> connection;
     std::unique_ptr<ViewFixture> f;
-    std::unique_ptr<QQuickItem> inputer;
+    QQuickItem* inputer = nullptr;
 
 private slots:
     void init()
     {
-        f = std::make_unique<ViewFixture>();
-        f->keepSent();
-        QQmlComponent component(&engine);
-        component.setData("import QtQuick; TextEdit {}", QUrl());
-        inputer.reset(qobject_cast<QQuickItem*>(component.create()));
-        QVERIFY2(inputer, qPrintable(component.errorString()));
-        inputer->setParentItem(f->window->contentItem());
-        inputer->setVisible(false);
-        f->view->setTextInputer(inputer.get());
+        engine = std::make_unique<QQmlEngine>();
+        connection = std::make_unique<Transport>();
+        f = std::make_unique<ViewFixture>(QSize(1080, 720), 1, [this](QQuickItem* parent) {
+            return makeReadmeView(*engine, connection.get(), parent);
+        });
+        QVERIFY(f->view);
+        inputer = f->view->textInputer();
+        QVERIFY(inputer);
+        QCOMPARE(inputer->parentItem(), f->view);
+        // The example starts with the pen; these tests start as a host's selector button would.
+        f->view->setToolType(GraphicDefine::Selector);
+        GraphicPalette::instance()->setStrokeColor(Qt::red);
     }
     void cleanup()
     {
-        inputer.reset();
         f.reset();
+        connection.reset();
+        engine.reset();
     }
 
     void nudgeMovesSelection_data()
@@ -192,8 +227,9 @@ private slots:
         QCOMPARE(inputer->size(), QSizeF(200, 40));
 
         inputer->setProperty("text", typed);
-        f->view->forceActiveFocus();
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(600, 500));
         QVERIFY(!inputer->isVisible());
+        QVERIFY(f->view->hasActiveFocus());
         QVERIFY(item->visible());
         QCOMPARE(text->text(), result);
         QCOMPARE(f->scene->undoStack().count(), steps);
@@ -202,45 +238,126 @@ private slots:
         QCOMPARE(text->text(), QStringLiteral("hello"));
     }
 
-    void newTextBoxCommitsOnFocusLoss_data()
+    // A new text in the README's layout: typed through the window, ended in
+    // each way a user ends it, then committed, sent and exported, and the
+    // next gesture draws.
+    void newTextEndsAndTravels_data()
     {
         QTest::addColumn<QString>("typed");
-        QTest::newRow("typed") << QStringLiteral("Hi");
-        QTest::newRow("left empty") << QString();
+        QTest::addColumn<QString>("ending");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("click elsewhere") << QStringLiteral("Hi") << QStringLiteral("click") << QStringLiteral("Hi");
+        QTest::newRow("escape") << QStringLiteral("Hi") << QStringLiteral("escape") << QStringLiteral("Hi");
+        QTest::newRow("enter") << QStringLiteral("Hi") << QStringLiteral("enter") << QStringLiteral("Hi");
+        QTest::newRow("shift+enter") << QStringLiteral("Hi") << QStringLiteral("shift+enter") << QStringLiteral("Hi");
+        QTest::newRow("tool change") << QStringLiteral("Hi") << QStringLiteral("tool") << QStringLiteral("Hi");
+        QTest::newRow("left empty") << QString() << QStringLiteral("click") << QString();
     }
 
-    void newTextBoxCommitsOnFocusLoss()
+    void newTextEndsAndTravels()
     {
         QFETCH(QString, typed);
+        QFETCH(QString, ending);
+        QFETCH(QString, text);
         f->view->setToolType(GraphicDefine::Text);
         QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(300, 300));
         QTRY_VERIFY(inputer->hasActiveFocus());
+        QVERIFY(inputer->isVisible());
         QCOMPARE(inputer->position(), QPointF(300, 300));
         QCOMPARE(inputer->property("font").value<QFont>().pixelSize(), 24);
-
         for (const QChar c : typed)
             QTest::keyClick(f->window.get(), c.toLatin1());
-        f->view->forceActiveFocus();
+        QVERIFY(inputer->isVisible());
+
+        if (ending == QLatin1String("click"))
+            QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(700, 500));
+        else if (ending == QLatin1String("escape"))
+            QTest::keyClick(f->window.get(), Qt::Key_Escape);
+        else if (ending == QLatin1String("enter"))
+            QTest::keyClick(f->window.get(), Qt::Key_Return);
+        else if (ending == QLatin1String("shift+enter"))
+            QTest::keyClick(f->window.get(), Qt::Key_Enter, Qt::ShiftModifier | Qt::KeypadModifier);
+        else
+            f->view->setToolType(GraphicDefine::Rectangle);
         QVERIFY(!inputer->isVisible());
+        QVERIFY(f->view->hasActiveFocus());
         QVERIFY(!f->scene->activeItem());
         QCOMPARE(f->scene->itemCount(GraphicScene::ActiveLayer), 0);
         const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
-        if (typed.isEmpty()) {
-            QVERIFY(items.isEmpty());
+        QCOMPARE(items.size(), text.isEmpty() ? 0 : 1);
+        QCOMPARE(connection->sentTexts(pb::GraphicActionAdd), text.isEmpty() ? QStringList() : QStringList { text });
+        if (!text.isEmpty()) {
+            auto* item = qobject_cast<GraphicTextItem*>(items.first().data());
+            QVERIFY(item);
+            QCOMPARE(item->text(), text);
+            // The frame is the field's: the board that typed holds what it sent.
+            QCOMPARE(item->boundary().topLeft(), QPointF(300, 300));
+            QCOMPARE(item->boundary().width(), inputer->property("contentWidth").toDouble());
+            QVERIFY(qAbs(item->boundary().height() - inputer->property("contentHeight").toDouble()) < 1.0);
+            QCOMPARE(f->scene->undoStack().count(), 1);
+            // The export holds the red text where it was typed.
+            QTemporaryDir folder;
+            const QString file = folder.filePath(QStringLiteral("page.png"));
+            QVERIFY(f->settle());
+            QTRY_VERIFY(f->view->exportScene(file));
+            const QImage page(file);
+            const QRect typedArea = item->boundary().toAlignedRect();
+            int inked = 0;
+            for (int y = typedArea.top(); y <= typedArea.bottom(); ++y) {
+                for (int x = typedArea.left(); x <= typedArea.right(); ++x) {
+                    const QColor c = page.pixelColor(x, y);
+                    inked += c.alpha() > 128 && c.red() > 150 && c.green() < 100;
+                }
+            }
+            QVERIFY(inked > 10);
+        } else {
             QCOMPARE(f->scene->undoStack().count(), 0);
-            return;
         }
-        QCOMPARE(items.size(), 1);
-        auto* text = qobject_cast<GraphicTextItem*>(items.first().data());
-        QVERIFY(text);
-        QCOMPARE(text->text(), typed);
-        // The height is the font's, as every board reads the text's message.
-        QCOMPARE(text->boundary().topLeft(), QPointF(300, 300));
-        QCOMPARE(text->boundary().width(), inputer->property("contentWidth").toDouble());
-        QVERIFY(qAbs(text->boundary().height() - inputer->property("contentHeight").toDouble()) < 1.0);
-        QVERIFY(!text->boundary().isEmpty());
-        QCOMPARE(f->scene->focusItem(), items.first());
-        QCOMPARE(f->scene->undoStack().count(), 1);
+
+        // The press that ended the edit did nothing else; the next gesture draws.
+        f->view->setToolType(GraphicDefine::Rectangle);
+        f->drag(QPoint(100, 500), QPoint(200, 600));
+        QCOMPARE(f->scene->itemCount(GraphicScene::ItemLayer), items.size() + 1);
+        QCOMPARE(f->scene->focusItem()->type(), int(GraphicItem::Rectangle));
+        // It starts at the first move.
+        QCOMPARE(f->scene->focusItem()->boundary().topLeft(), QPointF(125, 525));
+    }
+
+    // The owner clears, a participant draws a filled ellipse, the owner
+    // selects and copies it, then undoes and redoes the clear: the
+    // ellipse's veil goes with its selection, and a click beside it takes
+    // the selection.
+    void selectionVeilGoesWithTheSelection()
+    {
+        QVERIFY(f->view->isOwner());
+        f->scene->setBackgroundColor(Qt::white);
+        addRect(f->scene, QRectF(600, 100, 50, 50));
+        f->scene->clearAll();
+        pb::WhiteboardData body = itemBody(pb::GraphicActionAdd, "e");
+        pb::Ellipse* ellipse = body.mutable_graphicactiondata()->mutable_ellipsedata()->add_data();
+        ellipse->mutable_baseinfo()->set_gid("e");
+        ellipse->mutable_baseinfo()->set_userid(2);
+        ellipse->mutable_leftpos()->set_x(200);
+        ellipse->mutable_leftpos()->set_y(200);
+        ellipse->set_width(200);
+        ellipse->set_heigth(100);
+        ellipse->mutable_fillstyle()->set_color("#0000ff");
+        f->view->receiveData(new pb::TransferData(transferOf({ body })));
+        const QSharedPointer<GraphicItem> item = f->scene->findItem(QStringLiteral("e"));
+        QVERIFY(item);
+        const QPoint centre(300, 250);
+        QCOMPARE(f->frame().pixelColor(centre), QColor(Qt::blue));
+
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, centre);
+        QCOMPARE(f->scene->selectedItems(), GraphicItemList { item });
+        QVERIFY(f->frame().pixelColor(centre) != QColor(Qt::blue));
+        QTest::keyClick(f->window.get(), Qt::Key_C, Qt::ControlModifier);
+        f->scene->undo();
+        f->scene->redo();
+        QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(700, 600));
+        QVERIFY(f->scene->selectedItems().isEmpty());
+        QVERIFY(!item->selected());
+        QCOMPARE(f->frame().pixelColor(centre), QColor(Qt::blue));
     }
 
     void cursorShapes()

@@ -328,6 +328,8 @@ private slots:
     void oneAccountOnTwoDevicesKeepsTheNewerChange();
     void boardsStoredBeforeDevicesAreMigrated();
     void pointerPositionsAreRelayedWithinTheirRate();
+    void connectionTellsWhyItIsOffline_data();
+    void connectionTellsWhyItIsOffline();
     void badInputClosesOnlyThatConnection_data();
     void badInputClosesOnlyThatConnection();
     void oneBoardOnTwoNodes_data();
@@ -391,7 +393,6 @@ void tst_Relay::boardsShareTheirDrawingAndLateJoinersCatchUp()
 
     // A real late board loads the same, through the second of its relays
     // when nothing answers at the first.
-    QTest::ignoreMessage(QtDebugMsg, "server data loaded.");
     const QUrl nobody(QStringLiteral("ws://127.0.0.1:1"));
     Peer carol(nobody, 1005, QStringLiteral("Carol"));
     carol.connection.setUrls({ nobody, relay.url });
@@ -770,6 +771,43 @@ void tst_Relay::pointerPositionsAreRelayedWithinTheirRate()
     late.join();
     QTRY_VERIFY(late.joined());
     QCOMPARE(late.received.size(), size_t(2));
+}
+
+void tst_Relay::connectionTellsWhyItIsOffline_data()
+{
+    QTest::addColumn<QString>("url"); // empty: a relay that goes away
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("not a URL") << QStringLiteral("not a url") << QStringLiteral("not a ws:// or wss:// URL");
+    QTest::newRow("no scheme") << QStringLiteral("127.0.0.1:8765") << QStringLiteral("not a ws:// or wss:// URL");
+    QTest::newRow("http") << QStringLiteral("http://127.0.0.1:1") << QStringLiteral("not a ws:// or wss:// URL");
+    QTest::newRow("nobody listens") << QStringLiteral("ws://127.0.0.1:1") << QStringLiteral("ws://127.0.0.1:1: ");
+    QTest::newRow("the relay goes away") << QString() << QStringLiteral("ws://127.0.0.1:");
+}
+
+// People see why a board is not online, the owner as the relay names it,
+// and no pointers of others while cut off.
+void tst_Relay::connectionTellsWhyItIsOffline()
+{
+    QFETCH(QString, url);
+    QFETCH(QString, reason);
+    if (!url.isEmpty()) {
+        Peer alone(QUrl(url), 1001, QStringLiteral("Alice"));
+        QTRY_VERIFY(alone.connection.errorString().startsWith(reason));
+        QVERIFY(alone.connection.status() != RelayConnection::Online);
+        return;
+    }
+    TwoBoards boards;
+    QVERIFY(boards.online);
+    QCOMPARE(boards.alice->connection.ownerId(), qlonglong(1001));
+    QCOMPARE(boards.bob->connection.ownerId(), qlonglong(1001));
+    QVERIFY(boards.alice->connection.errorString().isEmpty());
+    QTest::mouseMove(boards.bob->fixture.window.get(), QPoint(300, 200));
+    QTest::mouseMove(boards.bob->fixture.window.get(), QPoint(310, 210));
+    QTRY_COMPARE(boards.alice->fixture.scene->markItems().size(), 1);
+    boards.relay.kill();
+    QTRY_VERIFY(boards.alice->connection.errorString().startsWith(reason));
+    QVERIFY(boards.alice->fixture.scene->markItems().isEmpty());
+    QCOMPARE(boards.alice->fixture.scene->itemCount(GraphicScene::MarkLayer), 0);
 }
 
 void tst_Relay::badInputClosesOnlyThatConnection_data()

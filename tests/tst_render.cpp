@@ -306,13 +306,11 @@ void tst_Render::renderSizeFollowsTheView()
     render->updateRenderSize(QSize(400, 300), 1.0);
     QCOMPARE(render->baseImage().constBits(), before.constBits());
 
-    QTest::ignoreMessage(QtDebugMsg, "update render size QSize(800, 300)");
     f.view->setWidth(800);
     QCOMPARE(render->frameImage().size(), QSize(800, 300));
     f.scene->setBackgroundColor(Qt::red);
     QCOMPARE(f.frame().size(), QSize(800, 300));
 
-    QTest::ignoreMessage(QtDebugMsg, "update render size QSize(800, 300)");
     f.scene->setDevicePixelRatio(2.0);
     QCOMPARE(render->baseImage().size(), QSize(1600, 600));
     QCOMPARE(render->baseImage().devicePixelRatio(), 2.0);

@@ -235,7 +235,7 @@ private slots:
         const QString gid = item->gid();
         const QPen pen = item->pen();
         const QRectF boundary = item->boundary();
-        QTest::ignoreMessage(QtDebugMsg, "parse from data failed.");
+        QTest::ignoreMessage(QtWarningMsg, "parse from data failed.");
         item->deserialize(QByteArray("\x0a\x10truncated", 11));
         QCOMPARE(item->gid(), gid);
         QCOMPARE(item->pen(), pen);

@@ -143,8 +143,6 @@ private slots:
         QFETCH(int, kind);
         auto item = make(kind);
         item->setIsEditMode(true);
-        if (kind == Rect)
-            QTest::ignoreMessage(QtDebugMsg, "press: QPointF(300,200) QPoint(300,200)");
 
         QMouseEvent press = mouse(QEvent::MouseButtonPress, QPointF(300, 200));
         item->mousePressEvent(&press);

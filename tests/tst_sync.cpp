@@ -112,8 +112,6 @@ bool near(const QColor& a, const QColor& b)
     return qAbs(a.red() - b.red()) < 40 && qAbs(a.green() - b.green()) < 40 && qAbs(a.blue() - b.blue()) < 40;
 }
 
-const QRegularExpression kNewMarkLog(QStringLiteral("^MouseInfo mark boundry: "));
-
 } // namespace
 
 class tst_Sync : public QObject
@@ -307,7 +305,6 @@ private slots:
             addRect(a->scene, QRectF(100 + 100 * i, 100, 50, 50), 1, QColor(), GraphicScene::ItemLayer, timestamps.at(i));
 
         // B sees the join as a server's end of load would look.
-        QTest::ignoreMessage(QtDebugMsg, "server data loaded.");
         const qint64 serverTime = QDateTime::currentMSecsSinceEpoch() - 3600 * 1000;
         a->view->sendUserJoinData(serverTime, QStringLiteral("not this id"));
         QCOMPARE(hostA->sent.size(), size_t(1));
@@ -855,7 +852,6 @@ private slots:
         QVERIFY(hostA->sent.empty());
 
         // The window may repeat a hover at the same place; each one is sent.
-        QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
         QTest::mouseMove(a->window.get(), QPoint(400, 250));
         QVERIFY(!hostA->sent.empty());
         for (const std::unique_ptr<pb::TransferData>& data : hostA->sent) {
@@ -872,41 +868,77 @@ private slots:
         QCOMPARE(b->scene->markItems().first()->boundary().topLeft(), QPointF(500, 300));
     }
 
+    // A pointer shows whole from its first frame, where the user is, moves
+    // without leaving pieces behind, and goes with the user's leave or
+    // when the view's connection goes offline.
     void marksFollowPresence()
     {
-        // The first position is not used: the mark starts at the origin.
-        QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
-        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve", QPointF(400, 250)) }));
+        b->scene->setBackgroundColor(Qt::white);
+        const QColor colour = GraphicMarkItem::colorForUser(5);
+        // Inside the label: its left end, and its right end.
+        const auto labelShows = [&](const QImage& frame, const QSharedPointer<GraphicItem>& mark, QPointF tip) {
+            const double width = static_cast<GraphicMarkItem*>(mark.data())->extent().width();
+            return near(frame.pixelColor((tip + QPointF(17, 27)).toPoint()), colour)
+                && near(frame.pixelColor((tip + QPointF(width - 4, 27)).toPoint()), colour);
+        };
+        const auto blank = [&](const QImage& frame, QPointF tip) {
+            for (int x = 0; x < 60; x += 3) {
+                for (int y = 0; y < 36; y += 3) {
+                    if (frame.pixelColor((tip + QPointF(x, y)).toPoint()) != QColor(Qt::white))
+                        return false;
+                }
+            }
+            return true;
+        };
+        QVERIFY(!b->frame().isNull());
+
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Alice", QPointF(400, 250)) }));
         const QSharedPointer<GraphicItem> mark = b->scene->markItems().value(0);
         QVERIFY(mark);
         QCOMPARE(mark->userId(), qlonglong(5));
-        QCOMPARE(mark->boundary().topLeft(), QPointF(0, 0));
+        QCOMPARE(mark->boundary().topLeft(), QPointF(400, 250));
         QCOMPARE(b->scene->items(GraphicScene::MarkLayer, 1), GraphicItemList { mark });
+        QVERIFY(labelShows(b->frame(), mark, QPointF(400, 250)));
 
-        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(500, 300)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Alice B", QPointF(500, 300)) }));
         QCOMPARE(b->scene->markItems(), GraphicItemList { mark });
         QCOMPARE(mark->boundary().topLeft(), QPointF(500, 300));
-        QCOMPARE(mark->property("text").toString(), QStringLiteral("Eve B"));
+        QCOMPARE(mark->property("text").toString(), QStringLiteral("Alice B"));
+        QImage frame = b->frame();
+        QVERIFY(labelShows(frame, mark, QPointF(500, 300)));
+        QVERIFY(blank(frame, QPointF(400, 250)));
         // Filed under its new place, and never hit by the pointer.
         QCOMPARE(b->scene->layerIndex(GraphicScene::MarkLayer)->query(QRectF(495, 295, 10, 10)), GraphicItemList { mark });
         QVERIFY(!mark->collidesWithPoint(QPointF(501, 301), Qt::IntersectsItemShape));
 
         // A pointer that is not a number is refused; one far out is held at the margin.
         QTest::ignoreMessage(QtWarningMsg, "refused pointer of user 5: coordinates not finite");
-        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(kNaN, 1)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Alice B", QPointF(kNaN, 1)) }));
         QCOMPARE(mark->boundary().topLeft(), QPointF(500, 300));
         QTest::ignoreMessage(QtWarningMsg, "clamped pointer of user 5: coordinates");
-        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Eve B", QPointF(1e38, -3e38)) }));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Alice B", QPointF(1e38, -3e38)) }));
         QCOMPARE(mark->boundary().topLeft(), QPointF(100000, -100000));
+        QVERIFY(blank(b->frame(), QPointF(500, 300)));
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Alice B", QPointF(500, 300)) }));
 
         // Presence about oneself is ignored.
         b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 2, "me") }));
         QCOMPARE(b->scene->markItems().size(), 1);
 
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^User leave mark boundry: ")));
         b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionLeave, 5) }));
         QVERIFY(b->scene->markItems().isEmpty());
         QCOMPARE(b->scene->itemCount(GraphicScene::MarkLayer), 0);
+        QVERIFY(blank(b->frame(), QPointF(500, 300)));
+
+        // Offline, the host takes every pointer off.
+        b->view->receiveData(wrap({ userBody(pb::UserAction::UserActionMouseInfo, 5, "Alice", QPointF(400, 250)),
+                                    userBody(pb::UserAction::UserActionMouseInfo, 6, "Bob", QPointF(600, 250)) }));
+        QCOMPARE(b->scene->markItems().size(), 2);
+        QVERIFY(!blank(b->frame(), QPointF(600, 250)));
+        b->view->dropRemotePointers();
+        QCOMPARE(b->scene->itemCount(GraphicScene::MarkLayer), 0);
+        frame = b->frame();
+        QVERIFY(blank(frame, QPointF(400, 250)) && blank(frame, QPointF(600, 250)));
     }
 
     void markPaintsAtScreenSizeInItsUsersColour_data()
@@ -933,23 +965,26 @@ private slots:
         QFETCH(double, maxWidth);
         b->view->scaleSceneToCenter(scale);
         const QPointF at = b->scene->mapToScene(QPointF(300, 200));
-        QTest::ignoreMessage(QtDebugMsg, kNewMarkLog);
         const pb::WhiteboardData presence = userBody(pb::UserAction::UserActionMouseInfo, user, name, at);
         b->view->receiveData(wrap({ presence, presence }));
         const QSharedPointer<GraphicItem> mark = b->scene->markItems().value(0);
         const QImage frame = b->frame();
         QVERIFY(mark && !frame.isNull());
 
-        // The painted extent became the boundary, in screen units whatever the zoom.
-        QCOMPARE(mark->boundary().height(), 36.0);
+        // The painted extent is the boundary: the same size on screen whatever the zoom.
+        const QSizeF extent = mark->boundary().size() * scale;
+        QCOMPARE(extent.height(), 36.0);
         if (name.isEmpty())
-            QCOMPARE(mark->boundary().width(), maxWidth);
+            QCOMPARE(extent.width(), maxWidth);
         else
-            QVERIFY(mark->boundary().width() <= maxWidth && mark->boundary().width() > 100.0);
+            QVERIFY(extent.width() <= maxWidth && extent.width() > 100.0);
 
         const QPoint tip = b->scene->mapFromScene(mark->boundary().topLeft()).toPoint();
         QVERIFY2(near(frame.pixelColor(tip + QPoint(17, 27)), colour), qPrintable(frame.pixelColor(tip + QPoint(17, 27)).name()));
         QVERIFY(!near(frame.pixelColor(tip + QPoint(int(maxWidth) + 6, 27)), colour));
+        // A zoom keeps the frame the painted extent.
+        b->view->scaleSceneToCenter(scale * 2);
+        QCOMPARE(mark->boundary().height() * scale * 2, 36.0);
     }
 };
 

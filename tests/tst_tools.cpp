@@ -26,7 +26,7 @@ private slots:
     void cleanup() { f.reset(); }
     void dragDrawsItem_data();
     void dragDrawsItem();
-    void imagePlacedTwiceIsDecodedOnce();
+    void imagePlacedTwiceIsDecodedOnce(); // by a drag and by a click
     void pictureIsRefusedOrScaledAndSentOnce_data();
     void pictureIsRefusedOrScaledAndSentOnce();
     void strokeCornerDragUndoesAsAMove();
@@ -132,7 +132,9 @@ void tst_Tools::imagePlacedTwiceIsDecodedOnce()
     f->scene->setImagePath(QUrl::fromLocalFile(file).toString());
     f->view->setToolType(GraphicDefine::Image);
     drag(QPoint(100, 100), QPoint(300, 200));
-    drag(QPoint(500, 300), QPoint(540, 320));
+    // A click places the picture at its own size, its top left at the click.
+    QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(500, 300));
+    QCOMPARE(f->scene->undoStack().count(), 2);
 
     const GraphicItemList items = f->scene->items(GraphicScene::ItemLayer, 1);
     QCOMPARE(items.size(), 2);
@@ -146,7 +148,9 @@ void tst_Tools::imagePlacedTwiceIsDecodedOnce()
     // The picture is stretched into each frame.
     const QImage frame = f->frame();
     QCOMPARE(frame.pixelColor(200, 150), QColor(250, 20, 20));
+    QCOMPARE(second->boundary(), QRectF(500, 300, 40, 20));
     QCOMPARE(frame.pixelColor(520, 310), QColor(250, 20, 20));
+    QVERIFY(frame.pixelColor(545, 310) != QColor(250, 20, 20));
 }
 
 void tst_Tools::pictureIsRefusedOrScaledAndSentOnce_data()

@@ -174,7 +174,7 @@ void tst_Viewport::zeroSceneSizeIsRefused()
 {
     ViewFixture f;
     QSignalSpy spy(f.scene, &GraphicScene::sceneSizeChanged);
-    QTest::ignoreMessage(QtDebugMsg, "scene size cant be 0, please check.");
+    QTest::ignoreMessage(QtWarningMsg, "scene size cant be 0, please check.");
     f.scene->setSceneSize(QSize(0, 0));
     QCOMPARE(spy.count(), 0);
     QCOMPARE(f.scene->sceneSize(), QSize(1080, 720));

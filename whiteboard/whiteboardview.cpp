@@ -216,7 +216,7 @@ void WhiteboardView::receiveData(im::whiteboard::TransferData* data)
 void WhiteboardView::updateDevicePixelRatio()
 {
     if (!window()) {
-        qWarning() << "whiteboard cant access window!";
+        qCWarning(lcWhiteboardScene) << "whiteboard cant access window!";
         return;
     }
     m_scene->setDevicePixelRatio(window()->devicePixelRatio());
@@ -231,10 +231,13 @@ void WhiteboardView::sendUserJoinData(qlonglong timestamp, QString whitboardId)
     m_scene->joinWhiteboard(timestamp);
 }
 
+void WhiteboardView::dropRemotePointers()
+{
+    m_scene->dropMarks();
+}
+
 bool WhiteboardView::event(QEvent* event)
 {
-    if (event->type() == QEvent::Gesture)
-        qDebug() << "gesture";
     return QQuickItem::event(event);
 }
 

@@ -82,6 +82,10 @@ public slots:
     void receiveData(im::whiteboard::TransferData* data);
     void updateDevicePixelRatio();
     void sendUserJoinData(qlonglong timestamp, QString whitboardId);
+    // Takes the other users' pointers off the board. The host calls it when
+    // its connection goes offline (RelayConnection does): while cut off,
+    // nobody's position or departure reaches the board.
+    void dropRemotePointers();
 
 signals:
     void sceneChanged();

@@ -18,11 +18,24 @@ namespace relay::client {
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcConnection, "whiteboard.relay.connection")
+// Its debug lines (connects, disconnects) are off unless asked for.
+Q_LOGGING_CATEGORY(lcConnection, "whiteboard.relay.connection", QtInfoMsg)
 
 // Pauses between attempts: from the first to the longest, doubling.
 constexpr int kFirstRetryMs = 250;
 constexpr int kLongestRetryMs = 8000;
+// A server that takes the connection but never answers the WebSocket
+// handshake (not a relay) would otherwise leave it connecting forever.
+constexpr int kConnectTimeoutMs = 10000;
+
+// Empty if `url` can name a relay, else why not.
+QString urlProblem(const QUrl& url)
+{
+    if (!url.isValid() || (url.scheme() != QLatin1String("ws") && url.scheme() != QLatin1String("wss"))
+        || url.host().isEmpty())
+        return QStringLiteral("not a ws:// or wss:// URL: %1").arg(url.isValid() ? url.toString() : url.errorString());
+    return QString();
+}
 
 // True if the message holds anything but pointer positions.
 bool hasChanges(const pb::TransferData& data)
@@ -42,6 +55,10 @@ RelayConnection::RelayConnection(QObject* parent)
 {
     m_retry.setSingleShot(true);
     connect(&m_retry, &QTimer::timeout, this, &RelayConnection::open);
+    m_connectTimeout.setSingleShot(true);
+    connect(&m_connectTimeout, &QTimer::timeout, this, &RelayConnection::onConnectTimeout);
+    // Named error() before Qt 6.5.
+    connect(&m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this, &RelayConnection::onSocketError);
     connect(&m_socket, &QWebSocket::connected, this, &RelayConnection::onConnected);
     connect(&m_socket, &QWebSocket::disconnected, this, &RelayConnection::onDisconnected);
     connect(&m_socket, &QWebSocket::binaryMessageReceived, this, &RelayConnection::onBinaryMessage);
@@ -200,12 +217,49 @@ void RelayConnection::open()
 {
     if (!m_active || currentUrl().isEmpty() || m_boardId.isEmpty() || m_socket.state() != QAbstractSocket::UnconnectedState)
         return;
+    // A wrong URL does not get better by waiting: no attempt, no retry.
+    const QString problem = urlProblem(currentUrl());
+    if (!problem.isEmpty()) {
+        setErrorString(problem);
+        setStatus(Offline);
+        return;
+    }
     setStatus(Connecting);
+    m_connectTimeout.start(kConnectTimeoutMs);
     m_socket.open(boardUrl());
+}
+
+void RelayConnection::setOwnerId(qlonglong ownerId)
+{
+    if (m_ownerId == ownerId)
+        return;
+    m_ownerId = ownerId;
+    emit ownerIdChanged();
+}
+
+void RelayConnection::setErrorString(const QString& errorString)
+{
+    if (m_errorString == errorString)
+        return;
+    m_errorString = errorString;
+    emit errorStringChanged();
+}
+
+void RelayConnection::onSocketError()
+{
+    setErrorString(QStringLiteral("%1: %2").arg(currentUrl().toString(), m_socket.errorString()));
+}
+
+void RelayConnection::onConnectTimeout()
+{
+    setErrorString(QStringLiteral("%1: no WebSocket answer within %2 s").arg(currentUrl().toString()).arg(kConnectTimeoutMs / 1000));
+    // onDisconnected retries.
+    m_socket.abort();
 }
 
 void RelayConnection::onConnected()
 {
+    m_connectTimeout.stop();
     qCDebug(lcConnection) << "connected to" << currentUrl() << "board" << m_boardId;
     setStatus(Loading);
     m_joinSent = false;
@@ -229,7 +283,14 @@ void RelayConnection::onDisconnected()
     const int code = m_socket.closeCode();
     const bool restarting = std::exchange(m_restarting, false);
     qCDebug(lcConnection) << "disconnected from" << currentUrl() << "board" << m_boardId << "code" << code << m_socket.closeReason();
+    m_connectTimeout.stop();
     m_joinSent = false;
+    if (!restarting && code != QWebSocketProtocol::CloseCodeNormal && !m_socket.closeReason().isEmpty())
+        setErrorString(QStringLiteral("%1 closed the connection (%2): %3").arg(currentUrl().toString()).arg(code).arg(m_socket.closeReason()));
+    // Cut off, the board learns nobody's position or departure: it shows
+    // no pointers of others until they move again.
+    if (m_board && m_board->metaObject()->indexOfMethod("dropRemotePointers()") >= 0)
+        QMetaObject::invokeMethod(m_board, "dropRemotePointers");
     if (code == QWebSocketProtocol::CloseCodePolicyViolated) {
         qCWarning(lcConnection) << "relay refused user" << m_accountId << "on board" << m_boardId << ":" << m_socket.closeReason();
         setStatus(Refused);
@@ -290,9 +351,12 @@ void RelayConnection::onBinaryMessage(const QByteArray& frame)
         if (data->has_multi())
             adoptReplay(*data);
         if (data->has_userjoin()) {
+            if (data->userjoin().has_ownerid())
+                setOwnerId(data->userjoin().ownerid());
             finishLoad();
             deliver(data);
             setStatus(Online);
+            setErrorString(QString());
             m_retryDelay = 0;
             // What waited goes out now, after the board has the relay's state.
             const QList<QByteArray> pending = std::exchange(m_pending, {});

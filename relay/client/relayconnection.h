@@ -48,6 +48,13 @@ class RelayConnection : public QObject
     // Connects while true.
     Q_PROPERTY(bool active READ active WRITE setActive NOTIFY activeChanged)
     Q_PROPERTY(Status status READ status NOTIFY statusChanged)
+    // Why the connection is not up, for people: a URL that is no ws:// or
+    // wss:// URL, the socket's error, no WebSocket answer in time, or the
+    // relay's close reason. Empty once online.
+    Q_PROPERTY(QString errorString READ errorString NOTIFY errorStringChanged)
+    // The board's owner as the relay named it in its answer to the join; 0
+    // until then, or from a relay that does not name it.
+    Q_PROPERTY(qlonglong ownerId READ ownerId NOTIFY ownerIdChanged)
     // Messages waiting for the connection.
     Q_PROPERTY(int pendingCount READ pendingCount NOTIFY pendingCountChanged)
 
@@ -80,6 +87,8 @@ public:
     bool active() const { return m_active; }
     void setActive(bool active);
     Status status() const { return m_status; }
+    QString errorString() const { return m_errorString; }
+    qlonglong ownerId() const { return m_ownerId; }
     int pendingCount() const { return int(m_pending.size()); }
 
     // The URL this connection opens: <currentUrl>/boards/<boardId>?user=..&name=..[&token=..].
@@ -110,10 +119,16 @@ signals:
     void tokenChanged();
     void activeChanged();
     void statusChanged();
+    void errorStringChanged();
+    void ownerIdChanged();
     void pendingCountChanged();
 
 private:
     void setStatus(Status status);
+    void setErrorString(const QString& errorString);
+    void setOwnerId(qlonglong ownerId);
+    void onSocketError();
+    void onConnectTimeout();
     void open();
     void restart();
     void onConnected();
@@ -137,9 +152,13 @@ private:
     QString m_token;
     bool m_active = false;
     Status m_status = Offline;
+    QString m_errorString;
+    qlonglong m_ownerId = 0;
 
     QWebSocket m_socket;
     QTimer m_retry;
+    // From an open to the WebSocket handshake's end.
+    QTimer m_connectTimeout;
     int m_retryDelay = 0;
     bool m_joinSent = false;
     // The connection drops because restart() asked it to.

@@ -438,7 +438,7 @@ const QPainterPath& AbstractGraphicShapeItem::shape() const
 
 void AbstractGraphicShapeItem::reportParseFailure()
 {
-    qDebug() << "parse from data failed.";
+    qCWarning(lcWhiteboardScene) << "parse from data failed.";
 }
 
 im::whiteboard::GraphicBaseInfo* AbstractGraphicShapeItem::makeBaseInfo() const

@@ -45,7 +45,7 @@ GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, Graphic
     , m_text(text)
     , m_font(font)
 {
-    m_font.setPixelSize(12);
+    m_font.setPixelSize(kLabelPixelSize);
     setType(Mark);
     setCursorShape(Qt::PointingHandCursor);
     QMutexLocker locker(&arrowRendererMutex);
@@ -126,11 +126,9 @@ void GraphicMarkItem::paint(QPainter* painter, const QRectF*)
         arrowRenderer().render(painter, arrowRect);
     }
 
-    m_font.setPixelSize(kLabelPixelSize);
     const QFontMetricsF metrics(m_font);
-    const QString shown = metrics.elidedText(m_text, Qt::ElideRight, kMaxTextWidth);
-    const QSizeF labelSize(metrics.horizontalAdvance(shown) + kLabelPadding, kLabelHeight);
-    const QRectF labelRect(arrowRect.bottomRight() - QPointF(2.0, 2.0), labelSize);
+    const QString shown = label(metrics);
+    const QRectF labelRect(arrowRect.bottomRight() - QPointF(2.0, 2.0), labelSize(metrics, shown));
 
     painter->setFont(m_font);
     painter->save();
@@ -142,13 +140,37 @@ void GraphicMarkItem::paint(QPainter* painter, const QRectF*)
     painter->restore();
     painter->setPen(QColor(Qt::white));
     painter->drawText(labelRect, Qt::AlignHCenter | Qt::AlignVCenter, shown);
-
-    // The painted extent, in screen units at the pointer's scene position,
-    // is the mark's boundary: nothing else sizes it.
-    QRectF painted = arrowRect.united(labelRect);
-    painted.moveTo(frame.topLeft());
-    setBoundary(painted);
     painter->restore();
+}
+
+QString GraphicMarkItem::label(const QFontMetricsF& metrics) const
+{
+    return metrics.elidedText(m_text, Qt::ElideRight, kMaxTextWidth);
+}
+
+QSizeF GraphicMarkItem::labelSize(const QFontMetricsF& metrics, const QString& shown)
+{
+    return QSizeF(metrics.horizontalAdvance(shown) + kLabelPadding, kLabelHeight);
+}
+
+QSizeF GraphicMarkItem::extent() const
+{
+    const QFontMetricsF metrics(m_font);
+    const QSizeF label = labelSize(metrics, this->label(metrics));
+    return QSizeF(kArrowSize.width() - 2.0 + label.width(), kArrowSize.height() - 2.0 + label.height());
+}
+
+void GraphicMarkItem::place(const QPointF& position, double scale)
+{
+    setBoundary(QRectF(position, extent() / scale));
+}
+
+QRectF GraphicMarkItem::paintedArea(double scale) const
+{
+    const QRectF frame = boundary();
+    // Antialiased edges reach a pixel further.
+    const double margin = 2.0 / scale;
+    return frame.united(QRectF(frame.topLeft(), extent() / scale)).adjusted(-margin, -margin, margin, margin);
 }
 
 } // namespace whiteboard

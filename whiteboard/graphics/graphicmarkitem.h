@@ -5,14 +5,19 @@
 #include <QColor>
 #include <QFont>
 #include <QPointF>
+#include <QSizeF>
 #include <QString>
+
+class QFontMetricsF;
 
 namespace whiteboard {
 
 // Where another user's pointer is: a small arrow with a coloured name label
 // at its lower right, the same size on screen at any zoom. It lives in the
 // mark layer, is never hit, never serialised and never on the wire as an
-// item; only the user's leave message removes it.
+// item; the user's leave message removes it, and so does the view when its
+// connection goes offline. Its frame is set on the GUI thread from its text
+// (place()), never by painting, so the first frame paints it whole.
 class GraphicMarkItem : public AbstractGraphicShapeItem
 {
     Q_OBJECT
@@ -34,6 +39,14 @@ public:
     // know them.
     static QColor colorForUser(int userId);
 
+    // The arrow and the label, in screen pixels.
+    QSizeF extent() const;
+    // The frame at `position` (scene units) for the zoom `scale`.
+    void place(const QPointF& position, double scale);
+    // Where it may be painted now, at `scale` or at the zoom of its last
+    // place(): what a move or a removal repaints.
+    QRectF paintedArea(double scale) const;
+
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
@@ -43,6 +56,9 @@ signals:
     void fontChanged();
 
 private:
+    QString label(const QFontMetricsF& metrics) const;
+    static QSizeF labelSize(const QFontMetricsF& metrics, const QString& shown);
+
     // Kept from the item's first form; nothing reads them.
     QPointF m_startPoint;
     bool m_pressed = false;

@@ -2,6 +2,7 @@
 
 #include "graphics/graphicdistance.h"
 #include "graphics/graphicrectcontroller.h"
+#include "scene/graphicscene.h"
 #include "proto/whiteboard.pb.h"
 
 #include <QDebug>
@@ -40,7 +41,7 @@ bool GraphicRectItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionM
 
 void GraphicRectItem::drawingStarted(const QPointF& point, QMouseEvent* event)
 {
-    qDebug() << "press:" << point << event->pos();
+    qCDebug(lcWhiteboardScene) << "press:" << point << event->pos();
 }
 
 // --- wire message -----------------------------------------------------------

@@ -4,6 +4,7 @@
 #include "inputlimits.h"
 #include "proto/whiteboard.pb.h"
 
+#include <QFontInfo>
 #include <QFontMetricsF>
 #include <QGlyphRun>
 #include <QPainter>
@@ -13,6 +14,38 @@
 #include <limits>
 
 namespace whiteboard {
+
+namespace {
+
+// Letters measured at once by measuredAdvance(): 512 of the widest letters
+// at the largest font size stay far below the fixed point's range.
+constexpr qsizetype kMeasurePiece = 512;
+
+// The advance of `text` in one line, measured until it passes `limit`.
+// QFontMetricsF and QTextLayout add advances in 26.6 fixed point, whose 32
+// bits overflow near 33 million pixels (64 Ki wide letters at 1,000 px, or
+// fewer in a wider font the machine happens to pick), and the sum turned
+// negative: it is taken here in pieces, in doubles. `measured` receives
+// how many letters were measured: all, or the first ones whose advance
+// reaches past `limit`.
+double measuredAdvance(const QFontMetricsF& metrics, const QString& text, double limit, qsizetype* measured = nullptr)
+{
+    double width = 0.0;
+    qsizetype at = 0;
+    while (at < text.size() && width <= limit) {
+        qsizetype n = std::min(kMeasurePiece, text.size() - at);
+        // A surrogate pair stays in one piece.
+        if (at + n < text.size() && text.at(at + n - 1).isHighSurrogate())
+            ++n;
+        width += metrics.horizontalAdvance(text.mid(at, n));
+        at += n;
+    }
+    if (measured)
+        *measured = at;
+    return width;
+}
+
+} // namespace
 
 GraphicTextItem::GraphicTextItem(const QString& text, const QFont& font, GraphicScene* scene, GraphicItem* parent)
     : GraphicFrameItem(scene, parent)
@@ -52,8 +85,10 @@ void GraphicTextItem::setFont(const QFont& font)
 void GraphicTextItem::layoutAt(const QPointF& position)
 {
     const QFontMetricsF metrics(m_font);
-    // One line high whatever the text holds, until the frame is resized.
-    QRectF frame(position, QPointF(position.x() + metrics.horizontalAdvance(m_text), position.y() + metrics.height()));
+    // One line high whatever the text holds, until the frame is resized;
+    // measured no further than the frame may reach.
+    const double width = measuredAdvance(metrics, m_text, 2 * InputLimits::kMaxCoordinate);
+    QRectF frame(position, QPointF(position.x() + width, position.y() + metrics.height()));
     // A long text in a large font would otherwise reach past any pixel range.
     if (InputLimits::clampRect(frame))
         qCWarning(lcWhiteboardInput, "clamped text %s: frame", qPrintable(gid()));
@@ -91,18 +126,29 @@ void GraphicTextItem::paint(QPainter* painter, const QRectF*)
 
 void GraphicTextItem::paintLaidOut(QPainter* painter, const QPen& pen)
 {
-    if (!m_layout || m_laidOutText != m_text || m_laidOutFont != m_font) {
+    const QRectF frame = boundary();
+    const double reach = m_font.pixelSize() > 0 ? m_font.pixelSize() * 2.0 : 100.0;
+    if (!m_layout || m_laidOutText != m_text || m_laidOutFont != m_font || m_laidOutWidth < frame.width()) {
         m_laidOutText = m_text;
         m_laidOutFont = m_font;
+        // The frame is at most twice the coordinate margin wide: each line
+        // is laid out only as far as the frame reaches, so the layout's
+        // fixed point never overflows.
+        m_laidOutWidth = std::min(frame.width() * 2.0, 2 * InputLimits::kMaxCoordinate);
+        const QFontMetricsF metrics(m_font);
+        QStringList lines = m_text.split(QLatin1Char('\n'));
+        for (QString& line : lines) {
+            qsizetype measured = 0;
+            measuredAdvance(metrics, line, m_laidOutWidth + reach, &measured);
+            line.truncate(measured);
+        }
         // As a text drawn into a rectangle, left and top aligned, without
         // wrapping: each line break starts a line, one leading below the last.
-        QString lines = m_text;
-        lines.replace(QLatin1Char('\n'), QChar::LineSeparator);
-        m_layout = std::make_unique<QTextLayout>(lines, m_font);
+        m_layout = std::make_unique<QTextLayout>(lines.join(QChar::LineSeparator), m_font);
         QTextOption option;
         option.setWrapMode(QTextOption::NoWrap);
         m_layout->setTextOption(option);
-        const double leading = QFontMetricsF(m_font).leading();
+        const double leading = metrics.leading();
         double height = 0.0;
         m_layout->beginLayout();
         for (QTextLine line = m_layout->createLine(); line.isValid(); line = m_layout->createLine()) {
@@ -113,7 +159,6 @@ void GraphicTextItem::paintLaidOut(QPainter* painter, const QPen& pen)
         }
         m_layout->endLayout();
     }
-    const QRectF frame = boundary();
     // Only the lines within the frame and the painter's clip are drawn.
     QRectF shown = frame;
     if (painter->hasClipping())
@@ -127,7 +172,6 @@ void GraphicTextItem::paintLaidOut(QPainter* painter, const QPen& pen)
     painter->setClipRect(frame, Qt::IntersectClip);
     // A line wider than what shows gives only the glyphs that show.
     const QRectF local = shown.translated(-frame.topLeft());
-    const double reach = m_font.pixelSize() > 0 ? m_font.pixelSize() * 2.0 : 100.0;
     for (int i = 0; i < m_layout->lineCount(); ++i) {
         const QTextLine line = m_layout->lineAt(i);
         const QRectF bounds = line.naturalTextRect();
@@ -169,7 +213,9 @@ void GraphicTextItem::buildMessage(im::whiteboard::Text* message) const
     style->set_overline(m_font.overline());
     style->set_underline(m_font.underline());
     style->set_strikeout(m_font.strikeOut());
-    style->set_pixelsize(m_font.pixelSize());
+    // A font sized in points (a host's field may be) goes out in the pixels
+    // it has here: -1 would be refused by every receiver's font.
+    style->set_pixelsize(m_font.pixelSize() > 0 ? m_font.pixelSize() : QFontInfo(m_font).pixelSize());
     style->set_stretch(m_font.stretch());
     style->set_wordspacing(float(m_font.wordSpacing()));
     const QStringList families = m_font.families();
@@ -213,7 +259,7 @@ void GraphicTextItem::readEntry(const google::protobuf::MessageLite& entry)
             font.setStyle(style.italic() ? QFont::StyleItalic : QFont::StyleNormal);
         if (style.has_overline())
             font.setOverline(style.overline());
-        if (style.has_pixelsize())
+        if (style.has_pixelsize() && style.pixelsize() > 0)
             font.setPixelSize(style.pixelsize());
         if (style.has_stretch())
             font.setStretch(style.stretch());
@@ -223,10 +269,15 @@ void GraphicTextItem::readEntry(const google::protobuf::MessageLite& entry)
             font.setUnderline(style.underline());
         if (style.has_wordspacing())
             font.setWordSpacing(style.wordspacing());
-        // Also when empty: the sender's list replaces ours.
+        // Also when empty: the sender's list replaces ours. An empty list
+        // names the application's font, as the sender's field does: set as
+        // empty, fontconfig would pick any font the machine has (a serif
+        // one, with more fonts installed), and the frame would follow it.
         QStringList families;
         for (const std::string& family : style.familys())
             families << QString::fromStdString(family);
+        if (families.isEmpty())
+            families << QFont().family();
         font.setFamilies(families);
         setFont(font);
     }

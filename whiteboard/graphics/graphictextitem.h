@@ -70,6 +70,8 @@ private:
     std::unique_ptr<QTextLayout> m_layout;
     QString m_laidOutText;
     QFont m_laidOutFont;
+    // How far each line was laid out; a wider frame lays it out again.
+    double m_laidOutWidth = 0.0;
 };
 
 } // namespace whiteboard

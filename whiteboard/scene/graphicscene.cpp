@@ -4,6 +4,7 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicimagecodec.h"
 #include "graphics/graphicitem.h"
+#include "graphics/graphicmarkitem.h"
 #include "inputlimits.h"
 #include "scene/framestate.h"
 #include "scene/layerindex.h"
@@ -25,6 +26,8 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+
+Q_LOGGING_CATEGORY(lcWhiteboardScene, "whiteboard.scene", QtInfoMsg)
 
 namespace whiteboard {
 
@@ -201,7 +204,7 @@ void GraphicScene::setFocusItem(const QSharedPointer<GraphicItem>& item)
     m_focusItem = item;
     if (m_focusItem) {
         m_focusItem->setActiveFocus(true);
-        qDebug() << "focus item:" << m_focusItem->gid();
+        qCDebug(lcWhiteboardScene) << "focus item:" << m_focusItem->gid();
     }
     repaintHandles(handles);
     emit focusItemChanged();
@@ -219,7 +222,7 @@ void GraphicScene::setSceneSize(const QSize& size)
 {
     const bool zero = size.width() == 0 && size.height() == 0;
     if (zero)
-        qDebug() << "scene size cant be 0, please check.";
+        qCWarning(lcWhiteboardScene) << "scene size cant be 0, please check.";
     if (size == m_sceneSize || zero)
         return;
     {
@@ -270,6 +273,9 @@ void GraphicScene::setScale(double scale, const QPointF& center)
         m_scale = scale;
         m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
         m_sceneToViewTransform = QTransform::fromScale(scale, scale);
+        // Pointers keep their size on the screen: their frames follow the zoom.
+        for (const QSharedPointer<GraphicItem>& mark : std::as_const(m_markItems))
+            static_cast<GraphicMarkItem*>(mark.data())->place(mark->boundary().topLeft(), scale);
     }
     emit scaleChanged();
     updateViewport(center);
@@ -717,12 +723,11 @@ void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
     repaintHandles(handles);
 }
 
+// Every selected item drops its veil too: one left selected outside the
+// list keeps its veil, and no later click reaches it to take it off.
 void GraphicScene::clearSelection()
 {
-    QMutexLocker locker(&m_itemsMutex);
-    const QRectF handles = handlesArea();
-    m_selectedItems.clear();
-    repaintHandles(handles);
+    deselectAll();
 }
 
 QRectF GraphicScene::handlesArea()

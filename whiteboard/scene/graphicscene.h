@@ -9,6 +9,7 @@
 #include <QCursor>
 #include <QHash>
 #include <QImage>
+#include <QLoggingCategory>
 #include <QMap>
 #include <QMutex>
 #include <QObject>
@@ -28,6 +29,10 @@
 #include <memory>
 #include <string>
 #include <tuple>
+
+// What the board does, for whoever debugs it: "whiteboard.scene", quiet
+// below warnings unless QT_LOGGING_RULES="whiteboard.scene.debug=true".
+Q_DECLARE_LOGGING_CATEGORY(lcWhiteboardScene)
 
 class QFocusEvent;
 class QHoverEvent;
@@ -300,6 +305,9 @@ public:
     void sendItemBatch(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
     // The pointer marks of the other users, one per user seen.
     GraphicItemList markItems() const { return m_markItems; }
+    // Takes every other user's pointer off the board: nobody's position is
+    // known while the board is cut off from the others.
+    void dropMarks();
     // Tells the others where this user's pointer is, in scene units.
     void sendMouseInfo(const QPointF& position);
 

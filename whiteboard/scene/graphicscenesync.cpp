@@ -167,7 +167,7 @@ void GraphicScene::receiveData(pb::TransferData* data)
 
     if (!data->has_multi()) {
         if (data->has_userjoin())
-            qDebug("server data loaded.");
+            qCDebug(lcWhiteboardScene, "server data loaded.");
         return;
     }
 
@@ -384,49 +384,52 @@ void GraphicScene::applyUserAction(const pb::UserAction& received)
 
 void GraphicScene::dropMark(qlonglong userId)
 {
-    for (int i = 0; i < m_markItems.size(); ++i) {
+    for (qsizetype i = m_markItems.size() - 1; i >= 0; --i) {
         const QSharedPointer<GraphicItem> mark = m_markItems.at(i);
         if (mark->userId() != userId)
             continue;
-        const QRect rect = mark->boundary().toRect();
-        qDebug() << "User leave mark boundry:" << rect;
+        const QRectF area = static_cast<GraphicMarkItem*>(mark.data())->paintedArea(m_scale);
+        qCDebug(lcWhiteboardScene) << "user" << userId << "left; their pointer leaves" << area;
         removeItem(MarkLayer, mark);
-        updateLayer(MarkLayer, QRegion(rect));
-        // The entry that moves into this place is passed over. Harmless only
-        // because moveMark() keeps one mark per user: a second mark of the
-        // same user would survive its leave.
+        updateLayer(MarkLayer, QRegion(area.toAlignedRect()));
         m_markItems.removeAt(i);
     }
+}
+
+void GraphicScene::dropMarks()
+{
+    while (!m_markItems.isEmpty())
+        dropMark(m_markItems.constLast()->userId());
 }
 
 void GraphicScene::moveMark(qlonglong userId, const pb::UserMouseInfoData& info)
 {
     const QString text = QString::fromStdString(info.text());
+    const QPointF position(info.mouseposition().x(), info.mouseposition().y());
     for (const QSharedPointer<GraphicItem>& entry : std::as_const(m_markItems)) {
         if (entry->userId() != userId)
             continue;
         auto* mark = static_cast<GraphicMarkItem*>(entry.data());
+        // Where it was goes as well as where it comes: a label longer or a
+        // zoom smaller than at its last move reaches further.
+        QRectF dirty = mark->paintedArea(m_scale);
         {
-            // The render thread paints the mark and writes its boundary.
+            // The render thread paints the mark.
             QMutexLocker locker(&m_itemsMutex);
-            QRectF boundary = mark->boundary();
             mark->setText(text);
-            boundary.moveTo(info.mouseposition().x(), info.mouseposition().y());
-            mark->setBoundary(boundary);
+            mark->place(position, m_scale);
         }
-        updateLayer(MarkLayer, QRegion(mark->boundary().toRect()));
+        dirty = dirty.united(mark->paintedArea(m_scale));
+        updateLayer(MarkLayer, QRegion(dirty.toAlignedRect()));
         return;
     }
     auto* mark = new GraphicMarkItem(text, QFont(), this, nullptr);
     stamp(mark);
     mark->setUserId(userId);
-    // The position of the first message is not used: a new mark starts at
-    // the origin and follows with the user's next message. Harmless because
-    // pointers are sent on every hover move, unthrottled.
-    mark->setBoundary(QRectF(0.0, 0.0, 10.0, 10.0));
-    qDebug() << "MouseInfo mark boundry:" << mark->boundary() << text;
+    mark->place(position, m_scale);
+    qCDebug(lcWhiteboardScene) << "pointer of user" << userId << text << "at" << mark->boundary();
     const QSharedPointer<GraphicItem> shared = addItem(MarkLayer, mark);
-    updateLayer(MarkLayer, QRegion(mark->boundary().toRect()));
+    updateLayer(MarkLayer, QRegion(mark->paintedArea(m_scale).toAlignedRect()));
     m_markItems.append(shared);
 }
 

@@ -3,6 +3,7 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
 #include "scene/bandworkers.h"
+#include "scene/graphicscene.h"
 #include "scene/layerindex.h"
 #include "scene/paintrecording.h"
 
@@ -206,7 +207,7 @@ void SceneRender::updateRenderSize(const QSize& size, double ratio)
         const QSize pixels(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio));
         if (ratio == m_devicePixelRatio && m_frameImage.size() == pixels)
             return;
-        qDebug() << "update render size" << size;
+        qCDebug(lcWhiteboardScene) << "update render size" << size;
         m_devicePixelRatio = ratio;
         m_baseImage = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
         m_baseImage.setDevicePixelRatio(ratio);

@@ -37,6 +37,8 @@ struct Gesture
     // A polyline closed by a change of tool: the selector's release must not
     // take it for its rubber band.
     bool finishingSegment = false;
+    // The press ended an open text: its moves and release do nothing.
+    bool endingText = false;
 };
 
 } // namespace whiteboard

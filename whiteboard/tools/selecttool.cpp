@@ -27,7 +27,7 @@ void SelectTool::begin(QMouseEvent* event)
         if (!m_scene->canOperate(hit)) {
             // The deselection stands, unpainted until the next repaint of its
             // region; only the handles that went are repainted.
-            qDebug("this item cant be operate by you.");
+            qCDebug(lcWhiteboardScene, "this item cant be operate by you.");
             m_scene->repaintHandles(handles);
             return;
         }

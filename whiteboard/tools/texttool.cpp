@@ -10,12 +10,67 @@
 #include "scene/resizegraphiccommand.h"
 #include "scene/textchangecommand.h"
 #include "tools/gesture.h"
+#include "tools/toolcontroller.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QMutexLocker>
 #include <QQuickItem>
 
+#include <functional>
+
 namespace whiteboard {
+
+namespace {
+
+// Escape and Enter end the edit before the field sees them. Enter with any
+// modifier too: a board lays a text out one line high, so a second line
+// would not show on any board.
+class EditKeys : public QObject
+{
+public:
+    explicit EditKeys(std::function<void()> finish)
+        : m_finish(std::move(finish))
+    {
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() != QEvent::KeyPress)
+            return QObject::eventFilter(watched, event);
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() != Qt::Key_Escape && key->key() != Qt::Key_Return && key->key() != Qt::Key_Enter)
+            return false;
+        m_finish();
+        return true;
+    }
+
+private:
+    std::function<void()> m_finish;
+};
+
+// `viewPos` in the coordinates of the field's parent, wherever the host put it.
+QPointF fieldPosition(const GraphicScene* scene, const QQuickItem* inputer, const QPointF& viewPos)
+{
+    QQuickItem* parent = inputer->parentItem();
+    QQuickItem* view = scene->view();
+    return parent && view ? parent->mapFromItem(view, viewPos) : viewPos;
+}
+
+} // namespace
+
+TextTool::TextTool(GraphicScene* scene, ToolController& tools)
+    : DrawTool(scene, tools)
+    , m_keys(std::make_unique<EditKeys>([this] { finishEdit(); }))
+{
+}
+
+TextTool::~TextTool()
+{
+    QObject::disconnect(m_focusWatch);
+    if (m_inputer)
+        m_inputer->removeEventFilter(m_keys.get());
+}
 
 void TextTool::end(QMouseEvent* event)
 {
@@ -27,11 +82,15 @@ void TextTool::end(QMouseEvent* event)
 
 void TextTool::awaitText()
 {
-    if (auto* inputer = qobject_cast<QQuickItem*>(m_scene->textInputer())) {
-        inputer->setEnabled(true);
-        inputer->forceActiveFocus();
-        QObject::connect(inputer, &QQuickItem::focusChanged, m_scene, [this, inputer](bool) { endNewBox(inputer); });
+    auto* inputer = qobject_cast<QQuickItem*>(m_scene->textInputer());
+    if (!inputer) {
+        m_gesture.activeItem.reset();
+        m_tools.endGesture();
+        return;
     }
+    inputer->setEnabled(true);
+    inputer->forceActiveFocus();
+    open(inputer, Open::NewBox, QSharedPointer<GraphicItem>());
 }
 
 void TextTool::makeBox(QMouseEvent* event)
@@ -58,7 +117,7 @@ void TextTool::makeBox(QMouseEvent* event)
         item->setFont(font);
     }
     if (auto* quickInputer = qobject_cast<QQuickItem*>(inputer)) {
-        quickInputer->setPosition(m_scene->mapFromScene(item->boundary().topLeft()));
+        quickInputer->setPosition(fieldPosition(m_scene, quickInputer, m_scene->mapFromScene(item->boundary().topLeft())));
         quickInputer->setSize(item->boundary().size() * m_scene->scale());
         inputer->setProperty("color", GraphicPalette::instance()->strokeColor());
         quickInputer->setVisible(true);
@@ -67,22 +126,71 @@ void TextTool::makeBox(QMouseEvent* event)
     }
 }
 
-void TextTool::endNewBox(QObject* inputer)
+void TextTool::open(QQuickItem* inputer, Open mode, const QSharedPointer<GraphicItem>& edited)
 {
-    QObject::disconnect(inputer, nullptr, nullptr, nullptr);
-    if (auto* quickInputer = qobject_cast<QQuickItem*>(inputer))
-        quickInputer->setVisible(false);
+    // One edit at a time: a second one ends the first.
+    finishEdit();
+    m_open = mode;
+    m_inputer = inputer;
+    m_edited = edited;
+    // Active focus, not focus: a field inside the view keeps the focus of
+    // the view's scope when the keys go elsewhere.
+    m_focusWatch = QObject::connect(inputer, &QQuickItem::activeFocusChanged, m_scene, [this](bool focused) {
+        if (!focused)
+            finishEdit();
+    });
+    inputer->installEventFilter(m_keys.get());
+}
+
+void TextTool::finishEdit()
+{
+    if (m_open == Open::None)
+        return;
+    const Open mode = std::exchange(m_open, Open::None);
+    const QSharedPointer<GraphicItem> edited = std::exchange(m_edited, {});
+    QObject::disconnect(m_focusWatch);
+    QQuickItem* inputer = m_inputer;
+    m_inputer.clear();
+    if (!inputer) {
+        if (auto* text = qobject_cast<GraphicTextItem*>(mode == Open::Edit ? edited.data() : m_gesture.activeItem.data()))
+            text->setVisible(true);
+        m_gesture.activeItem.reset();
+        m_tools.endGesture();
+        return;
+    }
+    inputer->removeEventFilter(m_keys.get());
+    const bool heldKeys = inputer->hasActiveFocus();
+    if (mode == Open::NewBox)
+        commitNewBox(inputer);
+    else
+        commitEdit(inputer, edited);
+    // A field inside the view is the focus of the view's scope: it gives
+    // that up, or every press on the view would hand the keys back to it.
+    inputer->setFocus(false);
+    inputer->setVisible(false);
+    if (heldKeys) {
+        if (QQuickItem* view = m_scene->view())
+            view->forceActiveFocus();
+    }
+}
+
+void TextTool::commitNewBox(QQuickItem* inputer)
+{
     const QSharedPointer<GraphicItem> item = m_gesture.activeItem;
     auto* text = qobject_cast<GraphicTextItem*>(item.data());
     if (text)
         text->setVisible(true);
 
     const QString content = InputLimits::typedText(inputer->property("text").toString());
+    // The field may lay out its last keys at its next polish.
+    inputer->ensurePolished();
     if (text && !content.isEmpty()) {
         const double w = inputer->property("contentWidth").toDouble();
         const double h = inputer->property("contentHeight").toDouble();
         text->setText(content);
         QPainterPath path;
+        // The field's font is the box's in view pixels, unscaled: its content
+        // size is the text's size in scene units.
         path.addRect(QRectF(text->boundary().topLeft(), QSizeF(w, h)));
         text->setOutlinePath(path);
         text->setBoundary(path.boundingRect());
@@ -97,6 +205,7 @@ void TextTool::endNewBox(QObject* inputer)
     }
     // An empty box disappears without trace: it left the active layer at the release.
     m_gesture.activeItem.reset();
+    m_tools.endGesture();
 }
 
 void TextTool::beginEdit(const QSharedPointer<GraphicItem>& item)
@@ -104,10 +213,11 @@ void TextTool::beginEdit(const QSharedPointer<GraphicItem>& item)
     auto* inputer = qobject_cast<QQuickItem*>(m_scene->textInputer());
     if (!inputer)
         return;
+    finishEdit();
     // The field is laid over the hidden item and takes its text.
     item->setVisible(false);
     const QRectF rect = m_scene->mapRectFromScene(item->boundary());
-    inputer->setPosition(rect.topLeft());
+    inputer->setPosition(fieldPosition(m_scene, inputer, rect.topLeft()));
     inputer->setSize(rect.size());
     inputer->setProperty("text", item->property("text"));
     inputer->setVisible(true);
@@ -116,29 +226,24 @@ void TextTool::beginEdit(const QSharedPointer<GraphicItem>& item)
     inputer->setProperty("font", item->property("font"));
     inputer->setProperty("color", item->property("color"));
     QMetaObject::invokeMethod(inputer, "selectAll");
-    QObject::connect(inputer, &QQuickItem::focusChanged, m_scene,
-                     [this, inputer, item](bool) { endEdit(inputer, item); });
+    open(inputer, Open::Edit, item);
     m_scene->updateLayer(GraphicScene::ActiveLayer, regionOf(item->boundary(), 1.0));
     m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(item->boundary()));
 }
 
-void TextTool::endEdit(QObject* inputer, const QSharedPointer<GraphicItem>& edited)
+void TextTool::commitEdit(QQuickItem* inputer, const QSharedPointer<GraphicItem>& item)
 {
-    // Taken by value: the disconnect below releases the connection that holds `edited`.
-    const QSharedPointer<GraphicItem> item = edited;
-    QObject::disconnect(inputer, nullptr, nullptr, nullptr);
-    auto* quickInputer = qobject_cast<QQuickItem*>(inputer);
-    if (quickInputer)
-        quickInputer->setVisible(false);
     item->setVisible(true);
-
     const QString text = InputLimits::typedText(inputer->property("text").toString());
     auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data());
-    if (text.isEmpty() || !shape || !quickInputer)
+    if (text.isEmpty() || !shape) {
+        m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(item->boundary()));
         return;
+    }
 
     QPainterPath path;
-    path.addRect(QRectF(item->boundary().topLeft(), QSizeF(quickInputer->width(), quickInputer->height())));
+    // The field was sized to the frame on the screen.
+    path.addRect(QRectF(item->boundary().topLeft(), QSizeF(inputer->width(), inputer->height()) / m_scene->scale()));
     QUndoStack& history = m_scene->undoStack();
     history.beginMacro(QStringLiteral("change text"));
     history.push(new ResizeGraphicCommand(shape->outlinePath(), path, item, m_scene));

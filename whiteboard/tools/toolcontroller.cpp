@@ -8,6 +8,8 @@
 #include <QMouseEvent>
 #include <QMutexLocker>
 
+#include <utility>
+
 namespace whiteboard {
 
 ToolController::ToolController(GraphicScene* scene)
@@ -41,6 +43,13 @@ void ToolController::press(QMouseEvent* event)
 {
     m_gesture.mousePressed = true;
     m_gesture.mouseMoved = false;
+    // A press on the board outside an open text ends its edit and does
+    // nothing else, up to its release.
+    if (m_text.isOpen()) {
+        m_gesture.endingText = true;
+        m_text.finishEdit();
+        return;
+    }
     // The space bar pans, except while a text box takes the typing.
     const QSharedPointer<GraphicItem>& active = m_gesture.activeItem;
     if (m_gesture.pressedKey == Qt::Key_Space && (!active || active->type() != GraphicItem::Text)) {
@@ -60,6 +69,8 @@ void ToolController::press(QMouseEvent* event)
 
 void ToolController::move(QMouseEvent* event)
 {
+    if (m_gesture.endingText)
+        return;
     QMutexLocker locker(&m_scene->itemsMutex());
     if (m_gesture.panning && !m_scene->disableDrag())
         m_pan.motion(event);
@@ -71,6 +82,10 @@ void ToolController::move(QMouseEvent* event)
 
 void ToolController::release(QMouseEvent* event)
 {
+    if (std::exchange(m_gesture.endingText, false)) {
+        endGesture();
+        return;
+    }
     if (m_gesture.panning && !m_scene->disableDrag()) {
         m_pan.end(event);
         endGesture();
@@ -101,6 +116,7 @@ void ToolController::hover(QHoverEvent* event)
 
 void ToolController::changingTool(GraphicDefine::ToolType next)
 {
+    m_text.finishEdit();
     if (next != GraphicDefine::Segment && PolylineTool::isOpen(m_gesture.activeItem))
         m_polyline.close(true);
 }

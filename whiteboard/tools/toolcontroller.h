@@ -36,9 +36,9 @@ public:
     void hover(QHoverEvent* event);
     void keyPress(QKeyEvent* event);
     void keyRelease(QKeyEvent* event);
-    // Before the scene stores `next`: an open polyline is finished first, as
-    // a right click finishes it, since the release steps of the eraser and
-    // the text tool would skip its commit.
+    // Before the scene stores `next`: an open text is committed, and an open
+    // polyline is finished first, as a right click finishes it, since the
+    // release steps of the eraser and the text tool would skip its commit.
     void changingTool(GraphicDefine::ToolType next);
     // The pointer is up: the next press starts afresh.
     void endGesture();
