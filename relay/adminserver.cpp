@@ -113,7 +113,7 @@ void AdminServer::onReadyRead(QTcpSocket* socket)
         answer(socket, 400, "text/plain", "bad request\n");
         return;
     }
-    const QByteArray path = requestLine.at(1).left(requestLine.at(1).indexOf('?'));
+    const QByteArray path = requestLine.at(1).split('?').constFirst();
     if (path != "/healthz" && path != "/metrics") {
         answer(socket, 404, "text/plain", "not found\n");
         return;
