@@ -22,19 +22,19 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(runtime_package libwhiteboard${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Collaborative whiteboard: the QML modules com.im.whiteboard and com.im.whiteboard.relay")
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Collaborative whiteboard: the QML modules com.im.whiteboard and com.im.whiteboard.relay")
 # What QML imports at run time is no ELF dependency.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "qml6-module-qtquick")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libwhiteboard-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_COMPONENT_DEV_DESCRIPTION "Collaborative whiteboard: headers and the CMake package Whiteboard")
+set(CPACK_DEBIAN_DEV_DESCRIPTION "Collaborative whiteboard: headers and the CMake package Whiteboard")
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${runtime_package} (= ${PROJECT_VERSION}), qt6-base-dev, qt6-declarative-dev, qt6-websockets-dev, libprotobuf-dev, protobuf-compiler")
 
 set(CPACK_DEBIAN_RELAY_PACKAGE_NAME whiteboard-relay)
 set(CPACK_DEBIAN_RELAY_PACKAGE_SECTION net)
-set(CPACK_COMPONENT_RELAY_DESCRIPTION "Collaborative whiteboard: the relay server, its administration and its systemd unit")
+set(CPACK_DEBIAN_RELAY_DESCRIPTION "Collaborative whiteboard: the relay server, its administration and its systemd unit")
 set(CPACK_DEBIAN_RELAY_PACKAGE_DEPENDS "${runtime_package} (= ${PROJECT_VERSION}), libqt6sql6-sqlite")
 
 include(CPack)
