@@ -62,7 +62,7 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
     connect(m_reconnect, &QTimer::timeout, this, &RelayServer::reconnectStore);
     m_sweep = new QTimer(this);
     connect(m_sweep, &QTimer::timeout, this, &RelayServer::sweep);
-    m_sweep->start(std::min(kSweepMs, std::max(1, m_options.boardIdleSeconds) * 1000));
+    m_sweep->start(kSweepMs);
     connect(m_server.get(), &QWebSocketServer::sslErrors, this,
             [](const QList<QSslError>& errors) { qCWarning(lcRelay) << "tls errors:" << errors; });
 }
@@ -209,8 +209,13 @@ void RelayServer::sweep()
     // read per loaded board tells which are gone.
     const QList<BoardSession*> sessions = m_sessions.values();
     for (BoardSession* session : sessions) {
-        if (!session->exists() || m_store->board(session->boardId()).exists || !m_store->probe())
+        if (!session->exists() || m_store->board(session->boardId()).exists)
             continue;
+        // Not found, or not read: only a store that answers says it is gone.
+        if (!m_store->probe()) {
+            onStorageLost();
+            return;
+        }
         qCWarning(lcRelay).noquote() << "board" << session->boardId() << "was deleted from the store; closing its" << session->participantCount()
                                      << "connections";
         m_sessions.remove(session->boardId());

@@ -185,6 +185,12 @@ private slots:
     void adminRequests();
     void healthFollowsTheStore();
     void administration();
+    void cleanupTestCase() { m_relay.reset(); }
+
+private:
+    // One relay for the rows of a data-driven test.
+    QTemporaryDir m_dir;
+    std::unique_ptr<Relay> m_relay;
 };
 
 void tst_Operations::metricsFollowTheBoards()
@@ -240,12 +246,12 @@ void tst_Operations::adminRequests_data()
 
 void tst_Operations::adminRequests()
 {
-    static QTemporaryDir dir;
-    static Relay relay({ QStringLiteral("--db"), dir.filePath(QStringLiteral("boards.sqlite")) });
+    if (!m_relay)
+        m_relay = std::make_unique<Relay>(QStringList { QStringLiteral("--db"), m_dir.filePath(QStringLiteral("boards.sqlite")) });
     QFETCH(QByteArray, raw);
     QFETCH(int, status);
-    QVERIFY(relay.adminPort);
-    QCOMPARE(request(relay.adminPort, raw).status, status);
+    QVERIFY(m_relay->adminPort);
+    QCOMPARE(request(m_relay->adminPort, raw).status, status);
 }
 
 void tst_Operations::healthFollowsTheStore()
