@@ -2,12 +2,14 @@
 
 #include "relay/participant.h"
 #include "relay/relaylog.h"
+#include "relay/relaymetrics.h"
 
 #include "relay/wireaction.h"
 
 #include "proto/whiteboard.pb.h"
 
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QScopeGuard>
 
 #include <algorithm>
@@ -211,6 +213,14 @@ void BoardSession::closeAll()
     const QList<Participant*> participants = m_participants;
     for (Participant* participant : participants)
         participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("relay shutting down"));
+}
+
+void BoardSession::closeDeleted()
+{
+    m_waiting.clear();
+    const QList<Participant*> participants = m_participants;
+    for (Participant* participant : participants)
+        participant->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("board deleted"));
 }
 
 void BoardSession::onDisconnected(Participant* participant)
@@ -440,6 +450,7 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 {
     Waiting waiting { from, std::unique_ptr<pb::TransferData>(message), {} };
     if (message->has_userjoin()) {
+        RelayMetrics::instance().countMessage("join");
         answerJoin(from);
         return;
     }
@@ -458,13 +469,16 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
     }
     if (!changes) {
         // Pointers only: never stored, relayed at once.
+        RelayMetrics::instance().countMessage("pointer");
         Outcome outcome;
         const Checked checked = check(waiting, outcome);
         if (!checked.onward.isEmpty())
             sendPresence(checked.onward, from);
         return;
     }
+    RelayMetrics::instance().countMessage("change");
     if (!from->admitAction()) {
+        RelayMetrics::instance().refused("rate");
         from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many item actions"));
         return;
     }
@@ -506,7 +520,12 @@ void BoardSession::flush()
         return;
     // A close while the batch is delivered must not start another batch.
     m_flushing = true;
-    const auto done = qScopeGuard([this] { m_flushing = false; });
+    QElapsedTimer took;
+    took.start();
+    const auto done = qScopeGuard([this, &took] {
+        m_flushing = false;
+        RelayMetrics::instance().observeBatch(double(took.nsecsElapsed()) / 1e9);
+    });
     const qsizetype count = std::min<qsizetype>(qsizetype(m_waiting.size()), RelayOptions::kMaxBatchMessages);
     if (count >= RelayOptions::kMaxBatchMessages && !m_warnedBacklog) {
         m_warnedBacklog = true;
@@ -715,6 +734,7 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
 void BoardSession::refuse(Participant* from, const QString& gid, int type, const std::optional<Version>& refused,
                           const QString& reason, Outcome& outcome)
 {
+    RelayMetrics::instance().refused("authority");
     qCWarning(lcRelay).noquote() << "refused" << actionName(type) << "of gid" << gid << "on board" << m_boardId << "by user"
                                  << from->accountId() << ":" << reason;
     const auto known = m_items.find(gid);
@@ -753,6 +773,7 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
 {
     const qint64 user = from->accountId();
     if (operation.userid() != user) {
+        RelayMetrics::instance().refused("clear");
         qCWarning(lcRelay).noquote() << "refused clear on board" << m_boardId << "by user" << user << ": sent as user" << operation.userid();
         return;
     }
@@ -760,6 +781,7 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
 
     if (operation.operationtype() == pb::UserOperation::UserOperationClearAll) {
         if (user != m_owner) {
+            RelayMetrics::instance().refused("clear");
             qCWarning(lcRelay).noquote() << "refused clear all on board" << m_boardId << "by user" << user << ": not the owner";
             // The sender's board cleared itself: give it the board back. With
             // versions its clear mark keeps out whatever is older than the
@@ -792,6 +814,7 @@ bool BoardSession::admitPresence(Participant* from, const pb::UserAction& action
     if (action.actiontype() != pb::UserAction::UserActionMouseInfo)
         return false;
     if (action.userid() != from->accountId()) {
+        RelayMetrics::instance().refused("pointer");
         qCWarning(lcRelay).noquote() << "refused pointer on board" << m_boardId << "by user" << from->accountId() << ": sent as user"
                                      << action.userid();
         return false;

@@ -48,6 +48,8 @@ public:
     QString boardId() const { return m_boardId; }
     qint64 owner() const { return m_owner; }
     int participantCount() const { return int(m_participants.size()); }
+    bool exists() const { return m_exists; }
+    qint64 waitingCount() const { return qint64(m_waiting.size()); }
 
     // Reads the board's owner and item authors from the store.
     bool load();
@@ -56,6 +58,9 @@ public:
     void add(Participant* participant);
     // Closes every connection with "going away".
     void closeAll();
+    // The board was deleted from the store: every connection is closed with
+    // 1008 "board deleted", so that clients do not come back to it.
+    void closeDeleted();
     // Stores every waiting message now, unless the store is away.
     void storeWaiting();
     // Delivers the entries other nodes committed, up to `sequence` at least.

@@ -8,6 +8,7 @@
 // Prints "listening on ws://HOST:PORT" on standard output once it accepts
 // connections (with --port 0 the system picks the port).
 #include "relay/accesstoken.h"
+#include "relay/adminserver.h"
 #include "relay/postgresboardstore.h"
 #include "relay/relaylog.h"
 #include "relay/relayoptions.h"
@@ -112,15 +113,38 @@ int main(int argc, char* argv[])
     const QCommandLineOption batchOption(QStringLiteral("replay-batch"),
                                          QStringLiteral("Items per multi batch of a join answer (default: %1).").arg(RelayOptions::kDefaultReplayBatchItems),
                                          QStringLiteral("count"), QString::number(RelayOptions::kDefaultReplayBatchItems));
+    const QCommandLineOption adminPortOption(QStringLiteral("admin-port"),
+                                             QStringLiteral("Serve GET /healthz and /metrics over plain HTTP on this port; 0 lets the system choose (default: none)."),
+                                             QStringLiteral("port"));
+    const QCommandLineOption adminListenOption(QStringLiteral("admin-listen"), QStringLiteral("Address of --admin-port (default: 127.0.0.1)."),
+                                               QStringLiteral("address"), QStringLiteral("127.0.0.1"));
+    const QCommandLineOption idleOption(QStringLiteral("board-idle-seconds"),
+                                        QStringLiteral("Seconds a board without participants stays in memory; 0 unloads it at once (default: %1).")
+                                            .arg(RelayOptions::kDefaultBoardIdleSeconds),
+                                        QStringLiteral("seconds"), QString::number(RelayOptions::kDefaultBoardIdleSeconds));
+    const QCommandLineOption logFormatOption(QStringLiteral("log-format"), QStringLiteral("text (default) or json: one JSON object per line."),
+                                             QStringLiteral("format"), QStringLiteral("text"));
     parser.addOptions({ listenOption, portOption, dbOption, storeOption, secretOption, certOption, keyOption, maxBytesOption, pointerRateOption,
-                        actionRateOption, actionBurstOption, batchOption });
+                        actionRateOption, actionBurstOption, batchOption, adminPortOption, adminListenOption, idleOption, logFormatOption });
     parser.process(app);
+    if (parser.value(logFormatOption) == QLatin1String("json")) {
+        relay::installJsonLog();
+    } else if (parser.value(logFormatOption) != QLatin1String("text")) {
+        std::fprintf(stderr, "whiteboard-relay: --log-format takes text or json\n");
+        return 2;
+    }
 
     RelayOptions options;
     if (!positive(parser, maxBytesOption, &options.maxMessageBytes) || !positive(parser, pointerRateOption, &options.pointerRate)
         || !positive(parser, actionRateOption, &options.actionRate) || !positive(parser, actionBurstOption, &options.actionBurst)
         || !positive(parser, batchOption, &options.replayBatchItems))
         return 2;
+    bool idleOk = false;
+    options.boardIdleSeconds = parser.value(idleOption).toInt(&idleOk);
+    if (!idleOk || options.boardIdleSeconds < 0 || options.boardIdleSeconds > 86400 * 7) {
+        std::fprintf(stderr, "whiteboard-relay: --board-idle-seconds needs a number of seconds up to a week\n");
+        return 2;
+    }
     bool portOk = false;
     const uint port = parser.value(portOption).toUInt(&portOk);
     const QHostAddress address(parser.value(listenOption));
@@ -181,6 +205,19 @@ int main(int argc, char* argv[])
     if (!server.listen(address, quint16(port))) {
         std::fprintf(stderr, "whiteboard-relay: cannot listen on port %u: %s\n", port, qPrintable(server.errorString()));
         return 1;
+    }
+    std::unique_ptr<relay::AdminServer> admin;
+    if (parser.isSet(adminPortOption)) {
+        bool adminOk = false;
+        const uint adminPort = parser.value(adminPortOption).toUInt(&adminOk);
+        const QHostAddress adminAddress(parser.value(adminListenOption));
+        admin = std::make_unique<relay::AdminServer>(&server);
+        if (!adminOk || adminPort > 65535 || adminAddress.isNull() || !admin->listen(adminAddress, quint16(adminPort))) {
+            std::fprintf(stderr, "whiteboard-relay: cannot serve --admin-port %s on %s: %s\n", qPrintable(parser.value(adminPortOption)),
+                         qPrintable(parser.value(adminListenOption)), qPrintable(admin->errorString()));
+            return 1;
+        }
+        std::printf("admin on http://%s:%u\n", qPrintable(adminAddress.toString()), unsigned(admin->port()));
     }
     std::printf("listening on %s\n", qPrintable(server.url()));
     std::fflush(stdout);

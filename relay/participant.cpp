@@ -1,6 +1,7 @@
 #include "relay/participant.h"
 
 #include "relay/relaylog.h"
+#include "relay/relaymetrics.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -77,6 +78,12 @@ void Participant::closeWith(QWebSocketProtocol::CloseCode code, const QString& r
     if (m_closing)
         return;
     m_closing = true;
+    if (code == QWebSocketProtocol::CloseCodeWrongDatatype)
+        RelayMetrics::instance().refused("malformed");
+    else if (int(code) == 1011)
+        RelayMetrics::instance().refused("store_away");
+    else if (int(code) == 1013)
+        RelayMetrics::instance().refused("overloaded");
     if (code == QWebSocketProtocol::CloseCodeGoingAway)
         qCInfo(lcRelay).noquote() << "closing" << description() << "with" << int(code) << reason;
     else

@@ -35,12 +35,21 @@ struct RelayOptions
     // Longest board id, and the range of account ids, in a connection's URL.
     static constexpr int kMaxBoardIdLength = 200;
     static constexpr int kMaxUserNameLength = 200;
+    // A board without participants stays loaded this long (seconds), so
+    // that a quick rejoin costs no reload; 0 unloads it at once.
+    static constexpr int kDefaultBoardIdleSeconds = 60;
+    // The admin endpoint: the largest request head, the time a client has
+    // to send it, and the connections served at once (more wait unaccepted).
+    static constexpr int kMaxAdminRequestBytes = 8 * 1024;
+    static constexpr int kAdminHeaderDeadlineMs = 5000;
+    static constexpr int kMaxAdminConnections = 16;
 
     qint64 maxMessageBytes = kDefaultMaxMessageBytes;
     int pointerRate = kDefaultPointerRate;
     int actionRate = kDefaultActionRate;
     int actionBurst = kDefaultActionBurst;
     int replayBatchItems = kDefaultReplayBatchItems;
+    int boardIdleSeconds = kDefaultBoardIdleSeconds;
     // Empty: connections need no token.
     QByteArray secret;
 };

@@ -26,6 +26,8 @@ constexpr int kPollMs = 1000;
 // Pauses between attempts to reach a lost database: doubling up to the last.
 constexpr int kFirstReconnectMs = 250;
 constexpr int kLongestReconnectMs = 8000;
+// How often idle boards and deleted boards are looked for.
+constexpr int kSweepMs = 1000;
 
 } // namespace
 
@@ -58,6 +60,9 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
     m_reconnect = new QTimer(this);
     m_reconnect->setSingleShot(true);
     connect(m_reconnect, &QTimer::timeout, this, &RelayServer::reconnectStore);
+    m_sweep = new QTimer(this);
+    connect(m_sweep, &QTimer::timeout, this, &RelayServer::sweep);
+    m_sweep->start(kSweepMs);
     connect(m_server.get(), &QWebSocketServer::sslErrors, this,
             [](const QList<QSslError>& errors) { qCWarning(lcRelay) << "tls errors:" << errors; });
 }
@@ -141,6 +146,7 @@ void RelayServer::onNewConnection()
         else if (!m_options.secret.isEmpty() && !AccessToken::matches(m_options.secret, boardId, user, token))
             refusal = QStringLiteral("wrong token");
         if (!refusal.isEmpty()) {
+            RelayMetrics::instance().refused(refusal == QLatin1String("wrong token") ? "token" : "handshake");
             qCWarning(lcRelay).noquote() << "refused connection from" << socket->peerAddress().toString() << "to" << url.path()
                                          << "user" << query.queryItemValue(QStringLiteral("user")) << ":" << refusal;
             connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
@@ -163,11 +169,83 @@ BoardSession* RelayServer::sessionFor(const QString& boardId)
     m_sessions.insert(boardId, session);
     connect(session, &BoardSession::storageLost, this, &RelayServer::onStorageLost);
     connect(session, &BoardSession::idle, this, [this](BoardSession* idle) {
-        m_sessions.remove(idle->boardId());
-        m_store->unwatch(idle->boardId());
-        idle->deleteLater();
+        // A deleted board's session is no longer in m_sessions: it goes as
+        // soon as its participants have.
+        if (m_options.boardIdleSeconds == 0 || m_sessions.value(idle->boardId()) != idle)
+            unload(idle);
+        else
+            m_idleSince[idle].start();
     });
     return session;
+}
+
+void RelayServer::unload(BoardSession* session)
+{
+    m_idleSince.remove(session);
+    if (m_sessions.value(session->boardId()) == session) {
+        m_sessions.remove(session->boardId());
+        m_store->unwatch(session->boardId());
+    }
+    session->deleteLater();
+}
+
+void RelayServer::sweep()
+{
+    const qint64 idleMs = qint64(m_options.boardIdleSeconds) * 1000;
+    for (auto it = m_idleSince.begin(); it != m_idleSince.end();) {
+        BoardSession* session = it.key();
+        if (session->participantCount() > 0) {
+            it = m_idleSince.erase(it);
+        } else if (it.value().hasExpired(idleMs)) {
+            it = m_idleSince.erase(it);
+            unload(session);
+        } else {
+            ++it;
+        }
+    }
+    if (m_store->lost())
+        return;
+    // Administration deletes boards in the store, from another process: a
+    // read per loaded board tells which are gone.
+    const QList<BoardSession*> sessions = m_sessions.values();
+    for (BoardSession* session : sessions) {
+        if (!session->exists() || m_store->board(session->boardId()).exists)
+            continue;
+        // Not found, or not read: only a store that answers says it is gone.
+        if (!m_store->probe()) {
+            onStorageLost();
+            return;
+        }
+        qCWarning(lcRelay).noquote() << "board" << session->boardId() << "was deleted from the store; closing its" << session->participantCount()
+                                     << "connections";
+        m_sessions.remove(session->boardId());
+        m_store->unwatch(session->boardId());
+        if (session->participantCount() == 0)
+            unload(session);
+        else
+            session->closeDeleted();
+    }
+}
+
+bool RelayServer::checkStore()
+{
+    if (m_store->lost())
+        return false;
+    if (!m_store->probe()) {
+        onStorageLost();
+        return false;
+    }
+    return true;
+}
+
+RelayMetrics::Gauges RelayServer::gauges() const
+{
+    RelayMetrics::Gauges gauges;
+    gauges.connections = connectionCount();
+    gauges.boardsOpen = int(m_sessions.size());
+    for (const BoardSession* session : m_sessions)
+        gauges.queueDepth += session->waitingCount();
+    return gauges;
 }
 
 void RelayServer::committedElsewhere(const QString& boardId, qint64 sequence)

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "relay/boardstore.h"
+#include "relay/relaymetrics.h"
 #include "relay/relayoptions.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QHostAddress>
 #include <QObject>
@@ -44,6 +46,11 @@ public:
     void close();
     int connectionCount() const;
 
+    // For the admin endpoint: whether the store answers now (a failure starts
+    // the reconnection as any other would), and the gauges of /metrics.
+    bool checkStore();
+    RelayMetrics::Gauges gauges() const;
+
 private:
     void onNewConnection();
     BoardSession* sessionFor(const QString& boardId);
@@ -56,6 +63,10 @@ private:
     // the boards' messages wait meanwhile, and are stored once it is back.
     void onStorageLost();
     void reconnectStore();
+    // Unloads boards idle for longer than --board-idle-seconds, and closes
+    // boards that an administrator deleted from the store meanwhile.
+    void sweep();
+    void unload(BoardSession* session);
 
     BoardStore* m_store;
     RelayOptions m_options;
@@ -68,6 +79,9 @@ private:
     QTimer* m_reconnect = nullptr;
     int m_reconnectDelay = 0;
     int m_reconnectAttempts = 0;
+    QTimer* m_sweep = nullptr;
+    // Sessions without participants, since when.
+    QHash<BoardSession*, QElapsedTimer> m_idleSince;
 };
 
 } // namespace relay

@@ -46,10 +46,12 @@ public:
     bool lost() const override { return m_lost; }
     bool reopen(QString* error) override;
 
+    // The open connection, for administration beside the store's own work.
+    QSqlDatabase database() const;
+
 protected:
     SqlBoardStore(const QString& driver, const Dialect& dialect);
 
-    QSqlDatabase database() const;
     QString connectionName() const { return m_connectionName; }
     // Sets the connection up before it opens (name, host, user).
     virtual void configure(QSqlDatabase& db) = 0;

@@ -36,6 +36,8 @@ packages=(
     clang-14
     libclang-rt-14-dev
     llvm-14
+    # scripts/package.sh: CPack computes the packages' dependencies with dpkg-shlibdeps.
+    dpkg-dev
 )
 
 missing=()
