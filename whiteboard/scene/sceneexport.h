@@ -41,7 +41,7 @@ public:
     static constexpr int kCropMargin = 16;
     // Items recorded per hold of itemsMutex: the GUI thread waits for one
     // such batch at most (a few milliseconds on a slow machine).
-    static constexpr int kRecordBatch = 256;
+    static constexpr int kRecordBatch = 128;
 
     explicit SceneExport(GraphicScene* scene, QObject* parent = nullptr);
     // Stops the export under way, leaving its file unwritten, and waits for it.
