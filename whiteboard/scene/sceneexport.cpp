@@ -14,6 +14,7 @@
 #include <QPdfWriter>
 #include <QSaveFile>
 #include <QSvgGenerator>
+#include <QThread>
 
 #include <cmath>
 #include <memory>
@@ -135,9 +136,14 @@ bool SceneExport::run(const Job& job)
     std::vector<std::unique_ptr<PaintRecording>> recordings;
     for (qsizetype at = 0; at < items.size() && !m_stop; at += kRecordBatch) {
         auto recording = std::make_unique<PaintRecording>();
-        QMutexLocker locker(&m_scene->itemsMutex());
-        recording->record(items.mid(at, kRecordBatch), kRenderHints, margin);
+        {
+            QMutexLocker locker(&m_scene->itemsMutex());
+            recording->record(items.mid(at, kRecordBatch), kRenderHints, margin);
+        }
         recordings.push_back(std::move(recording));
+        // The lock is not fair: without a pause this thread takes it again
+        // before a woken GUI thread runs, which then waits for batch after batch.
+        QThread::yieldCurrentThread();
     }
     items.clear();
     const auto stop = [this] { return m_stop.load(); };

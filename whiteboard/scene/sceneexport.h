@@ -20,7 +20,7 @@ class GraphicScene;
 
 // Writes the page's items to a file as SVG, PDF or pixels, on a thread of
 // its own, so that a big board never holds up the GUI thread: the items are
-// recorded under itemsMutex a few hundred at a time (PaintRecording), then
+// recorded under itemsMutex kRecordBatch at a time (PaintRecording), then
 // replayed into the file's painter without the lock, as frames are.
 //
 // Vector files keep paths as paths and texts as texts, one scene unit to a
