@@ -110,7 +110,6 @@ bool SceneExport::start(const QString& path, const QByteArray& format, double sc
         const bool ok = run(job);
         if (m_stop)
             return;
-        ++m_finished;
         QMetaObject::invokeMethod(this, [this, path = job.path, ok] { emit finished(path, ok); }, Qt::QueuedConnection);
     });
     return true;

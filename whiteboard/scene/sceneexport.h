@@ -57,12 +57,11 @@ public:
     // paths, not as the picture frames show.
     static bool exporting();
 
-    // GUI thread. Opens `path` (a local path) and starts writing it in
-    // `format` (from formatOf); finished() tells the outcome. False, with a
-    // log line, when the scale is out of bounds or the file cannot be opened.
+    // GUI thread. Tries `path` (a local path) for writing and starts writing
+    // it in `format` (from formatOf); finished() tells the outcome. False,
+    // with a log line, when the scale is out of bounds or the file cannot be
+    // opened.
     bool start(const QString& path, const QByteArray& format, double scale, bool cropToItems);
-    // Any thread: exports finished, whatever their outcome.
-    int finishedCount() const { return m_finished; }
 
 signals:
     // GUI thread: `path` is written (ok), or was not and keeps what it held.
@@ -86,7 +85,6 @@ private:
     // One thread: exports run one after another, in the order asked.
     QThreadPool m_pool;
     std::atomic<bool> m_stop { false };
-    std::atomic<int> m_finished { 0 };
 };
 
 } // namespace whiteboard
