@@ -77,6 +77,8 @@ QImage paintedAt(GraphicScene* scene, const QRect& area, double scale, const Gra
     painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
     painter.scale(scale, scale);
     painter.translate(-area.topLeft());
+    // As the render thread paints them: under the lock (texts share the shaper's state).
+    QMutexLocker locker(&scene->itemsMutex());
     for (const QSharedPointer<GraphicItem>& item : scene->items(GraphicScene::ItemLayer, 1)) {
         if (item.data() != skipped)
             item->paint(&painter, nullptr);

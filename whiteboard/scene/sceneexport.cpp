@@ -69,6 +69,7 @@ SceneExport::~SceneExport()
 {
     m_stop = true;
     m_pool.waitForDone();
+    QMutexLocker locker(&m_jobMutex);
 }
 
 QByteArray SceneExport::formatOf(const QString& path)
@@ -107,6 +108,7 @@ bool SceneExport::start(const QString& path, const QByteArray& format, double sc
     }
     const Job job { path, format, scale, cropToItems, page, m_scene->backgroundColor() };
     m_pool.start([this, job] {
+        QMutexLocker locker(&m_jobMutex);
         const bool ok = run(job);
         if (m_stop)
             return;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "scene/annotatedmutex.h"
+
 #include <QByteArray>
 #include <QColor>
 #include <QLoggingCategory>
@@ -85,6 +87,9 @@ private:
     // One thread: exports run one after another, in the order asked.
     QThreadPool m_pool;
     std::atomic<bool> m_stop { false };
+    // Held by each job while it runs. The pool's own wait is invisible to
+    // ThreadSanitizer; taking this after it shows that the job is over.
+    SceneMutex m_jobMutex;
 };
 
 } // namespace whiteboard
