@@ -1,7 +1,7 @@
 // Big boards side by side with QGraphicsScene doing the same work, in one
 // process: frames, partial repaints, hit tests, remote updates, removals, late
-// joins and memory. Prints one table. Run by hand, offscreen:
-//   QT_QPA_PLATFORM=offscreen ./bench_board [memory] [frames] [hits] [sync]
+// joins, memory and export. Prints one table. Run by hand, offscreen:
+//   QT_QPA_PLATFORM=offscreen ./bench_board [memory] [frames] [hits] [sync] [export]
 #include "graphics/abstractgraphicshapeitem.h"
 #include "scene/graphicscene.h"
 #include "scene/scenerender.h"
@@ -19,9 +19,12 @@
 #include <QHash>
 #include <QLoggingCategory>
 #include <QPainter>
+#include <QPdfWriter>
 #include <QProcess>
 #include <QQuickWindow>
 #include <QRandomGenerator>
+#include <QSvgGenerator>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <QTimer>
@@ -591,6 +594,125 @@ void memoryRows()
              QStringLiteral("%1 KiB").arg(theirs, 0, 'f', 2), ours / theirs, QStringLiteral("<= 4 KiB"));
 }
 
+// Exports of a 10,000-item board, from the call to the file written, and
+// the longest the GUI thread was held up meanwhile: a 1 ms timer on it takes
+// itemsMutex at each tick, as input would, and the longest gap between ticks
+// (the call itself included) is the block. The other side renders its scene
+// into the same device on the GUI thread: all of that is its block.
+void exports()
+{
+    const std::vector<Shape> items = shapes(10000, QRectF(0, 0, 1080, 720), 20);
+    Board board;
+    board.join(int(items.size()), items);
+    board.idle(board.render()->composedFrames());
+    QGraphicsScene graphics(QRectF(0, 0, 1080, 720));
+    for (const Shape& shape : items)
+        graphics.addItem(graphicsItem(shape));
+    QTemporaryDir dir;
+
+    // The GUI thread's longest gap between ticks of a 1 ms timer that takes
+    // itemsMutex at each, as input would, from construction on. On a loaded
+    // machine a wait also holds the time the woken thread waits for a core.
+    struct Blocks
+    {
+        explicit Blocks(GraphicScene* scene)
+        {
+            ticks.setInterval(1);
+            // Measured from tick to tick: a gap holds the last tick's wait.
+            QObject::connect(&ticks, &QTimer::timeout, [this, scene] {
+                note();
+                sinceTick.restart();
+                QMutexLocker locker(&scene->itemsMutex());
+                longestWait = std::max(longestWait, sinceTick.nsecsElapsed() / 1e6);
+            });
+            sinceTick.start();
+            ticks.start();
+        }
+        void note() { longest = std::max(longest, sinceTick.nsecsElapsed() / 1e6); }
+
+        QTimer ticks;
+        QElapsedTimer sinceTick;
+        double longest = 0.0;
+        // Of it, the longest wait for the lock: what the export's batches
+        // cost the GUI thread, apart from the machine's scheduling.
+        double longestWait = 0.0;
+    };
+    struct Timed
+    {
+        double total = 0.0;
+        double block = 0.0;
+        double wait = 0.0;
+    };
+    const auto ours = [&](const QString& name, double scale) {
+        const QString path = dir.filePath(name);
+        QEventLoop loop;
+        const QMetaObject::Connection done = QObject::connect(board.view, &WhiteboardView::sceneExported, &loop, &QEventLoop::quit);
+        QElapsedTimer clock;
+        clock.start();
+        Blocks blocks(board.scene);
+        if (!board.view->exportScene(path, scale, false))
+            qWarning("export refused");
+        blocks.note();
+        loop.exec();
+        const Timed timed { clock.nsecsElapsed() / 1e6, blocks.longest, blocks.longestWait };
+        QObject::disconnect(done);
+        QFile::remove(path);
+        return timed;
+    };
+    const auto theirs = [&](QPaintDevice* device, const QRectF& target) {
+        QElapsedTimer clock;
+        clock.start();
+        QPainter painter(device);
+        painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+        painter.fillRect(target, Qt::white);
+        graphics.render(&painter, target, QRectF(0, 0, 1080, 720));
+        painter.end();
+        return clock.nsecsElapsed() / 1e6;
+    };
+    const auto row = [&](const QString& format, const Timed& timed, double anchor) {
+        printRow(QStringLiteral("export %1, 10,000 items, until written").arg(format), ms(timed.total), ms(anchor), timed.total / anchor, QString());
+        printRow(QStringLiteral("  GUI thread's longest block meanwhile"), ms(timed.block), ms(anchor), timed.block / anchor, QStringLiteral("< 16 ms"));
+        printRow(QStringLiteral("    of it, its longest wait for itemsMutex"), ms(timed.wait), QString(), 0.0, QString());
+    };
+
+    // The floor: the same timer over as long as an export takes, with none.
+    {
+        Blocks blocks(board.scene);
+        QTest::qWait(300);
+        printRow(QStringLiteral("GUI thread's longest block, 300 ms without export"), ms(blocks.longest), QString(), 0.0, QString());
+        printRow(QStringLiteral("    of it, its longest wait for itemsMutex"), ms(blocks.longestWait), QString(), 0.0, QString());
+    }
+    const Timed svg = ours(QStringLiteral("board.svg"), 1.0);
+    const double graphicsSvg = [&] {
+        QSvgGenerator generator;
+        generator.setFileName(dir.filePath(QStringLiteral("graphics.svg")));
+        generator.setSize(QSize(1080, 720));
+        generator.setViewBox(QRect(0, 0, 1080, 720));
+        return theirs(&generator, QRectF(0, 0, 1080, 720));
+    }();
+    row(QStringLiteral("SVG"), svg, graphicsSvg);
+
+    const Timed pdf = ours(QStringLiteral("board.pdf"), 1.0);
+    const double graphicsPdf = [&] {
+        QPdfWriter writer(dir.filePath(QStringLiteral("graphics.pdf")));
+        writer.setResolution(72);
+        writer.setPageLayout(QPageLayout(QPageSize(QSizeF(1080, 720), QPageSize::Point, QString(), QPageSize::ExactMatch), QPageLayout::Portrait,
+                                         QMarginsF()));
+        return theirs(&writer, QRectF(0, 0, 1080, 720));
+    }();
+    row(QStringLiteral("PDF"), pdf, graphicsPdf);
+
+    for (const double scale : { 1.0, 2.0 }) {
+        const Timed png = ours(QStringLiteral("board.png"), scale);
+        QImage image(QSize(1080, 720) * scale, kFormat);
+        const double painted = theirs(&image, QRectF(image.rect()));
+        QElapsedTimer clock;
+        clock.start();
+        image.save(dir.filePath(QStringLiteral("graphics.png")));
+        row(QStringLiteral("PNG %1x").arg(scale), png, painted + clock.nsecsElapsed() / 1e6);
+    }
+}
+
 // The memory rows in a process of their own, when other sections run too:
 // the threshold they fix would change how those sections' images are
 // allocated, and so their times.
@@ -620,7 +742,7 @@ int main(int argc, char** argv)
     printf("| %-58s | %14s | %14s | %7s | %-26s |\n", "scenario", "board", "QGraphicsScene", "ratio", "goal");
     printf("|%s|%s|%s|%s|%s|\n", QByteArray(60, '-').constData(), QByteArray(16, '-').constData(), QByteArray(16, '-').constData(),
            QByteArray(9, '-').constData(), QByteArray(28, '-').constData());
-    // A section name runs that section alone: memory, frames, hits, sync.
+    // A section name runs that section alone: memory, frames, hits, sync, export.
     const QStringList only = QCoreApplication::arguments().mid(1);
     const auto wanted = [&](const QString& name) { return only.isEmpty() || only.contains(name); };
     if (only == QStringList { QStringLiteral("memory") })
@@ -633,6 +755,8 @@ int main(int argc, char** argv)
         hitTests();
     if (wanted(QStringLiteral("sync")))
         sync();
+    if (wanted(QStringLiteral("export")))
+        exports();
     printf("(* extrapolated from the messages applied in %lld s)\n", kBudgetMs / 1000);
     return 0;
 }

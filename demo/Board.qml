@@ -260,15 +260,42 @@ Rectangle {
             }
             Item { Layout.fillWidth: true }
             DemoButton {
-                text: "Export"
-                tip: "Save the page as a PNG in " + board.exportFolder
-                onClicked: {
+                id: exportButton
+                text: "Export ▴"
+                tip: exportMenu.visible ? "" : "Save the page in " + board.exportFolder
+                onClicked: exportMenu.open()
+
+                // The form without a scale writes the overview's picture at
+                // once; the others paint off the GUI thread, and the view
+                // tells the end through sceneExported.
+                function exportAs(suffix, scale) {
                     const file = board.exportFolder + "/whiteboard-" + board.userName.toLowerCase() + "-"
-                               + Qt.formatDateTime(new Date(), "yyyyMMdd-hhmmss") + ".png"
-                    if (view.exportScene(file))
-                        board.notify(board.userName + ": page exported to " + file)
-                    else
-                        board.notify(board.userName + ": export failed (no frame yet, or " + file + " not writable)")
+                               + Qt.formatDateTime(new Date(), "yyyyMMdd-hhmmss") + "." + suffix
+                    const started = suffix === "png" && scale === 1 && !cropItem.checked
+                                  ? view.exportScene(file) : view.exportScene(file, scale, cropItem.checked)
+                    if (!started)
+                        board.notify(board.userName + ": export to " + file + " refused (see the log)")
+                }
+
+                Connections {
+                    target: view
+                    function onSceneExported(path, ok) {
+                        board.notify(board.userName + (ok ? ": page exported to " : ": export failed: ") + path)
+                    }
+                }
+
+                Menu {
+                    id: exportMenu
+                    // The bar is at the bottom of the board: the menu opens upwards.
+                    y: -height
+                    MenuItem { id: cropItem; text: "Only the items"; checkable: true }
+                    MenuSeparator {}
+                    MenuItem { text: "PNG"; onTriggered: exportButton.exportAs("png", 1) }
+                    MenuItem { text: "PNG, 2x"; onTriggered: exportButton.exportAs("png", 2) }
+                    MenuItem { text: "JPEG, 2x"; onTriggered: exportButton.exportAs("jpg", 2) }
+                    MenuItem { text: "WebP, 2x"; onTriggered: exportButton.exportAs("webp", 2) }
+                    MenuItem { text: "SVG (vector)"; onTriggered: exportButton.exportAs("svg", 1) }
+                    MenuItem { text: "PDF (vector)"; onTriggered: exportButton.exportAs("pdf", 1) }
                 }
             }
             // Only the owner may clear the board; the others clear their own items.

@@ -31,6 +31,10 @@ packages=(
     # The file dialog's own implementation, used where the desktop offers none.
     qml6-module-qt-labs-folderlistmodel
     fonts-dejavu-core
+    # Export: the tests read exported PDFs back (pdfinfo, pdftotext); the
+    # image plugins add WebP (and TIFF) to the pixel formats.
+    poppler-utils
+    qt6-image-formats-plugins
     # The sanitizer stage and the fuzz target: clang with its runtimes, and
     # the symbolizer for readable reports.
     clang-14

@@ -1,11 +1,13 @@
 #include "whiteboardview.h"
 
 #include "scene/graphicscene.h"
+#include "scene/sceneexport.h"
 #include "util.h"
 
 #include "proto/whiteboard.pb.h"
 
 #include <QGuiApplication>
+#include <QImageWriter>
 #include <QJSEngine>
 #include <QPainter>
 #include <QQuickWindow>
@@ -46,6 +48,8 @@ WhiteboardView::WhiteboardView(QQuickItem* parent)
 // size, stops while the view is whole.
 WhiteboardView::~WhiteboardView()
 {
+    // An export under way paints the scene's items: stopped first.
+    m_export.reset();
     delete m_scene;
 }
 
@@ -197,14 +201,45 @@ void WhiteboardView::updateUndoRedoStatus(bool canUndo, bool canRedo)
 bool WhiteboardView::exportScene(QString filePath)
 {
     filePath = Util::instance().toLocalFile(filePath);
-    const QImage* source = m_scene->thumbnailImage(false);
-    if (!source || source->isNull())
+    const QByteArray format = whiteboard::SceneExport::formatOf(filePath);
+    if (format.isEmpty()) {
+        qCWarning(lcWhiteboardExport, "cannot export to %s: unknown format", qPrintable(filePath));
         return false;
+    }
+    if (whiteboard::SceneExport::isVector(format))
+        return exportScene(filePath, 1.0, false);
+    const QImage* source = m_scene->thumbnailImage(false);
+    if (!source || source->isNull()) {
+        qCWarning(lcWhiteboardExport, "cannot export to %s: no frame painted yet", qPrintable(filePath));
+        return false;
+    }
     QImage canvas(source->width(), source->height(), source->format());
     canvas.fill(m_scene->backgroundColor());
     QPainter painter(&canvas);
     painter.drawImage(QRectF(canvas.rect()), *source, QRectF(source->rect()), Qt::AutoColor);
-    return canvas.save(filePath, nullptr, -1);
+    QImageWriter writer(filePath, format);
+    const bool ok = writer.write(canvas);
+    if (!ok) {
+        qCWarning(lcWhiteboardExport, "cannot export to %s: %s", qPrintable(filePath), qPrintable(writer.errorString()));
+        return false;
+    }
+    emit sceneExported(filePath, true);
+    return true;
+}
+
+bool WhiteboardView::exportScene(QString filePath, double scale, bool cropToItems)
+{
+    filePath = Util::instance().toLocalFile(filePath);
+    const QByteArray format = whiteboard::SceneExport::formatOf(filePath);
+    if (format.isEmpty()) {
+        qCWarning(lcWhiteboardExport, "cannot export to %s: unknown format", qPrintable(filePath));
+        return false;
+    }
+    if (!m_export) {
+        m_export = std::make_unique<whiteboard::SceneExport>(m_scene);
+        connect(m_export.get(), &whiteboard::SceneExport::finished, this, &WhiteboardView::sceneExported);
+    }
+    return m_export->start(filePath, format, scale, cropToItems);
 }
 
 // The scene deletes the message, whatever it holds.

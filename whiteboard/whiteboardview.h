@@ -7,12 +7,15 @@
 #include <QRectF>
 #include <QSize>
 
+#include <memory>
+
 namespace im::whiteboard {
 class TransferData;
 }
 
 namespace whiteboard {
 class GraphicScene;
+class SceneExport;
 }
 
 // The item a host places in its QML tree. It owns one scene, hands it every
@@ -78,7 +81,18 @@ public slots:
     void scaleScene(double scaleRatio, QPointF pos);
     void scaleSceneToCenter(double scaleRatio);
     void updateUndoRedoStatus(bool canUndo, bool canRedo);
+    // Writes the page to `filePath` (a path or a file URL) in the format its
+    // suffix names: .svg and .pdf as vector files, .png, .jpg, .webp (where
+    // Qt has the plugin) and other image suffixes as pixels. The first form
+    // writes the large thumbnail as it stands and returns once the file is
+    // written. The second paints the items off the GUI thread at `scale`
+    // pixels per scene unit (pixel formats; up to SceneExport::kMaxScale),
+    // of the whole page or only of what the items cover (`cropToItems`),
+    // and returns once it is under way. Both emit sceneExported; false,
+    // with a log line, when the format is unknown, the path cannot be
+    // written or the scale is out of bounds, and then nothing is emitted.
     bool exportScene(QString filePath);
+    bool exportScene(QString filePath, double scale, bool cropToItems = false);
     void receiveData(im::whiteboard::TransferData* data);
     void updateDevicePixelRatio();
     void sendUserJoinData(qlonglong timestamp, QString whitboardId);
@@ -106,6 +120,9 @@ signals:
     void thumbnailSizeChanged();
     // The picture at `path` could not be placed; `reason` says why.
     void pictureRefused(const QString& path, const QString& reason);
+    // An export that exportScene accepted is over: `filePath` is written
+    // (ok), or failed while painting or writing and keeps what it held.
+    void sceneExported(const QString& filePath, bool ok);
 
 protected:
     bool event(QEvent* event) override;
@@ -141,4 +158,6 @@ private:
     bool m_isOwner = false;
     QSize m_thumbnailSize = QSize(1080, 720);
     QPoint m_pressPoint;
+    // Made on the first export that paints off the GUI thread.
+    std::unique_ptr<whiteboard::SceneExport> m_export;
 };

@@ -3,6 +3,7 @@
 #include "graphics/graphicdistance.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
+#include "scene/sceneexport.h"
 
 #include <QDebug>
 #include <QMouseEvent>
@@ -324,7 +325,7 @@ void AbstractGraphicShapeItem::endPress(QMouseEvent* event, bool pressed, bool r
 
 QColor AbstractGraphicShapeItem::paintColor(QColor color) const
 {
-    if (selected())
+    if (selected() && !SceneExport::exporting())
         color = color.darker(110);
     color.setAlphaF(float(opacity()));
     return color;
@@ -356,7 +357,8 @@ void AbstractGraphicShapeItem::paint(QPainter* painter, const QRectF*)
 void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
 {
     // A stroke still being drawn changes with every point: painted whole.
-    if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode())
+    // So is an exported one: a file keeps the path, off the GUI thread.
+    if (GraphicStrokeCache::wanted(m_outlinePath) && !isEditMode() && !SceneExport::exporting())
         m_strokeCache.paint(painter, scene(), m_outlinePath, painter->pen(), painter->brush());
     else
         painter->drawPath(m_outlinePath);
@@ -364,7 +366,7 @@ void AbstractGraphicShapeItem::drawOutline(QPainter* painter)
 
 void AbstractGraphicShapeItem::paintSelectionVeil(QPainter* painter) const
 {
-    if (!selected() || m_brush == QBrush(Qt::NoBrush))
+    if (!selected() || m_brush == QBrush(Qt::NoBrush) || SceneExport::exporting())
         return;
     const QColor veil("#30000000");
     painter->setPen(QPen(QBrush(veil, Qt::SolidPattern), m_pen.width(), Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));

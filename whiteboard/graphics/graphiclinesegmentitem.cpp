@@ -3,6 +3,7 @@
 #include "graphics/graphiclinesegmentcontroller.h"
 #include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
+#include "scene/sceneexport.h"
 
 #include <QHoverEvent>
 #include <QMouseEvent>
@@ -132,7 +133,8 @@ void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
     if (!visible() || opacity() < 0.001)
         return;
     const QPen pen = this->pen();
-    if (!selected()) {
+    // An export shows the item as the others see it, unselected.
+    if (!selected() || SceneExport::exporting()) {
         QPen copy = pen;
         QColor color = copy.color();
         color.setAlphaF(float(opacity()));
