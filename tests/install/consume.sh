@@ -15,7 +15,9 @@ prefix="$work/prefix"
 cmake --install "$build_dir" --prefix "$prefix" >"$work/install.log"
 for library in libwhiteboard libwhiteboardproto libwhiteboardrelayclient; do
     file="$(find "$prefix" -name "$library.so.1" | head -n 1)"
-    [[ -n "$file" ]] && objdump -p "$file" | grep -q "SONAME *$library.so.1" || { echo "$library.so.1: no versioned SONAME" >&2; exit 1; }
+    # Not grep -q: under pipefail, a grep that stops reading early fails the
+    # pipe with objdump's SIGPIPE.
+    [[ -n "$file" ]] && objdump -p "$file" | grep "SONAME *$library.so.1" >/dev/null || { echo "$library.so.1: no versioned SONAME" >&2; exit 1; }
 done
 for file in bin/whiteboard-relay bin/whiteboard-admin lib/systemd/system/whiteboard-relay.service include/whiteboard/proto/whiteboard.pb.h; do
     [[ -e "$prefix/$file" ]] || { echo "not installed: $file" >&2; exit 1; }
