@@ -4,6 +4,7 @@
 #include "relay/relaylog.h"
 
 #include "relay/wireaction.h"
+#include "whiteboard/scene/versionbound.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -20,6 +21,7 @@ namespace relay {
 namespace {
 
 using Version = BoardStore::Version;
+using whiteboard::VersionBound;
 
 std::optional<Version> versionOf(const pb::GraphicAction& action)
 {
@@ -45,12 +47,17 @@ const char* actionName(int type)
 
 // The envelope with its item action turned into `type`, and with `version`
 // when one is given.
-QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt)
+QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt,
+                     bool withoutPixels = false)
 {
     pb::WhiteboardData body;
     body.ParseFromString(envelope.data());
     pb::GraphicAction* action = body.mutable_graphicactiondata();
     action->set_graphicactiontype(type);
+    // Boards keep the pixels they hold when an update of a picture has none.
+    if (withoutPixels && action->has_imagedata())
+        for (pb::Image& image : *action->mutable_imagedata()->mutable_data())
+            image.clear_data();
     if (version) {
         action->set_version(version->version);
         action->set_versionuser(version->user);
@@ -60,11 +67,12 @@ QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType ty
     return QByteArray::fromStdString(envelope.SerializeAsString());
 }
 
-QByteArray rewritten(const QByteArray& stored, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt)
+QByteArray rewritten(const QByteArray& stored, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt,
+                     bool withoutPixels = false)
 {
     pb::SingleWhiteboardData envelope;
     envelope.ParseFromArray(stored.constData(), int(stored.size()));
-    return rewritten(envelope, type, version);
+    return rewritten(envelope, type, version, withoutPixels);
 }
 
 // Boards send a picture's pixels with its add only: an update of an image
@@ -167,8 +175,9 @@ bool BoardSession::loadItems()
     if (!m_store->items(m_boardId, &items))
         return false;
     m_items.clear();
+    m_bytes = 0;
     for (const BoardStore::Item& item : std::as_const(items))
-        m_items.insert(item.gid, ItemState { item.author, item.version });
+        putItem(item.gid, item.author, item.version, item.envelope.size());
     return true;
 }
 
@@ -200,7 +209,7 @@ void BoardSession::closeAll()
     // participant out of m_participants while we walk it.
     const QList<Participant*> participants = m_participants;
     for (Participant* participant : participants)
-        participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("relay shutting down"));
+        participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, "shutdown", QStringLiteral("relay shutting down"));
 }
 
 void BoardSession::onDisconnected(Participant* participant)
@@ -249,7 +258,7 @@ void BoardSession::answerJoin(Participant* participant)
         m_store->rollback();
     if (!read) {
         // It comes back with its connection's backoff, and gets the replay.
-        participant->closeWith(QWebSocketProtocol::CloseCode(1011), QStringLiteral("storage error"));
+        participant->closeWith(QWebSocketProtocol::CloseCode(1011), "storage", QStringLiteral("storage error"));
         if (!m_store->probe())
             emit storageLost();
         return;
@@ -260,7 +269,7 @@ void BoardSession::answerJoin(Participant* participant)
         envelopes.append(item.envelope);
     const QList<QByteArray> frames = batches(envelopes);
     for (const QByteArray& frame : frames)
-        participant->send(frame, true);
+        participant->send(frame);
 
     pb::TransferData done;
     done.set_whiteboardid(m_boardId.toStdString());
@@ -325,7 +334,7 @@ void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
             // A copy: a close may take the participant out at once.
             const QList<Participant*> participants = m_participants;
             for (Participant* participant : participants)
-                participant->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("fell behind"));
+                participant->closeWith(QWebSocketProtocol::CloseCode(1013), "fell-behind", QStringLiteral("fell behind"));
             m_delivered = entries.constLast().sequence;
             m_reload = !loadItems();
             return;
@@ -351,18 +360,19 @@ void BoardSession::follow(const pb::TransferData& frame)
         if (body.datatype() == pb::WhiteboardData::WhiteboardDataGraphicAction) {
             const pb::GraphicAction& action = body.graphicactiondata();
             const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
-            const auto known = m_items.find(gid);
+            const auto known = m_items.constFind(gid);
             if (action.graphicactiontype() == pb::GraphicActionRemove)
-                m_items.remove(gid);
-            else if (known != m_items.end())
-                known->version = versionOf(action);
+                dropItem(gid);
+            else if (known != m_items.cend())
+                putItem(gid, known->author, versionOf(action), envelope.ByteSizeLong());
             else if (action.graphicactiontype() == pb::GraphicActionAdd)
-                m_items.insert(gid, ItemState { WireAction::author(action), versionOf(action) });
+                putItem(gid, WireAction::author(action), versionOf(action), envelope.ByteSizeLong());
         } else if (body.datatype() == pb::WhiteboardData::WhiteboardDataUserOperation) {
             const pb::UserOperation& operation = body.useroperationdata();
             std::optional<Version> before;
             if (operation.has_version())
                 before = Version { operation.version(), operation.versionuser() };
+            seeVersion(before);
             if (operation.operationtype() == pb::UserOperation::UserOperationClearAll)
                 clearItems(std::nullopt, before);
             else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid)
@@ -374,8 +384,40 @@ void BoardSession::follow(const pb::TransferData& frame)
 void BoardSession::clearItems(std::optional<qint64> author, const std::optional<Version>& before)
 {
     m_items.removeIf([&](const QHash<QString, ItemState>::iterator& item) {
-        return (!author || item->author == *author) && clearedBy(item->version, before);
+        const bool cleared = (!author || item->author == *author) && clearedBy(item->version, before);
+        if (cleared)
+            m_bytes -= item->bytes;
+        return cleared;
     });
+}
+
+void BoardSession::putItem(const QString& gid, qint64 author, const std::optional<Version>& version, qint64 bytes)
+{
+    ItemState& state = m_items[gid];
+    m_bytes += bytes - state.bytes;
+    state = ItemState { author, version, bytes };
+    seeVersion(version);
+}
+
+void BoardSession::dropItem(const QString& gid)
+{
+    const auto known = m_items.constFind(gid);
+    if (known == m_items.cend())
+        return;
+    m_bytes -= known->bytes;
+    m_items.erase(known);
+}
+
+void BoardSession::seeVersion(const std::optional<Version>& version)
+{
+    // Only admitted versions get here: the clock stays below the bound.
+    if (version)
+        m_clock = std::max(m_clock, version->version);
+}
+
+bool BoardSession::admitsVersion(const std::optional<Version>& version) const
+{
+    return !version || VersionBound::admits(m_clock, version->version);
 }
 
 void BoardSession::deliverPresence(const QByteArray& frame)
@@ -429,6 +471,12 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 {
     Waiting waiting { from, std::unique_ptr<pb::TransferData>(message), {} };
     if (message->has_userjoin()) {
+        // Each join reads and sends the whole board.
+        if (!from->admitJoin()) {
+            from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "joins",
+                            QStringLiteral("more than %1 joins a minute").arg(m_options.joinsPerMinute));
+            return;
+        }
         answerJoin(from);
         return;
     }
@@ -437,13 +485,14 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 
     const auto& list = message->multi().whiteboarddatalist();
     waiting.bodies.resize(size_t(list.size()));
-    bool changes = false;
+    int changes = 0;
     for (int i = 0; i < list.size(); ++i) {
         if (!waiting.bodies[size_t(i)].ParseFromString(list[i].data())) {
-            from->closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, QStringLiteral("envelope is not a WhiteboardData"));
+            from->closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, "malformed", QStringLiteral("envelope is not a WhiteboardData"));
             return;
         }
-        changes = changes || waiting.bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction;
+        if (waiting.bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction)
+            ++changes;
     }
     if (!changes) {
         // Pointers only: never stored, relayed at once.
@@ -453,15 +502,16 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
             sendPresence(checked.onward, from);
         return;
     }
-    if (!from->admitAction()) {
-        from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many item actions"));
+    // Items, not frames: one frame may carry thousands.
+    if (!from->admitAction(changes)) {
+        from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "rate", QStringLiteral("too many item actions"));
         return;
     }
     if (qint64(m_waiting.size()) >= RelayOptions::kMaxWaitingMessages) {
         // The store does not keep up (or is away): the sender is told so
         // rather than the relay's memory growing without bound.
         qCWarning(lcRelay).noquote() << "board" << m_boardId << "has" << m_waiting.size() << "messages waiting for the database";
-        from->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("relay overloaded"));
+        from->closeWith(QWebSocketProtocol::CloseCode(1013), "overloaded", QStringLiteral("relay overloaded"));
         return;
     }
     m_waiting.push_back(std::move(waiting));
@@ -564,7 +614,7 @@ void BoardSession::flush()
                 sendPresence(checked.onward, checked.from);
         }
         for (const QByteArray& frame : batches(checked.toSender))
-            checked.from->send(frame, true);
+            checked.from->send(frame);
     }
     schedule();
 }
@@ -640,7 +690,8 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
                                 Outcome& outcome)
 {
     const pb::GraphicAction& action = body.graphicactiondata();
-    const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
+    const std::string& rawGid = action.gid().empty() ? envelope.gid() : action.gid();
+    const QString gid = QString::fromStdString(rawGid);
     if (gid.isEmpty())
         return;
     const int type = action.graphicactiontype();
@@ -649,13 +700,28 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
     const auto known = m_items.constFind(gid);
     const qint64 user = from->accountId();
 
+    if (!admitsVersion(version)) {
+        refuse(from, gid, type, version, "version-ahead", QStringLiteral("version %1, clock %2").arg(version->version).arg(m_clock), outcome);
+        return;
+    }
+    // Every entry, not the first alone: boards apply each under its own
+    // author and gid.
+    if (!WireAction::onlyOf(action, rawGid, author)) {
+        refuse(from, gid, type, version, "forged-entry", QStringLiteral("an entry of another author or gid"), outcome);
+        return;
+    }
     if (type == pb::GraphicActionAdd && known == m_items.cend()) {
         if (author != user) {
-            refuse(from, gid, type, version, QStringLiteral("added as user %1").arg(author), outcome);
+            refuse(from, gid, type, version, "forged-author", QStringLiteral("added as user %1").arg(author), outcome);
             return;
         }
-        m_items.insert(gid, ItemState { author, version });
-        outcome.changes.append({ BoardStore::Change::Put, { gid, author, version, rewritten(envelope, pb::GraphicActionAdd) }, 0, std::nullopt });
+        const QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
+        if (m_items.size() >= m_options.maxBoardItems || m_bytes + state.size() > m_options.maxBoardBytes) {
+            refuse(from, gid, type, version, "board-full", QStringLiteral("%1 items, %2 bytes").arg(m_items.size()).arg(m_bytes), outcome);
+            return;
+        }
+        putItem(gid, author, version, state.size());
+        outcome.changes.append({ BoardStore::Change::Put, { gid, author, version, state }, 0, std::nullopt });
         outcome.forward.append(&envelope);
         return;
     }
@@ -665,15 +731,15 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
         // Gone already: a removal has nothing to do, an update is answered
         // with the removal.
         if (type != pb::GraphicActionRemove)
-            refuse(from, gid, type, version, QStringLiteral("no such item"), outcome);
+            refuse(from, gid, type, version, "no-item", QStringLiteral("no such item"), outcome);
         return;
     }
     if (user != known->author && user != m_owner) {
-        refuse(from, gid, type, version, QStringLiteral("item of user %1").arg(known->author), outcome);
+        refuse(from, gid, type, version, "not-owner", QStringLiteral("item of user %1").arg(known->author), outcome);
         return;
     }
     if (type != pb::GraphicActionRemove && author != known->author) {
-        refuse(from, gid, type, version, QStringLiteral("author changed to %1").arg(author), outcome);
+        refuse(from, gid, type, version, "forged-author", QStringLiteral("author changed to %1").arg(author), outcome);
         return;
     }
     if (version && known->version && !(*known->version < *version)) {
@@ -683,16 +749,21 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
         return;
     }
     if (type == pb::GraphicActionRemove) {
-        m_items.remove(gid);
+        dropItem(gid);
         outcome.changes.append({ BoardStore::Change::Remove, { gid, 0, std::nullopt, {} }, 0, std::nullopt });
         outcome.forward.append(&envelope);
         return;
     }
-    m_items[gid].version = version;
+    const qint64 itemAuthor = known->author;
     QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
     if (body.graphicactiondata().has_imagedata())
         state = keepingPicture(state, storedItem(gid));
-    outcome.changes.append({ BoardStore::Change::Put, { gid, known->author, version, state }, 0, std::nullopt });
+    if (m_bytes - known->bytes + state.size() > m_options.maxBoardBytes) {
+        refuse(from, gid, type, version, "board-full", QStringLiteral("%1 bytes").arg(m_bytes), outcome);
+        return;
+    }
+    putItem(gid, itemAuthor, version, state.size());
+    outcome.changes.append({ BoardStore::Change::Put, { gid, itemAuthor, version, state }, 0, std::nullopt });
     if (type == pb::GraphicActionAdd) {
         // A second add of a live gid would give the others a second item.
         outcome.toOthers.append(rewritten(envelope, pb::GraphicActionUpdate));
@@ -701,35 +772,58 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
     outcome.forward.append(&envelope);
 }
 
-void BoardSession::refuse(Participant* from, const QString& gid, int type, const std::optional<Version>& refused,
-                          const QString& reason, Outcome& outcome)
+bool BoardSession::refused(Participant* from, const char* reason, const QString& what, const QString& detail)
 {
-    qCWarning(lcRelay).noquote() << "refused" << actionName(type) << "of gid" << gid << "on board" << m_boardId << "by user"
-                                 << from->accountId() << ":" << reason;
+    qCWarning(lcRelay).noquote() << "refused" << what << "on board" << m_boardId << "by user" << from->accountId() << ":"
+                                 << QString::fromLatin1(reason) << detail;
+    // Each refusal costs a correction: a sender refused again and again goes.
+    if (from->admitRefusal())
+        return true;
+    from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "refusals", QStringLiteral("too many refused actions"));
+    return false;
+}
+
+void BoardSession::refuse(Participant* from, const QString& gid, int type, const std::optional<Version>& refusedVersion,
+                          const char* reason, const QString& detail, Outcome& outcome)
+{
+    if (!refused(from, reason, QStringLiteral("%1 of gid %2").arg(QLatin1String(actionName(type)), gid), detail))
+        return;
+    // The correction never goes past what a clock admits, whatever the
+    // refused version was; a forged version is the sender's own matter, and
+    // the others' clocks do not move for it.
+    const bool ahead = !admitsVersion(refusedVersion);
+    std::optional<Version> bounded = refusedVersion;
+    if (bounded)
+        bounded->version = std::min(bounded->version, std::min(m_clock, VersionBound::kCeiling) + VersionBound::kLead - 1);
     const auto known = m_items.find(gid);
     const std::optional<BoardStore::Item> stored = known == m_items.end() ? std::nullopt : storedItem(gid);
     if (!stored) {
         std::optional<Version> removal;
-        if (refused)
-            removal = Version { refused->version + 1, refused->user };
+        if (bounded)
+            removal = Version { VersionBound::after(bounded->version), bounded->user };
         outcome.toSender.append(removalOf(gid, removal));
         return;
     }
     // The sender removed the item on its board: it needs it back as an add.
     const pb::GraphicActionType back = type == pb::GraphicActionRemove ? pb::GraphicActionAdd : pb::GraphicActionUpdate;
-    if (!refused) {
-        outcome.toSender.append(rewritten(stored->envelope, back));
+    if (!bounded) {
+        outcome.toSender.append(back == pb::GraphicActionAdd ? stored->envelope : rewritten(stored->envelope, back));
         return;
     }
-    // With versions the correction must win on the sender's board: store the
-    // item again under a version newer than the refused one and tell every
-    // board, so every clock moves past it.
-    const qint64 base = std::max(refused->version, stored->version ? stored->version->version : 0);
-    const Version newer { base + 1, stored->version ? stored->version->user : stored->author };
-    known->version = newer;
-    outcome.changes.append({ BoardStore::Change::Put, { gid, stored->author, newer, rewritten(stored->envelope, pb::GraphicActionAdd, newer) }, 0, std::nullopt });
+    // With versions the correction must win on the sender's board, so it goes
+    // under a version newer than the refused one. The others are told that
+    // version too, so that their next change of the item passes it on the
+    // sender's board, but without the pixels they hold already; nothing is
+    // stored again: the stored state is the item's, only its clock moved.
+    const qint64 base = std::max(bounded->version, stored->version ? stored->version->version : 0);
+    const Version newer { VersionBound::after(base), stored->version ? stored->version->user : stored->author };
+    if (!ahead) {
+        known->version = newer;
+        seeVersion(newer);
+    }
     outcome.toSender.append(rewritten(stored->envelope, back, newer));
-    outcome.toOthers.append(rewritten(stored->envelope, pb::GraphicActionUpdate, newer));
+    if (!ahead)
+        outcome.toOthers.append(rewritten(stored->envelope, pb::GraphicActionUpdate, newer, true));
 }
 
 void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::UserOperation& operation,
@@ -737,31 +831,37 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
 {
     const qint64 user = from->accountId();
     if (operation.userid() != user) {
-        qCWarning(lcRelay).noquote() << "refused clear on board" << m_boardId << "by user" << user << ": sent as user" << operation.userid();
+        refused(from, "forged-author", QStringLiteral("clear"), QStringLiteral("sent as user %1").arg(operation.userid()));
         return;
     }
     std::optional<Version> before;
     if (operation.has_version())
         before = Version { operation.version(), operation.versionuser() };
-
-    if (operation.operationtype() == pb::UserOperation::UserOperationClearAll) {
-        if (user != m_owner) {
-            qCWarning(lcRelay).noquote() << "refused clear all on board" << m_boardId << "by user" << user << ": not the owner";
-            // The sender's board cleared itself: give it the board back.
-            writeUnwritten();
-            QList<BoardStore::Item> items;
-            m_store->items(m_boardId, &items);
-            for (const BoardStore::Item& item : std::as_const(items))
-                outcome.toSender.append(item.envelope);
+    const bool clearAll = operation.operationtype() == pb::UserOperation::UserOperationClearAll;
+    if (!clearAll && operation.operationtype() != pb::UserOperation::UserOperationClearByUid)
+        return;
+    const bool ahead = !admitsVersion(before);
+    if (ahead || (clearAll && user != m_owner)) {
+        if (!refused(from, ahead ? "version-ahead" : "not-owner", clearAll ? QStringLiteral("clear all") : QStringLiteral("clear of own items")))
             return;
+        // The sender's board cleared itself: give it the board back, as it is
+        // stored (the refusals' limit bounds how often).
+        writeUnwritten();
+        QList<BoardStore::Item> items;
+        m_store->items(m_boardId, &items);
+        for (const BoardStore::Item& item : std::as_const(items)) {
+            if (clearAll || item.author == user)
+                outcome.toSender.append(item.envelope);
         }
+        return;
+    }
+    seeVersion(before);
+    if (clearAll) {
         clearItems(std::nullopt, before);
         outcome.changes.append({ BoardStore::Change::ClearAll, {}, 0, before });
-    } else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid) {
+    } else {
         clearItems(user, before);
         outcome.changes.append({ BoardStore::Change::ClearByAuthor, {}, user, before });
-    } else {
-        return;
     }
     outcome.forward.append(&envelope);
 }
@@ -772,8 +872,7 @@ bool BoardSession::admitPresence(Participant* from, const pb::UserAction& action
     if (action.actiontype() != pb::UserAction::UserActionMouseInfo)
         return false;
     if (action.userid() != from->accountId()) {
-        qCWarning(lcRelay).noquote() << "refused pointer on board" << m_boardId << "by user" << from->accountId() << ": sent as user"
-                                     << action.userid();
+        refused(from, "forged-author", QStringLiteral("pointer"), QStringLiteral("sent as user %1").arg(action.userid()));
         return false;
     }
     return from->admitPointer();

@@ -88,6 +88,7 @@ private:
     {
         qint64 author = 0;
         std::optional<BoardStore::Version> version;
+        qint64 bytes = 0; // of its stored envelope
     };
     // A message waiting to be stored, with its envelopes' bodies parsed.
     struct Waiting
@@ -116,10 +117,22 @@ private:
     void handleOperation(Participant* from, const im::whiteboard::SingleWhiteboardData& envelope,
                          const im::whiteboard::UserOperation& operation, Outcome& outcome);
     bool admitPresence(Participant* from, const im::whiteboard::UserAction& action);
+    // Every refusal comes through here: logs one line with `reason`, a short
+    // stable token ("not-owner", "version-ahead", ...), and counts it against
+    // the sender's refusals; false when the sender was closed for too many.
+    bool refused(Participant* from, const char* reason, const QString& what, const QString& detail = QString());
     // Refuses an item action: nothing is stored or relayed of it, and the
-    // sender (with versions: everybody) is sent the item's stored state.
-    void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
-                const QString& reason, Outcome& outcome);
+    // sender is sent the item's stored state (with versions the others get
+    // the correction's version, without pixels).
+    void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refusedVersion,
+                const char* reason, const QString& detail, Outcome& outcome);
+    // The item authors, versions and sizes, with the board's clock and bytes.
+    void putItem(const QString& gid, qint64 author, const std::optional<BoardStore::Version>& version, qint64 bytes);
+    void dropItem(const QString& gid);
+    void seeVersion(const std::optional<BoardStore::Version>& version);
+    // Whether a received version is within reach of the board's clock
+    // (VersionBound); none always is.
+    bool admitsVersion(const std::optional<BoardStore::Version>& version) const;
     bool loadItems();
     // Creates the board in the store unless it exists; `owner` if new.
     void create(qint64 owner);
@@ -157,6 +170,9 @@ private:
     qint64 m_delivered = 0;
     QList<Participant*> m_participants;
     QHash<QString, ItemState> m_items;
+    // The highest version admitted here, and the bytes of the stored items.
+    qint64 m_clock = 0;
+    qint64 m_bytes = 0;
     std::deque<Waiting> m_waiting;
     bool m_flushScheduled = false;
     bool m_flushing = false;

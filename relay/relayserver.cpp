@@ -26,6 +26,8 @@ constexpr int kPollMs = 1000;
 // Pauses between attempts to reach a lost database: doubling up to the last.
 constexpr int kFirstReconnectMs = 250;
 constexpr int kLongestReconnectMs = 8000;
+// Out of descriptors, accepting waits for a connection to close, or this long.
+constexpr int kAcceptPauseMs = 1000;
 
 } // namespace
 
@@ -43,11 +45,22 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
         m_tcp = std::make_unique<QTcpServer>();
         connect(m_tcp.get(), &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = m_tcp->nextPendingConnection()) {
+                // Counted from the handshake on: a peer cannot hold more
+                // half-open connections than open ones.
+                if (!admitAddress(socket, socket->peerAddress()))
+                    continue;
                 socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
                 m_server->handleConnection(socket);
             }
         });
+        connect(m_tcp.get(), &QTcpServer::acceptError, this, &RelayServer::onAcceptError);
     }
+    // With a token or not, a handshake that does not finish in time goes.
+    m_server->setHandshakeTimeout(options.handshakeMs);
+    connect(m_server.get(), &QWebSocketServer::acceptError, this, &RelayServer::onAcceptError);
+    m_acceptPause = new QTimer(this);
+    m_acceptPause->setSingleShot(true);
+    connect(m_acceptPause, &QTimer::timeout, this, &RelayServer::resumeAccepting);
     connect(m_server.get(), &QWebSocketServer::newConnection, this, &RelayServer::onNewConnection);
     if (m_store->isShared()) {
         m_store->setObserver(this);
@@ -133,23 +146,80 @@ void RelayServer::onNewConnection()
         const QString name = query.queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded).left(RelayOptions::kMaxUserNameLength);
         const QByteArray token = query.queryItemValue(QStringLiteral("token")).toLatin1();
 
-        QString refusal;
+        const char* refusal = nullptr;
         if (boardId.isEmpty() || boardId.size() > RelayOptions::kMaxBoardIdLength)
-            refusal = QStringLiteral("no board in the path");
+            refusal = "bad-url";
         else if (!userOk || user <= 0)
-            refusal = QStringLiteral("no user");
+            refusal = "bad-url";
         else if (!m_options.secret.isEmpty() && !AccessToken::matches(m_options.secret, boardId, user, token))
-            refusal = QStringLiteral("wrong token");
-        if (!refusal.isEmpty()) {
+            refusal = "token";
+        else if (m_perAccount.value(user) >= m_options.connectionsPerAccount)
+            refusal = "connections";
+        if (!m_tcp && !refusal && !admitAddress(socket, socket->peerAddress()))
+            continue;
+        if (refusal) {
             qCWarning(lcRelay).noquote() << "refused connection from" << socket->peerAddress().toString() << "to" << url.path()
                                          << "user" << query.queryItemValue(QStringLiteral("user")) << ":" << refusal;
             connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
-            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, refusal);
+            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, QString::fromLatin1(refusal));
             continue;
         }
-        BoardSession* session = sessionFor(boardId);
-        session->add(new Participant(socket, boardId, user, name, m_options));
+        ++m_perAccount[user];
+        auto* participant = new Participant(socket, boardId, user, name, m_options);
+        connect(participant, &QObject::destroyed, this, [this, user] {
+            if (--m_perAccount[user] <= 0)
+                m_perAccount.remove(user);
+        });
+        sessionFor(boardId)->add(participant);
     }
+}
+
+bool RelayServer::admitAddress(QObject* socket, const QHostAddress& peer)
+{
+    const QString address = peer.toString();
+    if (m_perAddress.value(address) >= m_options.connectionsPerAddress) {
+        qCWarning(lcRelay).noquote() << "refused connection from" << address << ":" << "connections";
+        if (auto* tcp = qobject_cast<QAbstractSocket*>(socket)) {
+            tcp->abort();
+            tcp->deleteLater();
+        } else if (auto* web = qobject_cast<QWebSocket*>(socket)) {
+            connect(web, &QWebSocket::disconnected, web, &QObject::deleteLater);
+            web->close(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("connections"));
+        }
+        return false;
+    }
+    ++m_perAddress[address];
+    connect(socket, &QObject::destroyed, this, [this, address] {
+        if (--m_perAddress[address] <= 0)
+            m_perAddress.remove(address);
+        // A descriptor is free again.
+        if (m_acceptPause->isActive())
+            resumeAccepting();
+    });
+    return true;
+}
+
+void RelayServer::onAcceptError(QAbstractSocket::SocketError error)
+{
+    // Out of descriptors the listening socket stays readable: accepting again
+    // at once would spin. It waits for a connection to close.
+    if (m_acceptPause->isActive())
+        return;
+    qCWarning(lcRelay) << "cannot accept connections:" << error << "; pausing";
+    if (m_tcp)
+        m_tcp->pauseAccepting();
+    else
+        m_server->pauseAccepting();
+    m_acceptPause->start(kAcceptPauseMs);
+}
+
+void RelayServer::resumeAccepting()
+{
+    m_acceptPause->stop();
+    if (m_tcp)
+        m_tcp->resumeAccepting();
+    else
+        m_server->resumeAccepting();
 }
 
 BoardSession* RelayServer::sessionFor(const QString& boardId)

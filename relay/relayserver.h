@@ -4,6 +4,7 @@
 #include "relay/relayoptions.h"
 
 #include <QHash>
+#include <QAbstractSocket>
 #include <QHostAddress>
 #include <QObject>
 #include <QSslConfiguration>
@@ -46,6 +47,11 @@ public:
 
 private:
     void onNewConnection();
+    // Counts a connection against its peer address's limit until `socket` is
+    // destroyed; refuses and drops it beyond the limit.
+    bool admitAddress(QObject* socket, const QHostAddress& peer);
+    void onAcceptError(QAbstractSocket::SocketError error);
+    void resumeAccepting();
     BoardSession* sessionFor(const QString& boardId);
     void committedElsewhere(const QString& boardId, qint64 sequence) override;
     void presenceElsewhere(const QString& boardId, const QByteArray& frame) override;
@@ -64,6 +70,9 @@ private:
     // small frames at once (no Nagle delay) before the handshake.
     std::unique_ptr<QTcpServer> m_tcp;
     QHash<QString, BoardSession*> m_sessions;
+    QHash<qint64, int> m_perAccount;
+    QHash<QString, int> m_perAddress;
+    QTimer* m_acceptPause = nullptr;
     QTimer* m_poll = nullptr;
     QTimer* m_reconnect = nullptr;
     int m_reconnectDelay = 0;

@@ -7,6 +7,7 @@
 #include "inputlimits.h"
 #include "scene/inboundguard.h"
 #include "scene/itemkind.h"
+#include "scene/versionbound.h"
 #include "scene/wiremessages.h"
 
 #include "proto/whiteboard.pb.h"
@@ -74,6 +75,14 @@ GraphicScene::Version GraphicScene::stampChange(const QString& gid)
 void GraphicScene::advanceClock(qint64 seen)
 {
     m_clock = std::max(m_clock, seen);
+}
+
+bool GraphicScene::admitsVersion(qint64 version) const
+{
+    if (VersionBound::admits(m_clock, version))
+        return true;
+    qCWarning(lcWhiteboardInput, "refused a change at version %lld: the clock stands at %lld", version, m_clock);
+    return false;
 }
 
 void GraphicScene::sendItemAction(pb::GraphicActionType type, const QSharedPointer<GraphicItem>& item)
@@ -186,7 +195,8 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
         && type != pb::GraphicActionRemove)
         return;
     if (action.has_version()) {
-        applyVersionedAction(action, Version { action.version(), action.versionuser() });
+        if (admitsVersion(action.version()))
+            applyVersionedAction(action, Version { action.version(), action.versionuser() });
         return;
     }
     // A peer without versions: applied in the order of arrival, the last
@@ -420,6 +430,8 @@ void GraphicScene::applyUserOperation(const pb::UserOperation& operation)
         return;
     }
     if (operation.has_version()) {
+        if (!admitsVersion(operation.version()))
+            return;
         advanceClock(operation.version());
         raiseClearMark(Version { operation.version(), operation.versionuser() }, author);
         return;
