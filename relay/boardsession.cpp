@@ -415,9 +415,39 @@ void BoardSession::seeVersion(const std::optional<Version>& version)
         m_clock = std::max(m_clock, version->version);
 }
 
-bool BoardSession::admitsVersion(const std::optional<Version>& version) const
+bool BoardSession::admitsVersion(const std::optional<Version>& version)
 {
-    return !version || VersionBound::admits(m_clock, version->version);
+    if (!version || VersionBound::admits(m_clock, version->version))
+        return true;
+    if (m_clockFromHistory)
+        return false;
+    // The items alone may not hold the clock: a removed item or a clear moved
+    // it, and boards that saw them stamp past it. The kept entries hold those
+    // versions, read once per session, when a version first seems ahead.
+    m_clockFromHistory = true;
+    writeUnwritten();
+    QList<BoardStore::Entry> entries;
+    if (!m_store->entries(m_boardId, 0, &entries))
+        return false;
+    for (const BoardStore::Entry& entry : std::as_const(entries)) {
+        pb::TransferData frame;
+        if (!frame.ParseFromArray(entry.frame.constData(), int(entry.frame.size())))
+            continue;
+        for (const pb::SingleWhiteboardData& envelope : frame.multi().whiteboarddatalist()) {
+            pb::WhiteboardData body;
+            if (!body.ParseFromString(envelope.data()))
+                continue;
+            std::optional<Version> seen;
+            if (body.has_graphicactiondata())
+                seen = versionOf(body.graphicactiondata());
+            else if (body.has_useroperationdata() && body.useroperationdata().has_version())
+                seen = Version { body.useroperationdata().version(), 0 };
+            // What was stored was admitted; the bound holds all the same.
+            if (seen && VersionBound::belowEnd(seen->version))
+                seeVersion(seen);
+        }
+    }
+    return VersionBound::admits(m_clock, version->version);
 }
 
 void BoardSession::deliverPresence(const QByteArray& frame)
@@ -470,6 +500,9 @@ void BoardSession::sendToJoined(const QByteArray& frame, const Participant* exce
 void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 {
     Waiting waiting { from, std::unique_ptr<pb::TransferData>(message), {} };
+    // What a closed connection sent after its close costs nothing more.
+    if (!from->isOpen())
+        return;
     if (message->has_userjoin()) {
         // Each join reads and sends the whole board.
         if (!from->admitJoin()) {
@@ -791,7 +824,7 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
     // The correction never goes past what a clock admits, whatever the
     // refused version was; a forged version is the sender's own matter, and
     // the others' clocks do not move for it.
-    const bool ahead = !admitsVersion(refusedVersion);
+    const bool ahead = refusedVersion && !VersionBound::admits(m_clock, refusedVersion->version);
     std::optional<Version> bounded = refusedVersion;
     if (bounded)
         bounded->version = std::min(bounded->version, std::min(m_clock, VersionBound::kCeiling) + VersionBound::kLead - 1);

@@ -132,7 +132,7 @@ private:
     void seeVersion(const std::optional<BoardStore::Version>& version);
     // Whether a received version is within reach of the board's clock
     // (VersionBound); none always is.
-    bool admitsVersion(const std::optional<BoardStore::Version>& version) const;
+    bool admitsVersion(const std::optional<BoardStore::Version>& version);
     bool loadItems();
     // Creates the board in the store unless it exists; `owner` if new.
     void create(qint64 owner);
@@ -173,6 +173,8 @@ private:
     // The highest version admitted here, and the bytes of the stored items.
     qint64 m_clock = 0;
     qint64 m_bytes = 0;
+    // The kept entries were read for versions the items do not hold.
+    bool m_clockFromHistory = false;
     std::deque<Waiting> m_waiting;
     bool m_flushScheduled = false;
     bool m_flushing = false;

@@ -50,6 +50,17 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
                 if (!admitAddress(socket, socket->peerAddress()))
                     continue;
                 socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+                // The server's own handshake deadline does not cover sockets
+                // handed to it: a socket still pending at the deadline goes.
+                const QString key = peerKey(socket->peerAddress(), socket->peerPort());
+                m_handshaking.insert(key);
+                connect(socket, &QObject::destroyed, this, [this, key] { m_handshaking.remove(key); });
+                QTimer::singleShot(m_options.handshakeMs, socket, [this, socket, key] {
+                    if (!m_handshaking.remove(key))
+                        return;
+                    qCWarning(lcRelay).noquote() << "closing connection from" << key << ":" << "handshake";
+                    socket->abort();
+                });
                 m_server->handleConnection(socket);
             }
         });
@@ -135,6 +146,7 @@ int RelayServer::connectionCount() const
 void RelayServer::onNewConnection()
 {
     while (QWebSocket* socket = m_server->nextPendingConnection()) {
+        m_handshaking.remove(peerKey(socket->peerAddress(), socket->peerPort()));
         const QUrl url = socket->requestUrl();
         const QUrlQuery query(url);
         // The board id is the rest of the path, decoded: an id may hold an
@@ -172,6 +184,11 @@ void RelayServer::onNewConnection()
         });
         sessionFor(boardId)->add(participant);
     }
+}
+
+QString RelayServer::peerKey(const QHostAddress& address, quint16 port)
+{
+    return QStringLiteral("%1:%2").arg(address.toString()).arg(port);
 }
 
 bool RelayServer::admitAddress(QObject* socket, const QHostAddress& peer)

@@ -7,6 +7,7 @@
 #include <QAbstractSocket>
 #include <QHostAddress>
 #include <QObject>
+#include <QSet>
 #include <QSslConfiguration>
 #include <QString>
 
@@ -50,6 +51,7 @@ private:
     // Counts a connection against its peer address's limit until `socket` is
     // destroyed; refuses and drops it beyond the limit.
     bool admitAddress(QObject* socket, const QHostAddress& peer);
+    static QString peerKey(const QHostAddress& address, quint16 port);
     void onAcceptError(QAbstractSocket::SocketError error);
     void resumeAccepting();
     BoardSession* sessionFor(const QString& boardId);
@@ -72,6 +74,8 @@ private:
     QHash<QString, BoardSession*> m_sessions;
     QHash<qint64, int> m_perAccount;
     QHash<QString, int> m_perAddress;
+    // Plain connections whose WebSocket handshake has not finished.
+    QSet<QString> m_handshaking;
     QTimer* m_acceptPause = nullptr;
     QTimer* m_poll = nullptr;
     QTimer* m_reconnect = nullptr;

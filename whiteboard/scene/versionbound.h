@@ -25,6 +25,12 @@ public:
     {
         return version <= std::min(clock, kCeiling) + kLead;
     }
+    // Whether `version` may enter a board whose clock is not known to be the
+    // board's: a joining board learns the clock only from its replay, which
+    // need not hold the change that moved it (removed, or cleared), so it
+    // holds received versions to the ceiling alone; the relay holds them to
+    // its clock.
+    static constexpr bool belowEnd(qint64 version) { return admits(kCeiling, version); }
     // The version one past `version`, held at the largest one any clock
     // admits: never an overflow, whatever was received.
     static constexpr qint64 after(qint64 version) { return std::min(version, kCeiling + kLead - 1) + 1; }
