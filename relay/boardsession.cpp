@@ -99,6 +99,12 @@ QByteArray keepingPicture(const QByteArray& update, const std::optional<BoardSto
     return QByteArray::fromStdString(envelope.SerializeAsString());
 }
 
+// An update of a picture that leaves its pixels as they are.
+bool withoutPixels(const pb::GraphicAction& action)
+{
+    return action.has_imagedata() && action.imagedata().data_size() > 0 && !action.imagedata().data(0).has_data();
+}
+
 QByteArray envelopeOf(const pb::WhiteboardData& body, const std::string& gid = std::string(), int type = 0)
 {
     pb::SingleWhiteboardData envelope;
@@ -364,7 +370,7 @@ void BoardSession::follow(const pb::TransferData& frame)
             if (action.graphicactiontype() == pb::GraphicActionRemove)
                 dropItem(gid);
             else if (known != m_items.cend())
-                putItem(gid, known->author, versionOf(action), envelope.ByteSizeLong());
+                putItem(gid, known->author, versionOf(action), withoutPixels(action) ? known->bytes : qint64(envelope.ByteSizeLong()));
             else if (action.graphicactiontype() == pb::GraphicActionAdd)
                 putItem(gid, WireAction::author(action), versionOf(action), envelope.ByteSizeLong());
         } else if (body.datatype() == pb::WhiteboardData::WhiteboardDataUserOperation) {
@@ -626,7 +632,7 @@ void BoardSession::flush()
         checked.sequence = current + 1 + i;
         // Every reserved number gets its entry; one that changed nothing
         // holds its place empty, and its pointers go as presence.
-        checked.stored = !outcome.changes.isEmpty();
+        checked.stored = !outcome.changes.isEmpty() || outcome.ordered;
         m_unwritten.append({ BoardStore::Entry { checked.sequence, m_waiting[size_t(i)].from->key(), checked.stored ? checked.onward : QByteArray() },
                              outcome.changes });
         batch.append(checked);
@@ -855,8 +861,10 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
         seeVersion(newer);
     }
     outcome.toSender.append(rewritten(stored->envelope, back, newer));
-    if (!ahead)
+    if (!ahead) {
         outcome.toOthers.append(rewritten(stored->envelope, pb::GraphicActionUpdate, newer, true));
+        outcome.ordered = true;
+    }
 }
 
 void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::UserOperation& operation,

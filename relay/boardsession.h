@@ -83,6 +83,9 @@ private:
         QList<const im::whiteboard::SingleWhiteboardData*> forward;
         QList<QByteArray> toSender; // envelopes
         QList<QByteArray> toOthers; // envelopes
+        // A correction's version for the others: an entry of the board even
+        // though nothing is stored, so that every node delivers it in order.
+        bool ordered = false;
     };
     struct ItemState
     {
