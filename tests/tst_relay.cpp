@@ -222,6 +222,13 @@ struct TwoBoards
         online = QTest::qWaitFor([this] { return bob->connection.status() == RelayConnection::Online; }, 10000);
     }
 
+    // Alice draws a rectangle and Bob's board shows it.
+    bool drawnByAlice()
+    {
+        alice->drawRect(QPoint(100, 100), QPoint(300, 200));
+        return QTest::qWaitFor([this] { return bob->items() == 1; }, 5000);
+    }
+
     RelayProcess relay;
     std::unique_ptr<Peer> alice;
     std::unique_ptr<Peer> bob;
@@ -378,6 +385,16 @@ bool setStoredVersions(const RelayProcess& relay, qint64 version)
         }
         return ok;
     });
+}
+
+// The gids of what a participant joining now is given.
+QStringList replayedGids(const QUrl& url)
+{
+    RawClient late(url, 1004);
+    late.join();
+    if (!QTest::qWaitFor([&late] { return late.joined(); }, 10000))
+        return { QStringLiteral("(no join answer)") };
+    return late.gids();
 }
 
 } // namespace
@@ -538,11 +555,9 @@ void tst_Relay::nothingReceivedIsLostWhenTheRelayStops()
 void tst_Relay::nonOwnerUpdateIsRefusedAndCorrected()
 {
     TwoBoards boards;
-    QVERIFY(boards.online);
+    QVERIFY(boards.online && boards.drawnByAlice());
     Peer& alice = *boards.alice;
     Peer& bob = *boards.bob;
-    alice.drawRect(QPoint(100, 100), QPoint(300, 200));
-    QTRY_COMPARE(bob.items(), 1);
     const QRectF original = alice.list()[0]->boundary();
     const QString gid = alice.list()[0]->gid();
 
@@ -709,11 +724,9 @@ void tst_Relay::forgedVersionsLeaveTheBoardToItsOwner()
     QFETCH(qint64, version);
 
     TwoBoards boards;
-    QVERIFY(boards.online);
+    QVERIFY(boards.online && boards.drawnByAlice());
     Peer& alice = *boards.alice;
     Peer& bob = *boards.bob;
-    alice.drawRect(QPoint(100, 100), QPoint(300, 200));
-    QTRY_COMPARE(bob.items(), 1);
     const std::string owners = alice.list()[0]->gid().toStdString();
     RawClient mallory(boards.relay.url, 1003);
     mallory.join();
@@ -734,10 +747,7 @@ void tst_Relay::forgedVersionsLeaveTheBoardToItsOwner()
     alice.fixture.scene->clearAll(true);
     QTRY_COMPARE(bob.items(), 0);
     QCOMPARE(alice.items(), 0);
-    RawClient late(boards.relay.url, 1004);
-    late.join();
-    QTRY_VERIFY(late.joined());
-    QCOMPARE(late.gids(), QStringList());
+    QCOMPARE(replayedGids(boards.relay.url), QStringList());
 }
 
 // A clock near its bound (as far as forged versions could walk it) still
@@ -745,11 +755,9 @@ void tst_Relay::forgedVersionsLeaveTheBoardToItsOwner()
 void tst_Relay::clockAtItsBoundStaysUsable()
 {
     TwoBoards boards;
-    QVERIFY(boards.online);
+    QVERIFY(boards.online && boards.drawnByAlice());
     Peer& alice = *boards.alice;
     Peer& bob = *boards.bob;
-    alice.drawRect(QPoint(100, 100), QPoint(300, 200));
-    QTRY_COMPARE(bob.items(), 1);
     QVERIFY(boards.relay.terminate());
     QVERIFY(setStoredVersions(boards.relay, qint64(1) << 62));
     QVERIFY(boards.relay.start());
@@ -764,10 +772,7 @@ void tst_Relay::clockAtItsBoundStaysUsable()
     QTRY_COMPARE(alice.items(), 3);
     alice.fixture.scene->clearAll(true);
     QTRY_COMPARE(bob.items(), 0);
-    RawClient late(boards.relay.url, 1004);
-    late.join();
-    QTRY_VERIFY(late.joined());
-    QCOMPARE(late.gids(), QStringList());
+    QCOMPARE(replayedGids(boards.relay.url), QStringList());
     QVERIFY(!boards.relay.log().contains(QStringLiteral("version-ahead")));
 }
 
