@@ -102,11 +102,11 @@ int main(int argc, char* argv[])
                                                    .arg(RelayOptions::kDefaultPointerRate),
                                                QStringLiteral("count"), QString::number(RelayOptions::kDefaultPointerRate));
     const QCommandLineOption actionRateOption(QStringLiteral("action-rate"),
-                                              QStringLiteral("Item messages per second and connection, sustained (default: %1).")
+                                              QStringLiteral("Item actions per second and connection, sustained (default: %1).")
                                                   .arg(RelayOptions::kDefaultActionRate),
                                               QStringLiteral("count"), QString::number(RelayOptions::kDefaultActionRate));
     const QCommandLineOption actionBurstOption(QStringLiteral("action-burst"),
-                                               QStringLiteral("Item messages a connection may send at once above that rate; beyond it the connection closes with 1008 (default: %1).")
+                                               QStringLiteral("Item actions a connection may send at once above that rate; beyond it the connection closes with 1008 (default: %1).")
                                                    .arg(RelayOptions::kDefaultActionBurst),
                                                QStringLiteral("count"), QString::number(RelayOptions::kDefaultActionBurst));
     const QCommandLineOption batchOption(QStringLiteral("replay-batch"),

@@ -16,12 +16,11 @@ struct RelayOptions
     static constexpr qint64 kDefaultMaxMessageBytes = 8 * 1024 * 1024;
     // Pointer positions per second and connection; the rest are dropped.
     static constexpr int kDefaultPointerRate = 60;
-    // Messages with item actions or clears: a sustained rate per second and a
-    // burst on top of it; beyond the burst the connection closes with 1008.
+    // Item actions and clears, counted one by one however many frames they
+    // come in: a sustained rate per second and a burst on top of it; beyond
+    // the burst the connection closes with 1008.
     static constexpr int kDefaultActionRate = 200;
     static constexpr int kDefaultActionBurst = 2000;
-    // Items (not frames) count against the action rate: a message of N
-    // item actions takes N tokens.
     // Bytes per second a connection may send, sustained, with a burst of the
     // larger of one second's worth and one largest message; beyond it the
     // connection closes with 1008.
