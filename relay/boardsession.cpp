@@ -5,6 +5,7 @@
 #include "relay/relaymetrics.h"
 
 #include "relay/wireaction.h"
+#include "whiteboard/scene/versionbound.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -22,6 +23,7 @@ namespace relay {
 namespace {
 
 using Version = BoardStore::Version;
+using whiteboard::VersionBound;
 
 // An absent device reads as 0: a peer without devices ties as it always did.
 template<typename Message>
@@ -61,12 +63,17 @@ const char* actionName(int type)
 
 // The envelope with its item action turned into `type`, and with `version`
 // when one is given.
-QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt)
+QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt,
+                     bool withoutPixels = false)
 {
     pb::WhiteboardData body;
     body.ParseFromString(envelope.data());
     pb::GraphicAction* action = body.mutable_graphicactiondata();
     action->set_graphicactiontype(type);
+    // Boards keep the pixels they hold when an update of a picture has none.
+    if (withoutPixels && action->has_imagedata())
+        for (pb::Image& image : *action->mutable_imagedata()->mutable_data())
+            image.clear_data();
     if (version)
         setVersion(action, *version);
     envelope.set_graphicactiontype(type);
@@ -74,11 +81,12 @@ QByteArray rewritten(pb::SingleWhiteboardData envelope, pb::GraphicActionType ty
     return QByteArray::fromStdString(envelope.SerializeAsString());
 }
 
-QByteArray rewritten(const QByteArray& stored, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt)
+QByteArray rewritten(const QByteArray& stored, pb::GraphicActionType type, const std::optional<Version>& version = std::nullopt,
+                     bool withoutPixels = false)
 {
     pb::SingleWhiteboardData envelope;
     envelope.ParseFromArray(stored.constData(), int(stored.size()));
-    return rewritten(envelope, type, version);
+    return rewritten(envelope, type, version, withoutPixels);
 }
 
 // Boards send a picture's pixels with its add only: an update of an image
@@ -103,6 +111,12 @@ QByteArray keepingPicture(const QByteArray& update, const std::optional<BoardSto
     action->mutable_imagedata()->mutable_data(0)->set_data(storedBody.graphicactiondata().imagedata().data(0).data());
     envelope.set_data(body.SerializeAsString());
     return QByteArray::fromStdString(envelope.SerializeAsString());
+}
+
+// An update of a picture that leaves its pixels as they are.
+bool withoutPixels(const pb::GraphicAction& action)
+{
+    return action.has_imagedata() && action.imagedata().data_size() > 0 && !action.imagedata().data(0).has_data();
 }
 
 QByteArray envelopeOf(const pb::WhiteboardData& body, const std::string& gid = std::string(), int type = 0)
@@ -179,8 +193,9 @@ bool BoardSession::loadItems()
     if (!m_store->items(m_boardId, &items))
         return false;
     m_items.clear();
+    m_bytes = 0;
     for (const BoardStore::Item& item : std::as_const(items))
-        m_items.insert(item.gid, ItemState { item.author, item.version });
+        putItem(item.gid, item.author, item.version, item.envelope.size());
     return true;
 }
 
@@ -212,7 +227,7 @@ void BoardSession::closeAll()
     // participant out of m_participants while we walk it.
     const QList<Participant*> participants = m_participants;
     for (Participant* participant : participants)
-        participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, QStringLiteral("relay shutting down"));
+        participant->closeWith(QWebSocketProtocol::CloseCodeGoingAway, "shutdown", QStringLiteral("relay shutting down"));
 }
 
 void BoardSession::closeDeleted()
@@ -220,7 +235,7 @@ void BoardSession::closeDeleted()
     m_waiting.clear();
     const QList<Participant*> participants = m_participants;
     for (Participant* participant : participants)
-        participant->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("board deleted"));
+        participant->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "board-deleted", QStringLiteral("deleted from the store"));
 }
 
 void BoardSession::onDisconnected(Participant* participant)
@@ -269,7 +284,7 @@ void BoardSession::answerJoin(Participant* participant)
         m_store->rollback();
     if (!read) {
         // It comes back with its connection's backoff, and gets the replay.
-        participant->closeWith(QWebSocketProtocol::CloseCode(1011), QStringLiteral("storage error"));
+        participant->closeWith(QWebSocketProtocol::CloseCode(1011), "storage", QStringLiteral("storage error"));
         if (!m_store->probe())
             emit storageLost();
         return;
@@ -280,7 +295,7 @@ void BoardSession::answerJoin(Participant* participant)
         envelopes.append(item.envelope);
     const QList<QByteArray> frames = batches(envelopes);
     for (const QByteArray& frame : frames)
-        participant->send(frame, true);
+        participant->send(frame);
 
     pb::TransferData done;
     done.set_whiteboardid(m_boardId.toStdString());
@@ -348,7 +363,7 @@ void BoardSession::deliver(const QList<BoardStore::Entry>& entries)
             // A copy: a close may take the participant out at once.
             const QList<Participant*> participants = m_participants;
             for (Participant* participant : participants)
-                participant->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("fell behind"));
+                participant->closeWith(QWebSocketProtocol::CloseCode(1013), "fell-behind", QStringLiteral("fell behind"));
             m_delivered = entries.constLast().sequence;
             m_reload = !loadItems();
             return;
@@ -374,16 +389,17 @@ void BoardSession::follow(const pb::TransferData& frame)
         if (body.datatype() == pb::WhiteboardData::WhiteboardDataGraphicAction) {
             const pb::GraphicAction& action = body.graphicactiondata();
             const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
-            const auto known = m_items.find(gid);
+            const auto known = m_items.constFind(gid);
             if (action.graphicactiontype() == pb::GraphicActionRemove)
-                m_items.remove(gid);
-            else if (known != m_items.end())
-                known->version = versionOf(action);
+                dropItem(gid);
+            else if (known != m_items.cend())
+                putItem(gid, known->author, versionOf(action), withoutPixels(action) ? known->bytes : qint64(envelope.ByteSizeLong()));
             else if (action.graphicactiontype() == pb::GraphicActionAdd)
-                m_items.insert(gid, ItemState { WireAction::author(action), versionOf(action) });
+                putItem(gid, WireAction::author(action), versionOf(action), envelope.ByteSizeLong());
         } else if (body.datatype() == pb::WhiteboardData::WhiteboardDataUserOperation) {
             const pb::UserOperation& operation = body.useroperationdata();
             const std::optional<Version> before = versionOf(operation);
+            seeVersion(before);
             if (operation.operationtype() == pb::UserOperation::UserOperationClearAll)
                 clearItems(std::nullopt, before);
             else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid)
@@ -395,8 +411,70 @@ void BoardSession::follow(const pb::TransferData& frame)
 void BoardSession::clearItems(std::optional<qint64> author, const std::optional<Version>& before)
 {
     m_items.removeIf([&](const QHash<QString, ItemState>::iterator& item) {
-        return (!author || item->author == *author) && clearedBy(item->version, before);
+        const bool cleared = (!author || item->author == *author) && clearedBy(item->version, before);
+        if (cleared)
+            m_bytes -= item->bytes;
+        return cleared;
     });
+}
+
+void BoardSession::putItem(const QString& gid, qint64 author, const std::optional<Version>& version, qint64 bytes)
+{
+    ItemState& state = m_items[gid];
+    m_bytes += bytes - state.bytes;
+    state = ItemState { author, version, bytes };
+    seeVersion(version);
+}
+
+void BoardSession::dropItem(const QString& gid)
+{
+    const auto known = m_items.constFind(gid);
+    if (known == m_items.cend())
+        return;
+    m_bytes -= known->bytes;
+    m_items.erase(known);
+}
+
+void BoardSession::seeVersion(const std::optional<Version>& version)
+{
+    // Only admitted versions get here: the clock stays below the bound.
+    if (version)
+        m_clock = std::max(m_clock, version->version);
+}
+
+bool BoardSession::admitsVersion(const std::optional<Version>& version)
+{
+    if (!version || VersionBound::admits(m_clock, version->version))
+        return true;
+    if (m_clockFromHistory)
+        return false;
+    // The items alone may not hold the clock: a removed item or a clear moved
+    // it, and boards that saw them stamp past it. The kept entries hold those
+    // versions, read once per session, when a version first seems ahead.
+    m_clockFromHistory = true;
+    writeUnwritten();
+    QList<BoardStore::Entry> entries;
+    if (!m_store->entries(m_boardId, 0, &entries))
+        return false;
+    for (const BoardStore::Entry& entry : std::as_const(entries)) {
+        pb::TransferData frame;
+        if (!frame.ParseFromArray(entry.frame.constData(), int(entry.frame.size())))
+            continue;
+        for (const pb::SingleWhiteboardData& envelope : frame.multi().whiteboarddatalist()) {
+            pb::WhiteboardData body;
+            if (!body.ParseFromString(envelope.data()))
+                continue;
+            std::optional<Version> seen;
+            if (body.has_graphicactiondata())
+                seen = versionOf(body.graphicactiondata());
+            else if (body.has_useroperationdata() && body.useroperationdata().has_version())
+                seen = Version { body.useroperationdata().version(), 0 };
+            // What was stored was admitted; the bound holds all the same.
+            if (seen && VersionBound::belowEnd(seen->version))
+                seeVersion(seen);
+        }
+    }
+    return VersionBound::admits(m_clock, version->version);
 }
 
 void BoardSession::deliverPresence(const QByteArray& frame)
@@ -449,8 +527,17 @@ void BoardSession::sendToJoined(const QByteArray& frame, const Participant* exce
 void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 {
     Waiting waiting { from, std::unique_ptr<pb::TransferData>(message), {} };
+    // What a closed connection sent after its close costs nothing more.
+    if (!from->isOpen())
+        return;
     if (message->has_userjoin()) {
         RelayMetrics::instance().countMessage("join");
+        // Each join reads and sends the whole board.
+        if (!from->admitJoin()) {
+            from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "joins",
+                            QStringLiteral("more than %1 joins a minute").arg(m_options.joinsPerMinute));
+            return;
+        }
         answerJoin(from);
         return;
     }
@@ -459,13 +546,14 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
 
     const auto& list = message->multi().whiteboarddatalist();
     waiting.bodies.resize(size_t(list.size()));
-    bool changes = false;
+    int changes = 0;
     for (int i = 0; i < list.size(); ++i) {
         if (!waiting.bodies[size_t(i)].ParseFromString(list[i].data())) {
-            from->closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, QStringLiteral("envelope is not a WhiteboardData"));
+            from->closeWith(QWebSocketProtocol::CloseCodeWrongDatatype, "malformed", QStringLiteral("envelope is not a WhiteboardData"));
             return;
         }
-        changes = changes || waiting.bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction;
+        if (waiting.bodies[size_t(i)].datatype() != pb::WhiteboardData::WhiteboardDataUserAction)
+            ++changes;
     }
     if (!changes) {
         // Pointers only: never stored, relayed at once.
@@ -477,16 +565,16 @@ void BoardSession::onMessage(Participant* from, pb::TransferData* message)
         return;
     }
     RelayMetrics::instance().countMessage("change");
-    if (!from->admitAction()) {
-        RelayMetrics::instance().refused("rate");
-        from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many item actions"));
+    // Items, not frames: one frame may carry thousands.
+    if (!from->admitAction(changes)) {
+        from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "rate", QStringLiteral("too many item actions"));
         return;
     }
     if (qint64(m_waiting.size()) >= RelayOptions::kMaxWaitingMessages) {
         // The store does not keep up (or is away): the sender is told so
         // rather than the relay's memory growing without bound.
         qCWarning(lcRelay).noquote() << "board" << m_boardId << "has" << m_waiting.size() << "messages waiting for the database";
-        from->closeWith(QWebSocketProtocol::CloseCode(1013), QStringLiteral("relay overloaded"));
+        from->closeWith(QWebSocketProtocol::CloseCode(1013), "overloaded", QStringLiteral("relay overloaded"));
         return;
     }
     m_waiting.push_back(std::move(waiting));
@@ -573,7 +661,7 @@ void BoardSession::flush()
         checked.sequence = current + 1 + i;
         // Every reserved number gets its entry; one that changed nothing
         // holds its place empty, and its pointers go as presence.
-        checked.stored = !outcome.changes.isEmpty();
+        checked.stored = !outcome.changes.isEmpty() || outcome.ordered;
         m_unwritten.append({ BoardStore::Entry { checked.sequence, m_waiting[size_t(i)].from->key(), checked.stored ? checked.onward : QByteArray() },
                              outcome.changes });
         batch.append(checked);
@@ -594,7 +682,7 @@ void BoardSession::flush()
                 sendPresence(checked.onward, checked.from);
         }
         for (const QByteArray& frame : batches(checked.toSender))
-            checked.from->send(frame, true);
+            checked.from->send(frame);
     }
     schedule();
 }
@@ -670,7 +758,8 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
                                 Outcome& outcome)
 {
     const pb::GraphicAction& action = body.graphicactiondata();
-    const QString gid = QString::fromStdString(action.gid().empty() ? envelope.gid() : action.gid());
+    const std::string& rawGid = action.gid().empty() ? envelope.gid() : action.gid();
+    const QString gid = QString::fromStdString(rawGid);
     if (gid.isEmpty())
         return;
     const int type = action.graphicactiontype();
@@ -679,13 +768,28 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
     const auto known = m_items.constFind(gid);
     const qint64 user = from->accountId();
 
+    if (!admitsVersion(version)) {
+        refuse(from, gid, type, version, "version-ahead", QStringLiteral("version %1, clock %2").arg(version->version).arg(m_clock), outcome);
+        return;
+    }
+    // Every entry, not the first alone: boards apply each under its own
+    // author and gid.
+    if (!WireAction::onlyOf(action, rawGid, author)) {
+        refuse(from, gid, type, version, "forged-entry", QStringLiteral("an entry of another author or gid"), outcome);
+        return;
+    }
     if (type == pb::GraphicActionAdd && known == m_items.cend()) {
         if (author != user) {
-            refuse(from, gid, type, version, QStringLiteral("added as user %1").arg(author), outcome);
+            refuse(from, gid, type, version, "forged-author", QStringLiteral("added as user %1").arg(author), outcome);
             return;
         }
-        m_items.insert(gid, ItemState { author, version });
-        outcome.changes.append({ BoardStore::Change::Put, { gid, author, version, rewritten(envelope, pb::GraphicActionAdd) }, 0, std::nullopt });
+        const QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
+        if (m_items.size() >= m_options.maxBoardItems || m_bytes + state.size() > m_options.maxBoardBytes) {
+            refuse(from, gid, type, version, "board-full", QStringLiteral("%1 items, %2 bytes").arg(m_items.size()).arg(m_bytes), outcome);
+            return;
+        }
+        putItem(gid, author, version, state.size());
+        outcome.changes.append({ BoardStore::Change::Put, { gid, author, version, state }, 0, std::nullopt });
         outcome.forward.append(&envelope);
         return;
     }
@@ -695,15 +799,15 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
         // Gone already: a removal has nothing to do, an update is answered
         // with the removal.
         if (type != pb::GraphicActionRemove)
-            refuse(from, gid, type, version, QStringLiteral("no such item"), outcome);
+            refuse(from, gid, type, version, "no-item", QStringLiteral("no such item"), outcome);
         return;
     }
     if (user != known->author && user != m_owner) {
-        refuse(from, gid, type, version, QStringLiteral("item of user %1").arg(known->author), outcome);
+        refuse(from, gid, type, version, "not-owner", QStringLiteral("item of user %1").arg(known->author), outcome);
         return;
     }
     if (type != pb::GraphicActionRemove && author != known->author) {
-        refuse(from, gid, type, version, QStringLiteral("author changed to %1").arg(author), outcome);
+        refuse(from, gid, type, version, "forged-author", QStringLiteral("author changed to %1").arg(author), outcome);
         return;
     }
     if (version && known->version && !(*known->version < *version)) {
@@ -713,16 +817,21 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
         return;
     }
     if (type == pb::GraphicActionRemove) {
-        m_items.remove(gid);
+        dropItem(gid);
         outcome.changes.append({ BoardStore::Change::Remove, { gid, 0, std::nullopt, {} }, 0, std::nullopt });
         outcome.forward.append(&envelope);
         return;
     }
-    m_items[gid].version = version;
+    const qint64 itemAuthor = known->author;
     QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
     if (body.graphicactiondata().has_imagedata())
         state = keepingPicture(state, storedItem(gid));
-    outcome.changes.append({ BoardStore::Change::Put, { gid, known->author, version, state }, 0, std::nullopt });
+    if (m_bytes - known->bytes + state.size() > m_options.maxBoardBytes) {
+        refuse(from, gid, type, version, "board-full", QStringLiteral("%1 bytes").arg(m_bytes), outcome);
+        return;
+    }
+    putItem(gid, itemAuthor, version, state.size());
+    outcome.changes.append({ BoardStore::Change::Put, { gid, itemAuthor, version, state }, 0, std::nullopt });
     if (type == pb::GraphicActionAdd) {
         // A second add of a live gid would give the others a second item.
         outcome.toOthers.append(rewritten(envelope, pb::GraphicActionUpdate));
@@ -731,41 +840,73 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
     outcome.forward.append(&envelope);
 }
 
-void BoardSession::refuse(Participant* from, const QString& gid, int type, const std::optional<Version>& refused,
-                          const QString& reason, Outcome& outcome)
+bool BoardSession::refused(Participant* from, const char* reason, const QString& what, const QString& detail)
 {
-    RelayMetrics::instance().refused("authority");
-    qCWarning(lcRelay).noquote() << "refused" << actionName(type) << "of gid" << gid << "on board" << m_boardId << "by user"
-                                 << from->accountId() << ":" << reason;
+    RelayMetrics::instance().refused(reason);
+    qCWarning(lcRelay).noquote() << "refused" << what << "on board" << m_boardId << "by user" << from->accountId() << ":"
+                                 << QString::fromLatin1(reason) << detail;
+    // Each refusal costs a correction: a sender refused again and again goes.
+    if (from->admitRefusal())
+        return true;
+    from->closeWith(QWebSocketProtocol::CloseCodePolicyViolated, "refusals", QStringLiteral("too many refused actions"));
+    return false;
+}
+
+void BoardSession::refuse(Participant* from, const QString& gid, int type, const std::optional<Version>& refusedVersion,
+                          const char* reason, const QString& detail, Outcome& outcome)
+{
+    if (!refused(from, reason, QStringLiteral("%1 of gid %2").arg(QLatin1String(actionName(type)), gid), detail))
+        return;
+    const std::optional<Version> bounded = withinReach(refusedVersion);
     const auto known = m_items.find(gid);
     const std::optional<BoardStore::Item> stored = known == m_items.end() ? std::nullopt : storedItem(gid);
     if (!stored) {
         std::optional<Version> removal;
-        if (refused)
-            removal = Version { refused->version + 1, refused->user, refused->device };
+        if (bounded)
+            removal = Version { VersionBound::after(bounded->version), bounded->user, bounded->device };
         outcome.toSender.append(removalOf(gid, removal));
         return;
     }
     // The sender removed the item on its board: it needs it back as an add.
     const pb::GraphicActionType back = type == pb::GraphicActionRemove ? pb::GraphicActionAdd : pb::GraphicActionUpdate;
-    if (!refused) {
-        outcome.toSender.append(rewritten(stored->envelope, back));
+    if (!bounded) {
+        outcome.toSender.append(back == pb::GraphicActionAdd ? stored->envelope : rewritten(stored->envelope, back));
         return;
     }
-    restore(*stored, *refused, back, outcome);
+    restore(*stored, *bounded, !VersionBound::admits(m_clock, refusedVersion->version), back, outcome);
 }
 
-void BoardSession::restore(const BoardStore::Item& stored, const Version& refused, int back, Outcome& outcome)
+std::optional<BoardStore::Version> BoardSession::withinReach(std::optional<Version> version) const
 {
-    // The stored item's user and device stay: the restored state is theirs.
+    // The correction never goes past what a clock admits, whatever the
+    // refused version was.
+    if (version)
+        version->version = std::min(version->version, std::min(m_clock, VersionBound::kCeiling) + VersionBound::kLead - 1);
+    return version;
+}
+
+void BoardSession::restore(const BoardStore::Item& stored, const Version& refused, bool ahead, int back, Outcome& outcome)
+{
+    // With versions the correction must win on the sender's board, so it goes
+    // under a version newer than the refused one; the stored item's user and
+    // device stay, the restored state is theirs. The others are told that
+    // version too, so that their next change of the item passes it on the
+    // sender's board, but without the pixels they hold already; nothing is
+    // stored again: the stored state is the item's, only its clock moved. A
+    // forged version is the sender's own matter: the others' clocks do not
+    // move for it.
     const qint64 base = std::max(refused.version, stored.version ? stored.version->version : 0);
-    const Version newer { base + 1, stored.version ? stored.version->user : stored.author, stored.version ? stored.version->device : 0 };
-    ItemState& state = m_items[stored.gid];
-    state.author = stored.author;
-    state.version = newer;
-    outcome.changes.append({ BoardStore::Change::Put, { stored.gid, stored.author, newer, rewritten(stored.envelope, pb::GraphicActionAdd, newer) }, 0, std::nullopt });
+    const Version newer { VersionBound::after(base), stored.version ? stored.version->user : stored.author,
+                          stored.version ? stored.version->device : 0 };
     outcome.toSender.append(rewritten(stored.envelope, pb::GraphicActionType(back), newer));
-    outcome.toOthers.append(rewritten(stored.envelope, pb::GraphicActionUpdate, newer));
+    if (ahead)
+        return;
+    const auto known = m_items.find(stored.gid);
+    if (known != m_items.end())
+        known->version = newer;
+    seeVersion(newer);
+    outcome.toOthers.append(rewritten(stored.envelope, pb::GraphicActionUpdate, newer, true));
+    outcome.ordered = true;
 }
 
 void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboardData& envelope, const pb::UserOperation& operation,
@@ -773,37 +914,42 @@ void BoardSession::handleOperation(Participant* from, const pb::SingleWhiteboard
 {
     const qint64 user = from->accountId();
     if (operation.userid() != user) {
-        RelayMetrics::instance().refused("clear");
-        qCWarning(lcRelay).noquote() << "refused clear on board" << m_boardId << "by user" << user << ": sent as user" << operation.userid();
+        refused(from, "forged-author", QStringLiteral("clear"), QStringLiteral("sent as user %1").arg(operation.userid()));
         return;
     }
     const std::optional<Version> before = versionOf(operation);
-
-    if (operation.operationtype() == pb::UserOperation::UserOperationClearAll) {
-        if (user != m_owner) {
-            RelayMetrics::instance().refused("clear");
-            qCWarning(lcRelay).noquote() << "refused clear all on board" << m_boardId << "by user" << user << ": not the owner";
-            // The sender's board cleared itself: give it the board back. With
-            // versions its clear mark keeps out whatever is older than the
-            // clear, so each item comes back newer, as a refused change does.
-            writeUnwritten();
-            QList<BoardStore::Item> items;
-            m_store->items(m_boardId, &items);
-            for (const BoardStore::Item& item : std::as_const(items)) {
-                if (before)
-                    restore(item, *before, pb::GraphicActionAdd, outcome);
-                else
-                    outcome.toSender.append(item.envelope);
-            }
+    const bool clearAll = operation.operationtype() == pb::UserOperation::UserOperationClearAll;
+    if (!clearAll && operation.operationtype() != pb::UserOperation::UserOperationClearByUid)
+        return;
+    const bool ahead = !admitsVersion(before);
+    if (ahead || (clearAll && user != m_owner)) {
+        if (!refused(from, ahead ? "version-ahead" : "not-owner", clearAll ? QStringLiteral("clear all") : QStringLiteral("clear of own items")))
             return;
+        // The sender's board cleared itself: give it the board back (the
+        // refusals' limit bounds how often). With versions its clear mark
+        // keeps out whatever is older than the clear, so each item comes back
+        // newer, as a refused change does.
+        writeUnwritten();
+        QList<BoardStore::Item> items;
+        m_store->items(m_boardId, &items);
+        const std::optional<Version> bounded = withinReach(before);
+        for (const BoardStore::Item& item : std::as_const(items)) {
+            if (!clearAll && item.author != user)
+                continue;
+            if (bounded)
+                restore(item, *bounded, ahead, pb::GraphicActionAdd, outcome);
+            else
+                outcome.toSender.append(item.envelope);
         }
+        return;
+    }
+    seeVersion(before);
+    if (clearAll) {
         clearItems(std::nullopt, before);
         outcome.changes.append({ BoardStore::Change::ClearAll, {}, 0, before });
-    } else if (operation.operationtype() == pb::UserOperation::UserOperationClearByUid) {
+    } else {
         clearItems(user, before);
         outcome.changes.append({ BoardStore::Change::ClearByAuthor, {}, user, before });
-    } else {
-        return;
     }
     outcome.forward.append(&envelope);
 }
@@ -814,9 +960,7 @@ bool BoardSession::admitPresence(Participant* from, const pb::UserAction& action
     if (action.actiontype() != pb::UserAction::UserActionMouseInfo)
         return false;
     if (action.userid() != from->accountId()) {
-        RelayMetrics::instance().refused("pointer");
-        qCWarning(lcRelay).noquote() << "refused pointer on board" << m_boardId << "by user" << from->accountId() << ": sent as user"
-                                     << action.userid();
+        refused(from, "forged-author", QStringLiteral("pointer"), QStringLiteral("sent as user %1").arg(action.userid()));
         return false;
     }
     return from->admitPointer();

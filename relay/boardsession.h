@@ -59,7 +59,7 @@ public:
     // Closes every connection with "going away".
     void closeAll();
     // The board was deleted from the store: every connection is closed with
-    // 1008 "board deleted", so that clients do not come back to it.
+    // 1008 "board-deleted", so that clients do not come back to it.
     void closeDeleted();
     // Stores every waiting message now, unless the store is away.
     void storeWaiting();
@@ -88,11 +88,15 @@ private:
         QList<const im::whiteboard::SingleWhiteboardData*> forward;
         QList<QByteArray> toSender; // envelopes
         QList<QByteArray> toOthers; // envelopes
+        // A correction's version for the others: an entry of the board even
+        // though nothing is stored, so that every node delivers it in order.
+        bool ordered = false;
     };
     struct ItemState
     {
         qint64 author = 0;
         std::optional<BoardStore::Version> version;
+        qint64 bytes = 0; // of its stored envelope
     };
     // A message waiting to be stored, with its envelopes' bodies parsed.
     struct Waiting
@@ -121,14 +125,29 @@ private:
     void handleOperation(Participant* from, const im::whiteboard::SingleWhiteboardData& envelope,
                          const im::whiteboard::UserOperation& operation, Outcome& outcome);
     bool admitPresence(Participant* from, const im::whiteboard::UserAction& action);
+    // Every refusal comes through here: logs one line with `reason`, a short
+    // stable token ("not-owner", "version-ahead", ...), and counts it against
+    // the sender's refusals; false when the sender was closed for too many.
+    bool refused(Participant* from, const char* reason, const QString& what, const QString& detail = QString());
     // Refuses an item action: nothing is stored or relayed of it, and the
-    // sender (with versions: everybody) is sent the item's stored state.
-    void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refused,
-                const QString& reason, Outcome& outcome);
-    // Stores `stored` again under a version newer than `refused` and sends it
-    // to the sender as `back`, to the others as an update: the correction
-    // wins on the sender's board and moves every clock past the refused one.
-    void restore(const BoardStore::Item& stored, const BoardStore::Version& refused, int back, Outcome& outcome);
+    // sender is sent the item's stored state (with versions the others get
+    // the correction's version, without pixels).
+    void refuse(Participant* from, const QString& gid, int type, const std::optional<BoardStore::Version>& refusedVersion,
+                const char* reason, const QString& detail, Outcome& outcome);
+    // `version` kept within what the board's clock admits.
+    std::optional<BoardStore::Version> withinReach(std::optional<BoardStore::Version> version) const;
+    // Sends `stored` to the sender as `back` under a version newer than
+    // `refused`, so that the correction wins on the sender's board; unless
+    // the refused version was `ahead`, the others get that version without
+    // pixels, so that every clock passes it. Nothing is stored again.
+    void restore(const BoardStore::Item& stored, const BoardStore::Version& refused, bool ahead, int back, Outcome& outcome);
+    // The item authors, versions and sizes, with the board's clock and bytes.
+    void putItem(const QString& gid, qint64 author, const std::optional<BoardStore::Version>& version, qint64 bytes);
+    void dropItem(const QString& gid);
+    void seeVersion(const std::optional<BoardStore::Version>& version);
+    // Whether a received version is within reach of the board's clock
+    // (VersionBound); none always is.
+    bool admitsVersion(const std::optional<BoardStore::Version>& version);
     bool loadItems();
     // Creates the board in the store unless it exists; `owner` if new.
     void create(qint64 owner);
@@ -166,6 +185,11 @@ private:
     qint64 m_delivered = 0;
     QList<Participant*> m_participants;
     QHash<QString, ItemState> m_items;
+    // The highest version admitted here, and the bytes of the stored items.
+    qint64 m_clock = 0;
+    qint64 m_bytes = 0;
+    // The kept entries were read for versions the items do not hold.
+    bool m_clockFromHistory = false;
     std::deque<Waiting> m_waiting;
     bool m_flushScheduled = false;
     bool m_flushing = false;

@@ -92,6 +92,9 @@ public:
     // Entries older than this many sequence numbers may be dropped: a node
     // that is further behind sends its participants back through a replay.
     static constexpr qint64 kEntriesKept = 10000;
+    // And only as many of the newest as hold this many bytes: pictures would
+    // otherwise keep a board's history large long after they are gone.
+    static constexpr qint64 kEntriesBytesKept = 32 * 1024 * 1024;
 
     virtual ~BoardStore() = default;
 

@@ -103,16 +103,39 @@ int main(int argc, char* argv[])
                                                    .arg(RelayOptions::kDefaultPointerRate),
                                                QStringLiteral("count"), QString::number(RelayOptions::kDefaultPointerRate));
     const QCommandLineOption actionRateOption(QStringLiteral("action-rate"),
-                                              QStringLiteral("Item messages per second and connection, sustained (default: %1).")
+                                              QStringLiteral("Item actions per second and connection, sustained (default: %1).")
                                                   .arg(RelayOptions::kDefaultActionRate),
                                               QStringLiteral("count"), QString::number(RelayOptions::kDefaultActionRate));
     const QCommandLineOption actionBurstOption(QStringLiteral("action-burst"),
-                                               QStringLiteral("Item messages a connection may send at once above that rate; beyond it the connection closes with 1008 (default: %1).")
+                                               QStringLiteral("Item actions a connection may send at once above that rate; beyond it the connection closes with 1008 (default: %1).")
                                                    .arg(RelayOptions::kDefaultActionBurst),
                                                QStringLiteral("count"), QString::number(RelayOptions::kDefaultActionBurst));
     const QCommandLineOption batchOption(QStringLiteral("replay-batch"),
                                          QStringLiteral("Items per multi batch of a join answer (default: %1).").arg(RelayOptions::kDefaultReplayBatchItems),
                                          QStringLiteral("count"), QString::number(RelayOptions::kDefaultReplayBatchItems));
+    // The bounds on what one participant may cost, each with its default.
+    auto bound = [](const char* name, const QString& text, const char* valueName, qint64 fallback) {
+        return QCommandLineOption(QLatin1String(name), QStringLiteral("%1 (default: %2).").arg(text).arg(fallback), QLatin1String(valueName),
+                                  QString::number(fallback));
+    };
+    const QCommandLineOption byteRateOption = bound("byte-rate", QStringLiteral("Bytes per second a connection may send; beyond them (and a burst of one largest message) it closes with 1008"),
+                                                    "bytes", RelayOptions::kDefaultByteRate);
+    const QCommandLineOption joinsOption = bound("joins-per-minute", QStringLiteral("Joins per connection and minute; more close it with 1008"), "count",
+                                                 RelayOptions::kDefaultJoinsPerMinute);
+    const QCommandLineOption refusalsOption = bound("refusal-burst", QStringLiteral("Refused actions a connection may send at once (refilled at %1 a second); more close it with 1008").arg(RelayOptions::kRefusalRate),
+                                                    "count", RelayOptions::kDefaultRefusalBurst);
+    const QCommandLineOption perAccountOption = bound("connections-per-account", QStringLiteral("Connections one account may hold at once"), "count",
+                                                      RelayOptions::kDefaultConnectionsPerAccount);
+    const QCommandLineOption perAddressOption = bound("connections-per-address", QStringLiteral("Connections, handshakes included, from one address at once"), "count",
+                                                      RelayOptions::kDefaultConnectionsPerAddress);
+    const QCommandLineOption handshakeOption = bound("handshake-ms", QStringLiteral("Time a connection has to finish its WebSocket handshake"), "ms",
+                                                     RelayOptions::kDefaultHandshakeMs);
+    const QCommandLineOption boardItemsOption = bound("max-board-items", QStringLiteral("Items a board may hold; adds beyond are refused"), "count",
+                                                      RelayOptions::kDefaultMaxBoardItems);
+    const QCommandLineOption boardBytesOption = bound("max-board-bytes", QStringLiteral("Bytes of items a board may hold; adds and updates beyond are refused"),
+                                                      "bytes", RelayOptions::kDefaultMaxBoardBytes);
+    const QCommandLineOption backlogOption = bound("max-backlog-bytes", QStringLiteral("Bytes waiting to go to one connection, replays included; beyond them it closes with 1013"),
+                                                   "bytes", RelayOptions::kDefaultMaxBacklogBytes);
     const QCommandLineOption adminPortOption(QStringLiteral("admin-port"),
                                              QStringLiteral("Serve GET /healthz and /metrics over plain HTTP on this port; 0 lets the system choose (default: none)."),
                                              QStringLiteral("port"));
@@ -125,7 +148,9 @@ int main(int argc, char* argv[])
     const QCommandLineOption logFormatOption(QStringLiteral("log-format"), QStringLiteral("text (default) or json: one JSON object per line."),
                                              QStringLiteral("format"), QStringLiteral("text"));
     parser.addOptions({ listenOption, portOption, dbOption, storeOption, secretOption, certOption, keyOption, maxBytesOption, pointerRateOption,
-                        actionRateOption, actionBurstOption, batchOption, adminPortOption, adminListenOption, idleOption, logFormatOption });
+                        actionRateOption, actionBurstOption, batchOption, byteRateOption, joinsOption, refusalsOption, perAccountOption,
+                        perAddressOption, handshakeOption, boardItemsOption, boardBytesOption, backlogOption, adminPortOption, adminListenOption,
+                        idleOption, logFormatOption });
     parser.process(app);
     if (parser.value(logFormatOption) == QLatin1String("json")) {
         relay::installJsonLog();
@@ -137,7 +162,11 @@ int main(int argc, char* argv[])
     RelayOptions options;
     if (!positive(parser, maxBytesOption, &options.maxMessageBytes) || !positive(parser, pointerRateOption, &options.pointerRate)
         || !positive(parser, actionRateOption, &options.actionRate) || !positive(parser, actionBurstOption, &options.actionBurst)
-        || !positive(parser, batchOption, &options.replayBatchItems))
+        || !positive(parser, batchOption, &options.replayBatchItems) || !positive(parser, byteRateOption, &options.byteRate)
+        || !positive(parser, joinsOption, &options.joinsPerMinute) || !positive(parser, refusalsOption, &options.refusalBurst)
+        || !positive(parser, perAccountOption, &options.connectionsPerAccount) || !positive(parser, perAddressOption, &options.connectionsPerAddress)
+        || !positive(parser, handshakeOption, &options.handshakeMs) || !positive(parser, boardItemsOption, &options.maxBoardItems)
+        || !positive(parser, boardBytesOption, &options.maxBoardBytes) || !positive(parser, backlogOption, &options.maxBacklogBytes))
         return 2;
     bool idleOk = false;
     options.boardIdleSeconds = parser.value(idleOption).toInt(&idleOk);

@@ -47,15 +47,23 @@ public:
     }
     bool isOpen() const;
 
-    // A replay (a board's stored items) does not count against the backlog
-    // limit while it drains: a board may be larger than the limit.
-    void send(const QByteArray& frame, bool replay = false);
-    void closeWith(QWebSocketProtocol::CloseCode code, const QString& reason);
+    // Everything queued for the participant counts against its backlog
+    // limit, replays and corrections as much as live traffic: a reader that
+    // falls that far behind is closed with 1013 ("backlog").
+    void send(const QByteArray& frame);
+    // Every close of a connection comes through here and logs one line with
+    // `reason`, a short stable token ("rate", "backlog", "joins", ...), which
+    // is also the close frame's reason.
+    void closeWith(QWebSocketProtocol::CloseCode code, const char* reason, const QString& detail = QString());
 
     // Rate limits: false when the pointer position or item message is over
-    // the limit.
+    // the limit. A message of `items` item actions takes that many tokens.
     bool admitPointer();
-    bool admitAction();
+    bool admitAction(int items);
+    // A join, and a refusal of one of its actions: false beyond their limits
+    // (the caller closes the connection).
+    bool admitJoin();
+    bool admitRefusal();
 
 signals:
     // A frame that parsed as a TransferData; the receiver owns it.
@@ -71,6 +79,8 @@ private:
         bool take(double rate, double capacity, qint64 nowMs);
     };
 
+    // One largest message, or one second's worth, whichever is more.
+    static qint64 byteBurst(const RelayOptions& options);
     void onBinaryMessage(const QByteArray& frame);
     void onDisconnected();
 
@@ -83,12 +93,14 @@ private:
     QString m_key;
     qint64 m_joinedAt = 0;
     qint64 m_backlog = 0; // bytes handed to the socket and not yet written
-    qint64 m_replayBacklog = 0; // of which replay
     bool m_joined = false;
     bool m_closing = false;
     QElapsedTimer m_clock;
     Bucket m_pointers;
     Bucket m_actions;
+    Bucket m_bytes;
+    Bucket m_joins;
+    Bucket m_refusals;
 };
 
 } // namespace relay

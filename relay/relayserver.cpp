@@ -28,6 +28,8 @@ constexpr int kFirstReconnectMs = 250;
 constexpr int kLongestReconnectMs = 8000;
 // How often idle boards and deleted boards are looked for.
 constexpr int kSweepMs = 1000;
+// Out of descriptors, accepting waits for a connection to close, or this long.
+constexpr int kAcceptPauseMs = 1000;
 
 } // namespace
 
@@ -45,11 +47,34 @@ RelayServer::RelayServer(BoardStore* store, const RelayOptions& options, const Q
         m_tcp = std::make_unique<QTcpServer>();
         connect(m_tcp.get(), &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = m_tcp->nextPendingConnection()) {
+                // Counted from the handshake on: a peer cannot hold more
+                // half-open connections than open ones.
+                if (!admitAddress(socket, socket->peerAddress()))
+                    continue;
                 socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+                // The server's own handshake deadline does not cover sockets
+                // handed to it: a socket still pending at the deadline goes.
+                const QString key = peerKey(socket->peerAddress(), socket->peerPort());
+                m_handshaking.insert(key);
+                connect(socket, &QObject::destroyed, this, [this, key] { m_handshaking.remove(key); });
+                QTimer::singleShot(m_options.handshakeMs, socket, [this, socket, key] {
+                    if (!m_handshaking.remove(key))
+                        return;
+                    RelayMetrics::instance().refused("handshake");
+                    qCWarning(lcRelay).noquote() << "closing connection from" << key << ":" << "handshake";
+                    socket->abort();
+                });
                 m_server->handleConnection(socket);
             }
         });
+        connect(m_tcp.get(), &QTcpServer::acceptError, this, &RelayServer::onAcceptError);
     }
+    // With a token or not, a handshake that does not finish in time goes.
+    m_server->setHandshakeTimeout(options.handshakeMs);
+    connect(m_server.get(), &QWebSocketServer::acceptError, this, &RelayServer::onAcceptError);
+    m_acceptPause = new QTimer(this);
+    m_acceptPause->setSingleShot(true);
+    connect(m_acceptPause, &QTimer::timeout, this, &RelayServer::resumeAccepting);
     connect(m_server.get(), &QWebSocketServer::newConnection, this, &RelayServer::onNewConnection);
     if (m_store->isShared()) {
         m_store->setObserver(this);
@@ -71,6 +96,10 @@ RelayServer::~RelayServer()
 {
     close();
     m_store->setObserver(nullptr);
+    // Sockets the servers still hold count themselves out of m_perAddress as
+    // they go: they go now, while the counts are still there.
+    m_tcp.reset();
+    m_server.reset();
 }
 
 bool RelayServer::listen(const QHostAddress& address, quint16 port)
@@ -127,6 +156,7 @@ int RelayServer::connectionCount() const
 void RelayServer::onNewConnection()
 {
     while (QWebSocket* socket = m_server->nextPendingConnection()) {
+        m_handshaking.remove(peerKey(socket->peerAddress(), socket->peerPort()));
         const QUrl url = socket->requestUrl();
         const QUrlQuery query(url);
         // The board id is the rest of the path, decoded: an id may hold an
@@ -138,24 +168,87 @@ void RelayServer::onNewConnection()
         const QString name = query.queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded).left(RelayOptions::kMaxUserNameLength);
         const QByteArray token = query.queryItemValue(QStringLiteral("token")).toLatin1();
 
-        QString refusal;
+        const char* refusal = nullptr;
         if (boardId.isEmpty() || boardId.size() > RelayOptions::kMaxBoardIdLength)
-            refusal = QStringLiteral("no board in the path");
+            refusal = "bad-url";
         else if (!userOk || user <= 0)
-            refusal = QStringLiteral("no user");
+            refusal = "bad-url";
         else if (!m_options.secret.isEmpty() && !AccessToken::matches(m_options.secret, boardId, user, token))
-            refusal = QStringLiteral("wrong token");
-        if (!refusal.isEmpty()) {
-            RelayMetrics::instance().refused(refusal == QLatin1String("wrong token") ? "token" : "handshake");
+            refusal = "token";
+        else if (m_perAccount.value(user) >= m_options.connectionsPerAccount)
+            refusal = "connections";
+        if (!m_tcp && !refusal && !admitAddress(socket, socket->peerAddress()))
+            continue;
+        if (refusal) {
+            RelayMetrics::instance().refused(refusal);
             qCWarning(lcRelay).noquote() << "refused connection from" << socket->peerAddress().toString() << "to" << url.path()
                                          << "user" << query.queryItemValue(QStringLiteral("user")) << ":" << refusal;
             connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
-            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, refusal);
+            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, QString::fromLatin1(refusal));
             continue;
         }
-        BoardSession* session = sessionFor(boardId);
-        session->add(new Participant(socket, boardId, user, name, m_options));
+        ++m_perAccount[user];
+        auto* participant = new Participant(socket, boardId, user, name, m_options);
+        connect(participant, &QObject::destroyed, this, [this, user] {
+            if (--m_perAccount[user] <= 0)
+                m_perAccount.remove(user);
+        });
+        sessionFor(boardId)->add(participant);
     }
+}
+
+QString RelayServer::peerKey(const QHostAddress& address, quint16 port)
+{
+    return QStringLiteral("%1:%2").arg(address.toString()).arg(port);
+}
+
+bool RelayServer::admitAddress(QObject* socket, const QHostAddress& peer)
+{
+    const QString address = peer.toString();
+    if (m_perAddress.value(address) >= m_options.connectionsPerAddress) {
+        RelayMetrics::instance().refused("connections");
+        qCWarning(lcRelay).noquote() << "refused connection from" << address << ":" << "connections";
+        if (auto* tcp = qobject_cast<QAbstractSocket*>(socket)) {
+            tcp->abort();
+            tcp->deleteLater();
+        } else if (auto* web = qobject_cast<QWebSocket*>(socket)) {
+            connect(web, &QWebSocket::disconnected, web, &QObject::deleteLater);
+            web->close(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("connections"));
+        }
+        return false;
+    }
+    ++m_perAddress[address];
+    connect(socket, &QObject::destroyed, this, [this, address] {
+        if (--m_perAddress[address] <= 0)
+            m_perAddress.remove(address);
+        // A descriptor is free again.
+        if (m_acceptPause->isActive())
+            resumeAccepting();
+    });
+    return true;
+}
+
+void RelayServer::onAcceptError(QAbstractSocket::SocketError error)
+{
+    // Out of descriptors the listening socket stays readable: accepting again
+    // at once would spin. It waits for a connection to close.
+    if (m_acceptPause->isActive())
+        return;
+    qCWarning(lcRelay) << "cannot accept connections:" << error << "; pausing";
+    if (m_tcp)
+        m_tcp->pauseAccepting();
+    else
+        m_server->pauseAccepting();
+    m_acceptPause->start(kAcceptPauseMs);
+}
+
+void RelayServer::resumeAccepting()
+{
+    m_acceptPause->stop();
+    if (m_tcp)
+        m_tcp->resumeAccepting();
+    else
+        m_server->resumeAccepting();
 }
 
 BoardSession* RelayServer::sessionFor(const QString& boardId)

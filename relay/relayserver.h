@@ -6,8 +6,10 @@
 
 #include <QElapsedTimer>
 #include <QHash>
+#include <QAbstractSocket>
 #include <QHostAddress>
 #include <QObject>
+#include <QSet>
 #include <QSslConfiguration>
 #include <QString>
 
@@ -53,6 +55,12 @@ public:
 
 private:
     void onNewConnection();
+    // Counts a connection against its peer address's limit until `socket` is
+    // destroyed; refuses and drops it beyond the limit.
+    bool admitAddress(QObject* socket, const QHostAddress& peer);
+    static QString peerKey(const QHostAddress& address, quint16 port);
+    void onAcceptError(QAbstractSocket::SocketError error);
+    void resumeAccepting();
     BoardSession* sessionFor(const QString& boardId);
     void committedElsewhere(const QString& boardId, qint64 sequence) override;
     void presenceElsewhere(const QString& boardId, const QByteArray& frame) override;
@@ -75,6 +83,11 @@ private:
     // small frames at once (no Nagle delay) before the handshake.
     std::unique_ptr<QTcpServer> m_tcp;
     QHash<QString, BoardSession*> m_sessions;
+    QHash<qint64, int> m_perAccount;
+    QHash<QString, int> m_perAddress;
+    // Plain connections whose WebSocket handshake has not finished.
+    QSet<QString> m_handshaking;
+    QTimer* m_acceptPause = nullptr;
     QTimer* m_poll = nullptr;
     QTimer* m_reconnect = nullptr;
     int m_reconnectDelay = 0;

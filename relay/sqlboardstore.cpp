@@ -330,15 +330,27 @@ bool SqlBoardStore::write(const QString& boardId, const QList<Message>& messages
     }
     if (messages.isEmpty())
         return true;
-    // Now and then the entries nobody can need any more go.
+    // Now and then the entries nobody can need any more go: every thousand
+    // sequence numbers, or once a quarter of the bytes kept came in.
+    qint64& unpruned = m_unprunedBytes[boardId];
+    for (const Message& message : messages)
+        unpruned += message.entry.frame.size();
     const qint64 last = messages.constLast().entry.sequence;
-    if (last / 1000 != (messages.constFirst().entry.sequence - 1) / 1000) {
-        QSqlQuery& prune = statement(QStringLiteral("DELETE FROM entries WHERE board = ? AND sequence <= ?"));
-        prune.addBindValue(boardId);
-        prune.addBindValue(last - kEntriesKept);
-        return run(prune);
-    }
-    return true;
+    if (last / 1000 == (messages.constFirst().entry.sequence - 1) / 1000 && unpruned < kEntriesBytesKept / 4)
+        return true;
+    unpruned = 0;
+    QSqlQuery& prune = statement(QStringLiteral("DELETE FROM entries WHERE board = ? AND sequence <= ?"));
+    prune.addBindValue(boardId);
+    prune.addBindValue(last - kEntriesKept);
+    if (!run(prune))
+        return false;
+    QSqlQuery& bytes = statement(QStringLiteral(
+        "DELETE FROM entries WHERE board = ? AND sequence <= (SELECT COALESCE(MAX(sequence), 0) FROM "
+        "(SELECT sequence, SUM(length(frame)) OVER (ORDER BY sequence DESC) AS newer FROM entries WHERE board = ?) AS kept WHERE newer > ?)"));
+    bytes.addBindValue(boardId);
+    bytes.addBindValue(boardId);
+    bytes.addBindValue(kEntriesBytesKept);
+    return run(bytes);
 }
 
 bool SqlBoardStore::putRows(const QString& boardId, const QList<Row>& rows)

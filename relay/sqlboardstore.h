@@ -87,6 +87,8 @@ private:
     // for one call costs two more round trips (prepare, deallocate).
     QHash<QString, std::shared_ptr<QSqlQuery>> m_statements;
     bool m_lost = false;
+    // Bytes of entries written per board since its last pruning.
+    QHash<QString, qint64> m_unprunedBytes;
 };
 
 } // namespace relay

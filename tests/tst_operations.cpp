@@ -213,7 +213,7 @@ void tst_Operations::metricsFollowTheBoards()
         bob.addRect("r2", QRectF(10, 10, 50, 50), 1001); // under another user's id: refused
         QTRY_COMPARE(metric(relay.adminPort, "whiteboard_relay_messages_total{kind=\"change\"}"), 2.0);
         QCOMPARE(metric(relay.adminPort, "whiteboard_relay_messages_total{kind=\"join\"}"), 1.0);
-        QCOMPARE(metric(relay.adminPort, "whiteboard_relay_refusals_total{reason=\"authority\"}"), 1.0);
+        QCOMPARE(metric(relay.adminPort, "whiteboard_relay_refusals_total{reason=\"forged-author\"}"), 1.0);
         QCOMPARE(metric(relay.adminPort, "whiteboard_relay_connections"), 2.0);
         QCOMPARE(metric(relay.adminPort, "whiteboard_relay_boards_open"), 1.0);
         QTRY_VERIFY(metric(relay.adminPort, "whiteboard_relay_store_batch_seconds_count") >= 1);
@@ -324,7 +324,7 @@ void tst_Operations::administration()
     QVERIFY(admin(QStringList { QStringLiteral("delete"), QStringLiteral("doomed") } + store).ok);
     QVERIFY(closed.wait(10000));
     QCOMPARE(carol.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
-    QCOMPARE(carol.socket.closeReason(), QStringLiteral("board deleted"));
+    QCOMPARE(carol.socket.closeReason(), QStringLiteral("board-deleted"));
     QCOMPARE(alice.socket.state(), QAbstractSocket::ConnectedState);
     QCOMPARE(admin(QStringList { QStringLiteral("delete"), QStringLiteral("doomed") } + store).out, QByteArray("whiteboard-admin: no board doomed"));
 

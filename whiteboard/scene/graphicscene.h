@@ -401,6 +401,8 @@ private:
     // The next version of a local change of `gid`, which this board now holds.
     Version stampChange(const QString& gid);
     void advanceClock(qint64 seen);
+    // Whether a received version is below the clocks' end (VersionBound).
+    bool admitsVersion(qint64 version) const;
     // Every outgoing message leaves through here.
     void post(im::whiteboard::TransferData* data);
 

@@ -7,6 +7,7 @@
 #include "inputlimits.h"
 #include "scene/inboundguard.h"
 #include "scene/itemkind.h"
+#include "scene/versionbound.h"
 #include "scene/wiremessages.h"
 
 #include "proto/whiteboard.pb.h"
@@ -100,6 +101,14 @@ GraphicScene::Version GraphicScene::stampChange(const QString& gid)
 void GraphicScene::advanceClock(qint64 seen)
 {
     m_clock = std::max(m_clock, seen);
+}
+
+bool GraphicScene::admitsVersion(qint64 version) const
+{
+    if (VersionBound::belowEnd(version))
+        return true;
+    qCWarning(lcWhiteboardInput, "refused a change at version %lld: past the clock's end", version);
+    return false;
 }
 
 void GraphicScene::sendItemAction(pb::GraphicActionType type, const QSharedPointer<GraphicItem>& item)
@@ -212,7 +221,8 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
         && type != pb::GraphicActionRemove)
         return;
     if (action.has_version()) {
-        applyVersionedAction(action, versionOf(action));
+        if (admitsVersion(action.version()))
+            applyVersionedAction(action, versionOf(action));
         return;
     }
     // A peer without versions: applied in the order of arrival, the last
@@ -449,6 +459,8 @@ void GraphicScene::applyUserOperation(const pb::UserOperation& operation)
         return;
     }
     if (operation.has_version()) {
+        if (!admitsVersion(operation.version()))
+            return;
         advanceClock(operation.version());
         raiseClearMark(versionOf(operation), author);
         return;
