@@ -119,7 +119,7 @@ void GraphicStrokeCache::paint(QPainter* painter, GraphicScene* scene, const QPa
         const std::weak_ptr<State> weak = m_state;
         // The item may be gone when the job runs or ends: it holds only the state.
         scene->imageCodec()->run([weak, key, reached] {
-            auto wantedStill = [&weak, &key](const std::shared_ptr<State>& state) {
+            auto wantedStill = [&key](const std::shared_ptr<State>& state) {
                 return state && state->wanted.sameShape(key) && state->wanted.scale == key.scale;
             };
             {
