@@ -7,6 +7,9 @@ sanitizer_root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 # same build serves scripts/fuzz.sh. vptr checks are left out: they need
 # the type information of Qt's own classes, built by another compiler.
 sanitizer_flags="-fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=vptr -fno-sanitize-recover=undefined -fno-omit-frame-pointer"
+# Clang's thread-safety analysis checks the scene's lock annotations
+# (GUARDED_BY, REQUIRES, the lock order); only its warnings fail the build.
+analysis_flags="-Wthread-safety -Werror=thread-safety"
 
 configure_sanitized_build() {
     local dir="$1"
@@ -17,7 +20,7 @@ configure_sanitized_build() {
         fi
         CC=clang-14 CXX=clang++-14 cmake -S "$sanitizer_root" -B "$dir" "${launcher[@]}" \
             -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWHITEBOARD_FUZZ=ON \
-            -DCMAKE_CXX_FLAGS="$sanitizer_flags" \
+            -DCMAKE_CXX_FLAGS="$sanitizer_flags $analysis_flags" \
             -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
             -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined"
     fi

@@ -43,7 +43,7 @@ GraphicImageCodec::~GraphicImageCodec()
     // A decode that ends now posts its result to this object, whose end
     // drops it.
     m_pool.waitForDone();
-    QMutexLocker locker(&m_taskEnd);
+    SceneLocker locker(&m_taskEnd);
 }
 
 void GraphicImageCodec::decode(GraphicImage* item, const QByteArray& bytes)
@@ -70,7 +70,7 @@ void GraphicImageCodec::startQueued()
         m_pool.start([this, ticket, bytes] {
             const QImage image = decodeBytes(bytes);
             QMetaObject::invokeMethod(this, [this, ticket, image] { hand(ticket, image); }, Qt::QueuedConnection);
-            QMutexLocker locker(&m_taskEnd);
+            SceneLocker locker(&m_taskEnd);
         });
     }
 }
@@ -84,7 +84,7 @@ void GraphicImageCodec::hand(quint64 ticket, const QImage& image)
         QRect dirty;
         {
             // The render thread reads the key as it paints.
-            QMutexLocker locker(&m_scene->itemsMutex());
+            SceneLocker locker(&m_scene->itemsMutex());
             item->m_imageKey = key;
             item->m_awaitingPixels = false;
             dirty = item->boundary().toAlignedRect();
@@ -100,7 +100,7 @@ void GraphicImageCodec::run(std::function<void()> work, const QRect& region)
         work();
         QMetaObject::invokeMethod(this, [this, region] { m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(region)); },
                                   Qt::QueuedConnection);
-        QMutexLocker locker(&m_taskEnd);
+        SceneLocker locker(&m_taskEnd);
     });
 }
 

@@ -5,8 +5,6 @@
 
 #include <QFontMetricsF>
 #include <QHash>
-#include <QMutex>
-#include <QMutexLocker>
 #include <QPainter>
 #include <QSvgRenderer>
 
@@ -48,7 +46,7 @@ GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, Graphic
     m_font.setPixelSize(kLabelPixelSize);
     setType(Mark);
     setCursorShape(Qt::PointingHandCursor);
-    QMutexLocker locker(&arrowRendererMutex);
+    SceneLocker locker(&arrowRendererMutex);
     QSvgRenderer& renderer = arrowRenderer();
     if (!renderer.isValid())
         renderer.load(QStringLiteral(":/arrow.svg"));
@@ -90,9 +88,9 @@ QColor GraphicMarkItem::colorForUser(int userId)
         { 0, QColor("#ED4E4E") }, { 1, QColor("#6C9DD9") }, { 2, QColor("#EEC74E") }, { 3, QColor("#8576F2") },
         { 4, QColor("#7BCD59") }, { 5, QColor("#BE6CD9") }, { 6, QColor("#63C9BF") }, { 7, QColor("#EE6293") },
     };
-    static QMutex mutex;
+    static SceneMutex mutex;
     const int index = (userId / 2 + userId % 2) % 8;
-    QMutexLocker locker(&mutex);
+    SceneLocker locker(&mutex);
     return colors[index];
 }
 
@@ -122,7 +120,7 @@ void GraphicMarkItem::paint(QPainter* painter, const QRectF*)
 
     const QRectF arrowRect(tip, kArrowSize);
     {
-        QMutexLocker locker(&arrowRendererMutex);
+        SceneLocker locker(&arrowRendererMutex);
         arrowRenderer().render(painter, arrowRect);
     }
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "graphics/abstractgraphicshapeitem.h"
+#include "scene/annotatedmutex.h"
 
 #include <QImage>
-#include <QRecursiveMutex>
 #include <QSize>
 #include <QString>
 
@@ -57,7 +57,9 @@ private:
     // The shared body of serialize() and serializeToAction().
     void buildMessage(im::whiteboard::Path* message) const;
 
-    mutable QRecursiveMutex m_cacheLock;
+    // Recursive: paint() holds it while it remakes the image. One of the
+    // scene's lock type, so that TSan sees it like the others.
+    mutable SceneRecursiveMutex m_cacheLock;
     QPointF m_startPoint;
     QPointF m_lastPoint;
     bool m_strokeStarted = false;

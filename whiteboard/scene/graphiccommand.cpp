@@ -50,7 +50,7 @@ void GraphicCommand::changeItem(const std::function<void()>& change)
     if (m_scene->findItem(m_item->gid()) != m_item)
         return;
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         change();
         m_scene->takeWireForm(m_item.data());
     }

@@ -82,7 +82,7 @@ GraphicScene::~GraphicScene()
     // itemsMutex, under which frames read the view.
     m_render->requestQuit();
     {
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_view = nullptr;
     }
     SceneRender* render = m_render;
@@ -95,7 +95,7 @@ GraphicScene::~GraphicScene()
     // The worker's last act on its thread was to take and release itemsMutex
     // (SceneRender::quit): taking it here orders all it did before what is
     // torn down below, which Qt's own wait does not show to ThreadSanitizer.
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     delete render;
 
     // No decoded picture may come in from here on.
@@ -116,7 +116,7 @@ QQuickItem* GraphicScene::view() const
 
 void GraphicScene::init()
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     emit initScene();
 }
 
@@ -162,7 +162,7 @@ void GraphicScene::setViewport(const QRectF& r)
     }
     {
         // The render thread reads the view state under this lock for a whole frame.
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_viewport = r;
     }
     emit viewportChanged();
@@ -174,7 +174,7 @@ void GraphicScene::setBackgroundBrush(const QBrush& brush)
     if (m_backgroundBrush == brush)
         return;
     {
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_backgroundBrush = brush;
     }
     emit backgroundBrushChanged();
@@ -182,7 +182,7 @@ void GraphicScene::setBackgroundBrush(const QBrush& brush)
 
 QSharedPointer<GraphicItem> GraphicScene::focusItem()
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     return m_focusItem;
 }
 
@@ -193,7 +193,7 @@ GraphicItem* GraphicScene::focusItemPointer()
 
 void GraphicScene::setFocusItem(const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const QString oldGid = m_focusItem ? m_focusItem->gid() : QString();
     const QString newGid = item ? item->gid() : QString();
     if (bool(m_focusItem) == bool(item) && oldGid == newGid)
@@ -227,12 +227,12 @@ void GraphicScene::setSceneSize(const QSize& size)
         return;
     {
         // Released before renderMutex below, which comes first in the lock order.
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_sceneSize = size;
     }
     emit sceneSizeChanged();
     if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
-        QMutexLocker locker(&m_renderMutex);
+        SceneLocker locker(&m_renderMutex);
         m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
     }
     updateViewport(viewBoundingRect().center());
@@ -248,12 +248,12 @@ void GraphicScene::setDevicePixelRatio(double ratio)
         return;
     }
     {
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_devicePixelRatio = ratio;
     }
     emit devicePixelRatioChanged();
     if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
-        QMutexLocker locker(&m_renderMutex);
+        SceneLocker locker(&m_renderMutex);
         m_render->updateRenderSize(viewSize().toSize(), ratio);
     }
 }
@@ -269,7 +269,7 @@ void GraphicScene::setScale(double scale, const QPointF& center)
     }
     {
         // The scale and its transforms change together for the render thread.
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_scale = scale;
         m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
         m_sceneToViewTransform = QTransform::fromScale(scale, scale);
@@ -290,7 +290,7 @@ void GraphicScene::setRotation(double rotation)
         return;
     }
     {
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_rotation = rotation;
     }
     emit rotationChanged();
@@ -302,7 +302,7 @@ void GraphicScene::setBackgroundColor(const QColor& color)
     if (m_backgroundColor == color)
         return;
     {
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_backgroundColor = color;
     }
     // Any visible entry triggers the same full frame.
@@ -358,7 +358,7 @@ void GraphicScene::updateViewport(const QPointF& center)
         // First real size: the board is centred.
         const double w = vs.width() / W / m_scale;
         const double h = vs.height() / H / m_scale;
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_viewport = QRectF(0.5 - w / 2, 0.5 - h / 2, w, h);
     }
     const QRectF viewRect = viewBoundingRect();
@@ -377,7 +377,7 @@ void GraphicScene::move(const QPointF& d)
 {
     if (d.isNull())
         return;
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const QSizeF vs = viewSize();
     QRectF next = m_viewport;
     next.moveTopLeft(QPointF(m_viewport.x() + d.x() / vs.width() * m_viewport.width(),
@@ -394,7 +394,7 @@ void GraphicScene::moveTo(const QPointF& point)
 {
     // Computes the moved viewport and drops it; absolute moves go through the
     // view's moveSceneTo.
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const QSizeF vs = viewSize();
     QRectF next = m_viewport;
     next.moveTopLeft(QPointF(m_viewport.x() + point.x() / vs.width() * m_viewport.width(),
@@ -517,7 +517,7 @@ void GraphicScene::addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& 
 // frames repaint only what is dirty.
 void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     LayerIndex* index = m_layerIndexes.value(layer);
     if (!index)
         return;
@@ -559,7 +559,7 @@ void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem
 
 void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     LayerIndex* index = m_layerIndexes.value(layer);
     if (!index)
         return;
@@ -580,7 +580,7 @@ void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
 
 void GraphicScene::itemGeometryChanged(GraphicItem* item)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const QSharedPointer<GraphicItem> shared = item->sharedFromThis();
     if (!shared)
         return;
@@ -594,7 +594,7 @@ void GraphicScene::itemGeometryChanged(GraphicItem* item)
 
 void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     LayerIndex* index = m_layerIndexes.value(layer);
     if (!index || !item)
         return;
@@ -619,7 +619,7 @@ void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<Graphi
 
 int GraphicScene::itemCount(SceneLayer layer)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     LayerIndex* index = m_layerIndexes.value(layer);
     return index ? index->count() : 0;
 }
@@ -637,7 +637,7 @@ GraphicItemList GraphicScene::itemsInView(SceneLayer layer, const QRectF& viewRe
 GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, int order,
                                          const std::function<bool(const GraphicItem&)>& keep)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     LayerIndex* index = m_layerIndexes.value(layer);
     return index ? index->query(area, order, keep) : GraphicItemList();
 }
@@ -681,7 +681,7 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 {
     if (!isSelectionMode(mode))
         return {};
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const QPointF p = transform.map(mapToScene(viewPos));
     // The candidates stay in the index while we look: only the winner is shared.
     QVarLengthArray<const QSharedPointer<GraphicItem>*, 32> candidates;
@@ -707,7 +707,7 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 
 QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const auto record = m_gids.constFind(gid);
     if (record == m_gids.constEnd() || !record->live)
         return {};
@@ -716,7 +716,7 @@ QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const QRectF handles = handlesArea();
     const QString gid = item->gid();
     m_selectedItems.removeIf([&gid](const QSharedPointer<GraphicItem>& selected) { return selected->gid() == gid; });
@@ -732,7 +732,7 @@ void GraphicScene::clearSelection()
 
 QRectF GraphicScene::handlesArea()
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     GraphicItemList shown = m_selectedItems;
     if (shown.isEmpty() && m_focusItem)
         shown.append(m_focusItem);
@@ -777,7 +777,7 @@ QString GraphicScene::imageKeyFor(const QImage& image)
 QString GraphicScene::addImage(const QImage& image)
 {
     const QString key = imageKeyFor(image);
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     if (!m_imageCache.contains(key))
         m_imageCache.insert(key, new QImage(image));
     return key;
@@ -881,7 +881,7 @@ void GraphicScene::onViewWidthChanged()
     if (!m_view)
         return;
     {
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         m_viewBounds = viewBoundingRect();
     }
     m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
@@ -895,7 +895,7 @@ void GraphicScene::onViewHeightChanged()
 
 void GraphicScene::onRenderFinished(const QImage& result)
 {
-    QMutexLocker locker(&m_renderMutex);
+    SceneLocker locker(&m_renderMutex);
     emit beforeSynchronizing();
     m_renderedImage = result;
     if (m_view)
@@ -936,14 +936,14 @@ QRegion GraphicScene::pageRegion() const
 
 QImage GraphicScene::renderedImage()
 {
-    QMutexLocker locker(&m_renderMutex);
+    SceneLocker locker(&m_renderMutex);
     return m_renderedImage;
 }
 
 void GraphicScene::paint(QPainter* painter, const QRectF&, const QRectF&, int)
 {
     // Never itemsMutex here: a frame may hold it for tens of milliseconds.
-    QMutexLocker locker(&m_renderMutex);
+    SceneLocker locker(&m_renderMutex);
     if (m_renderedImage.isNull() || !m_view)
         return;
     const QSizeF vs = viewSize();

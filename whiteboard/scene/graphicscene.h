@@ -74,10 +74,20 @@ using GraphicItemList = QList<QSharedPointer<GraphicItem>>;
 // the selection, the viewport, the undo stack and the render worker with its
 // thread. One scene per WhiteboardView.
 //
-// Locks, always taken in this order: renderMutex, then the worker's
-// dirtyMutex, then itemsMutex. The GUI thread may record dirty areas while
-// holding itemsMutex; that is safe because the render thread releases
-// dirtyMutex before it waits for itemsMutex.
+// Locks, in the one order every thread takes them (a thread holding one may
+// take only those below it; the analysis of the clang build checks the
+// annotated ones):
+//   1. the export's jobMutex (held for a whole export);
+//   2. renderMutex (the frame handed to the view);
+//   3. the worker's thumbnailMutex (a thumbnail pass);
+//   4. itemsMutex (items, indexes and what frames read of the scene;
+//      recursive: tools re-enter it through the scene's queries);
+//   5. the worker's dirtyMutex (the dirty lists): the GUI thread records
+//      dirty areas holding itemsMutex, and a thumbnail pass takes it under
+//      itemsMutex; the render thread releases it before it waits for
+//      itemsMutex.
+// Leaves, under which nothing is taken: the worker's imageMutex, the image
+// codec's taskEnd, the mark's renderer lock, the pen's stroke cache lock.
 class GraphicScene : public QObject
 {
     Q_OBJECT
@@ -135,7 +145,7 @@ public:
 
     QQuickItem* view() const;
     SceneRender* renderer() const { return m_render; }
-    SceneRecursiveMutex& itemsMutex() { return m_itemsMutex; }
+    SceneRecursiveMutex& itemsMutex() RETURN_CAPABILITY(m_itemsMutex) { return m_itemsMutex; }
     QUndoStack& undoStack() { return m_undoStack; }
 
     // Properties.
@@ -284,10 +294,10 @@ public:
 
     // Render thread, or GUI thread with the render thread stopped; caller
     // holds itemsMutex. What the next frame needs from the scene.
-    void fillFrameState(FrameState& state) const;
+    void fillFrameState(FrameState& state) const REQUIRES(m_itemsMutex);
     // Any thread; caller holds itemsMutex. The part of the view the page
     // covers, in view units.
-    QRegion pageRegion() const;
+    QRegion pageRegion() const REQUIRES(m_itemsMutex);
 
     // The last finished frame, as the view will draw it.
     QImage renderedImage();
@@ -418,13 +428,13 @@ private:
     void applyVersionedAction(const im::whiteboard::GraphicAction& action, const Version& version);
     // Under itemsMutex; `live` is the item of the gid shown now, `held` any object of it.
     void placeVersionedEntry(const ReceivedEntry& entry, const QString& gid, const QSharedPointer<GraphicItem>& live,
-                             const QSharedPointer<GraphicItem>& held);
+                             const QSharedPointer<GraphicItem>& held) REQUIRES(m_itemsMutex);
     // Takes received items out as a detach does, without a message.
     void dropItems(const GraphicItemList& items);
     // Raises the clear mark of everybody (`userId` null) or of one author to
     // `version` and drops the live items that are older.
     void raiseClearMark(const Version& version, const qlonglong* userId);
-    Version clearMarkFor(qlonglong author) const;
+    Version clearMarkFor(qlonglong author) const REQUIRES(m_itemsMutex);
     void applyUserAction(const im::whiteboard::UserAction& action);
     // The pointer marks: one per other user, dropped when the user leaves.
     void dropMark(qlonglong userId);
@@ -444,7 +454,7 @@ private:
     // The picture named by imagePath, read within the size limit.
     GraphicItem* createImageItem();
 
-    SceneRecursiveMutex m_itemsMutex;
+    SceneRecursiveMutex m_itemsMutex ACQUIRED_AFTER(m_renderMutex);
     SceneMutex m_renderMutex;
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
@@ -497,12 +507,12 @@ private:
         QWeakPointer<GraphicItem> item;
         bool live = false;
     };
-    QHash<QString, GidRecord> m_gids;
+    QHash<QString, GidRecord> m_gids GUARDED_BY(m_itemsMutex);
     qint64 m_clock = 0;
     // Clears seen: changes older than the mark of everybody, or of their
     // author, stay out.
-    Version m_clearMark;
-    QHash<qlonglong, Version> m_clearMarks;
+    Version m_clearMark GUARDED_BY(m_itemsMutex);
+    QHash<qlonglong, Version> m_clearMarks GUARDED_BY(m_itemsMutex);
     std::atomic<int> m_paintMargin { 2 };
     // GUI thread: while a received message is applied, its frame requests
     // become one, made at its end.

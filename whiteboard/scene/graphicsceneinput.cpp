@@ -98,7 +98,7 @@ void GraphicScene::setToolType(GraphicDefine::ToolType tool)
 
 void GraphicScene::deselectAll()
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     QRectF dirty = handlesArea();
     for (const QSharedPointer<GraphicItem>& item : std::as_const(m_selectedItems)) {
         item->setSelected(false);
@@ -189,7 +189,7 @@ GraphicItemList GraphicScene::clipboardItems() const
 
 void GraphicScene::setSelectedItems(const GraphicItemList& items)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     m_selectedItems = items;
 }
 

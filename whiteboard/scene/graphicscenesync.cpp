@@ -92,7 +92,7 @@ qint64 GraphicScene::newDeviceId()
 
 GraphicScene::Version GraphicScene::stampChange(const QString& gid)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     const Version version { ++m_clock, m_currentUserId, m_deviceId };
     m_gids[gid].version = version;
     return version;
@@ -161,7 +161,7 @@ void GraphicScene::takeWireForm(GraphicItem* item)
         return;
     const std::unique_ptr<GraphicItem> fresh(kind->make(this));
     fresh->deserialize(bytes);
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     item->deserialize(fresh->serialize());
 }
 
@@ -273,7 +273,7 @@ QRect GraphicScene::applyUnversionedEntry(const ReceivedEntry& entry, const QSha
     QRect dirty;
     {
         // The render thread may be painting the item.
-        QMutexLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_itemsMutex);
         dirty = item->boundary().toRect();
         item->readEntry(*entry.message);
     }
@@ -294,7 +294,7 @@ void GraphicScene::applyVersionedAction(const pb::GraphicAction& action, const V
 {
     const QString gid = QString::fromStdString(action.gid());
     advanceClock(version.clock);
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     GidRecord& record = m_gids[gid];
     // Only what is newer than the state held: an older message, or one that
     // arrives twice, changes nothing.
@@ -342,7 +342,7 @@ void GraphicScene::placeVersionedEntry(const ReceivedEntry& entry, const QString
 
 void GraphicScene::dropItems(const GraphicItemList& items)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     QRect dirty;
     for (const QSharedPointer<GraphicItem>& item : items) {
         // Nothing stays focused or painted as selected that the board no longer holds.
@@ -365,7 +365,7 @@ GraphicScene::Version GraphicScene::clearMarkFor(qlonglong author) const
 
 void GraphicScene::raiseClearMark(const Version& version, const qlonglong* userId)
 {
-    QMutexLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_itemsMutex);
     Version& mark = userId ? m_clearMarks[*userId] : m_clearMark;
     mark = std::max(mark, version);
     GraphicItemList older;
@@ -425,7 +425,7 @@ void GraphicScene::moveMark(qlonglong userId, const pb::UserMouseInfoData& info)
         QRectF dirty = mark->paintedArea(m_scale);
         {
             // The render thread paints the mark.
-            QMutexLocker locker(&m_itemsMutex);
+            SceneLocker locker(&m_itemsMutex);
             mark->setText(text);
             mark->place(position, m_scale);
         }

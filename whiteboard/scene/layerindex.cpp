@@ -13,7 +13,10 @@ LayerIndex::LayerIndex(const QRectF& bounds)
 
 void LayerIndex::file(const QSharedPointer<GraphicItem>& item)
 {
+    Q_ASSERT(!m_filed.contains(item.data()));
     GraphicIndexNode* node = m_root.insert(item);
+    // The tree appends: the item's slot is the node's last.
+    Q_ASSERT(node && !node->entries().empty() && node->entries().back().item == item);
     m_filed.insert(item.data(), { node, int(node->entries().size()) - 1 });
 }
 
@@ -23,11 +26,16 @@ QSharedPointer<GraphicItem> LayerIndex::take(const GraphicItem* item)
     if (filed == m_filed.cend())
         return {};
     const Filed where = *filed;
+    Q_ASSERT(where.slot >= 0 && where.slot < int(where.node->entries().size()));
     m_filed.erase(filed);
     QSharedPointer<GraphicItem> taken = where.node->takeAt(where.slot);
+    Q_ASSERT(taken.data() == item);
     // The node's last entry has moved into the freed slot.
-    if (where.slot < int(where.node->entries().size()))
-        m_filed[where.node->entries()[where.slot].item.data()].slot = where.slot;
+    if (where.slot < int(where.node->entries().size())) {
+        Filed& moved = m_filed[where.node->entries()[where.slot].item.data()];
+        Q_ASSERT(moved.node == where.node && moved.slot == int(where.node->entries().size()));
+        moved.slot = where.slot;
+    }
     return taken;
 }
 
@@ -48,7 +56,11 @@ void LayerIndex::remove(const GraphicItem* item)
 QRectF LayerIndex::filedBoundary(const GraphicItem* item) const
 {
     const auto filed = m_filed.constFind(item);
-    return filed == m_filed.cend() ? QRectF() : filed->node->entries()[filed->slot].boundary;
+    if (filed == m_filed.cend())
+        return QRectF();
+    const GraphicIndexNode::Entry& entry = filed->node->entries()[filed->slot];
+    Q_ASSERT(entry.item.data() == item);
+    return entry.boundary;
 }
 
 void LayerIndex::refile(const GraphicItem* item)

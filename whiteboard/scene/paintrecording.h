@@ -3,7 +3,7 @@
 #include <QBrush>
 #include <QImage>
 #include <QLine>
-#include <QMutexLocker>
+#include "annotatedmutex.h"
 #include <QList>
 #include <QPaintDevice>
 #include <QPainter>
@@ -58,7 +58,7 @@ public:
     void replay(QPainter* painter, Lock& liveLock, const std::function<bool()>& stop = {}) const
     {
         replay(painter, [&liveLock](const QSharedPointer<GraphicItem>& item, QPainter* target) {
-            QMutexLocker locker(&liveLock);
+            SceneLocker locker(&liveLock);
             paintLive(item, target);
         }, stop);
     }

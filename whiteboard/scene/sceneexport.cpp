@@ -69,7 +69,7 @@ SceneExport::~SceneExport()
 {
     m_stop = true;
     m_pool.waitForDone();
-    QMutexLocker locker(&m_jobMutex);
+    SceneLocker locker(&m_jobMutex);
 }
 
 QByteArray SceneExport::formatOf(const QString& path)
@@ -108,7 +108,7 @@ bool SceneExport::start(const QString& path, const QByteArray& format, double sc
     }
     const Job job { path, format, scale, cropToItems, page, m_scene->backgroundColor() };
     m_pool.start([this, job] {
-        QMutexLocker locker(&m_jobMutex);
+        SceneLocker locker(&m_jobMutex);
         const bool ok = run(job);
         if (m_stop)
             return;
@@ -124,7 +124,7 @@ bool SceneExport::run(const Job& job)
     QRect area;
     double margin = 0.0;
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         if (const LayerIndex* index = m_scene->layerIndex(GraphicScene::ItemLayer)) {
             items = index->query(QRectF(QPointF(0, 0), QSizeF(job.page)));
             LayerIndex::sort(items, 1);
@@ -138,7 +138,7 @@ bool SceneExport::run(const Job& job)
     for (qsizetype at = 0; at < items.size() && !m_stop; at += kRecordBatch) {
         auto recording = std::make_unique<PaintRecording>();
         {
-            QMutexLocker locker(&m_scene->itemsMutex());
+            SceneLocker locker(&m_scene->itemsMutex());
             recording->record(items.mid(at, kRecordBatch), kRenderHints, margin);
         }
         recordings.push_back(std::move(recording));

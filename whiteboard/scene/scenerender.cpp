@@ -71,35 +71,39 @@ SceneRender::~SceneRender()
 
 QList<DirtyArea> SceneRender::dirtyAreas(GraphicScene::SceneLayer layer)
 {
-    QMutexLocker locker(&m_dirtyMutex);
+    SceneLocker locker(&m_dirtyMutex);
     return m_dirtyAreas.value(layer);
 }
 
 QImage SceneRender::baseImage() const
 {
-    return underImageMutex(m_baseImage);
+    SceneLocker locker(&m_imageMutex);
+    return m_baseImage;
 }
 
 QImage SceneRender::frameImage() const
 {
-    return underImageMutex(m_frameImage);
+    SceneLocker locker(&m_imageMutex);
+    return m_frameImage;
 }
 
 QRegion SceneRender::borderRegion() const
 {
-    return underImageMutex(m_borderRegion);
+    SceneLocker locker(&m_imageMutex);
+    return m_borderRegion;
 }
 
 double SceneRender::devicePixelRatio() const
 {
-    return underImageMutex(m_devicePixelRatio);
+    SceneLocker locker(&m_imageMutex);
+    return m_devicePixelRatio;
 }
 
 // --- dirty tracking ---------------------------------------------------------
 
 void SceneRender::record(const DirtyArea& area, GraphicScene::SceneLayer layer)
 {
-    QMutexLocker locker(&m_dirtyMutex);
+    SceneLocker locker(&m_dirtyMutex);
     if (layer == GraphicScene::AllLayers) {
         for (int key = GraphicScene::BackgroundLayer; key < GraphicScene::kLayerCount; ++key)
             m_dirtyAreas[GraphicScene::SceneLayer(key)].append(area);
@@ -128,7 +132,7 @@ void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer
         return;
     // Grown by a pixel so that a line without width still covers its pixels.
     const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
-    QMutexLocker locker(&m_dirtyMutex);
+    SceneLocker locker(&m_dirtyMutex);
     m_silentDirty += area;
     if (m_silentDirty.rectCount() > kMaxFrameRects)
         m_silentDirty = m_silentDirty.boundingRect();
@@ -157,7 +161,7 @@ void SceneRender::makeDirtyRegion(const QRegion& region, GraphicScene::SceneLaye
 
 void SceneRender::onInitScene()
 {
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     const QSize size = m_scene->sceneSize();
     const double ratio = devicePixelRatio();
     m_sceneImage = QImage(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio), QImage::Format_ARGB32);
@@ -175,7 +179,7 @@ void SceneRender::quit()
         m_thumbnailTimer->stop();
     // The scene deletes us once the thread has ended; this lock is what
     // orders our work before that, for ThreadSanitizer as for the reader.
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
 }
 
 QImage SceneRender::resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush)
@@ -203,7 +207,7 @@ void SceneRender::updateRenderSize(const QSize& size, double ratio)
     if (size.width() <= 0 || size.height() <= 0)
         return;
     {
-        QMutexLocker locker(&m_imageMutex);
+        SceneLocker locker(&m_imageMutex);
         const QSize pixels(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio));
         if (ratio == m_devicePixelRatio && m_frameImage.size() == pixels)
             return;
@@ -221,10 +225,10 @@ void SceneRender::updateBorderRegion()
 {
     QRegion region;
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         region = m_scene->pageRegion();
     }
-    QMutexLocker locker(&m_imageMutex);
+    SceneLocker locker(&m_imageMutex);
     m_borderRegion = region;
 }
 
@@ -252,7 +256,7 @@ void SceneRender::paint()
     QList<DirtyArea> lists[GraphicScene::kLayerCount];
     QRegion changed;
     {
-        QMutexLocker locker(&m_dirtyMutex);
+        SceneLocker locker(&m_dirtyMutex);
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
             lists[key] = m_dirtyAreas.take(GraphicScene::SceneLayer(key));
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
@@ -268,7 +272,7 @@ void SceneRender::paint()
     }
     {
         // Taken only by a frame that is due: silent changes wait for one.
-        QMutexLocker locker(&m_dirtyMutex);
+        SceneLocker locker(&m_dirtyMutex);
         changed += m_silentDirty;
         m_silentDirty = QRegion();
     }
@@ -276,7 +280,7 @@ void SceneRender::paint()
     // itemsMutex while it records dirty areas.
     FrameState state;
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         m_scene->fillFrameState(state);
     }
     for (const QList<DirtyArea>& list : lists) {
@@ -297,7 +301,7 @@ void SceneRender::paint()
     // silent change is due.
     bool pending = false;
     {
-        QMutexLocker locker(&m_dirtyMutex);
+        SceneLocker locker(&m_dirtyMutex);
         m_silentDue = !m_silentDirty.isEmpty();
         pending = m_silentDue;
         for (auto it = m_dirtyAreas.cbegin(); it != m_dirtyAreas.cend() && !pending; ++it)
@@ -311,7 +315,7 @@ void SceneRender::composeFrame()
 {
     FrameState state;
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         m_scene->fillFrameState(state);
     }
     composeFrame(state, QRegion());
@@ -348,7 +352,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
             break;
         QRegion grown;
         {
-            QMutexLocker locker(&m_dirtyMutex);
+            SceneLocker locker(&m_dirtyMutex);
             grown = m_silentDirty;
             m_silentDirty = QRegion();
         }
@@ -358,13 +362,13 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     if (!finishFrame(state, frame))
         return;
     {
-        QMutexLocker locker(&m_imageMutex);
+        SceneLocker locker(&m_imageMutex);
         m_frameImage = frame;
     }
     {
         // Handed over under itemsMutex: the scene's destructor takes it after
         // asking us to quit, so no receiver sees a scene being torn down.
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         if (quitRequested())
             return;
         ++m_composedFrames;
@@ -410,7 +414,7 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     {
         // The only wait the GUI thread has on a frame: finding and recording
         // the items; they are painted from the recording after.
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
             all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
@@ -486,7 +490,7 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
     for (const QSharedPointer<GraphicItem>& item : controlled) {
         if (quitRequested())
             return false;
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         if (GraphicController* controller = item->controller())
             controller->paint(&painter);
     }
@@ -506,7 +510,7 @@ void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
 {
     GraphicItemList all;
     for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer) {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         const LayerIndex* root = m_scene->layerIndex(GraphicScene::SceneLayer(layer));
         GraphicItemList found = root->query(m_scene->mapRectToScene(viewRect));
         LayerIndex::sort(found, 1);
@@ -522,7 +526,7 @@ void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
             return;
         // One item at a time: a change on the GUI thread waits for this
         // item, not for the frame, and no item is seen half changed.
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         item->paint(painter, nullptr);
     }
 }
@@ -532,7 +536,7 @@ void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
 void SceneRender::scheduleThumbnails()
 {
     {
-        QMutexLocker locker(&m_dirtyMutex);
+        SceneLocker locker(&m_dirtyMutex);
         if (!m_thumbnailWhole && m_thumbnailDirty.isEmpty())
             return;
     }
@@ -552,7 +556,7 @@ void SceneRender::scheduleThumbnails()
 void SceneRender::paintThumbnails()
 {
     {
-        QMutexLocker locker(&m_thumbnailMutex);
+        SceneLocker locker(&m_thumbnailMutex);
         if (!updateThumbnails())
             return;
     }
@@ -570,7 +574,7 @@ void SceneRender::catchUpThumbnails()
     {
         // Waits for a pass under way; before the first frame there is
         // nothing to catch up with.
-        QMutexLocker locker(&m_thumbnailMutex);
+        SceneLocker locker(&m_thumbnailMutex);
         if (!m_thumbnailLarge.isNull())
             updateThumbnails();
     }
@@ -582,7 +586,7 @@ void SceneRender::publishThumbnails()
     QImage large;
     QImage small;
     {
-        QMutexLocker locker(&m_thumbnailMutex);
+        SceneLocker locker(&m_thumbnailMutex);
         if (m_thumbnailSerial == m_publishedSerial)
             return;
         m_publishedSerial = m_thumbnailSerial;
@@ -599,14 +603,14 @@ bool SceneRender::updateThumbnails()
     QRegion dirty;
     QTransform toThumbnail;
     {
-        QMutexLocker locker(&scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         const QSize page = scene->sceneSize();
         const QSize size = scene->thumbnailSize();
         bool whole = m_thumbnailLarge.isNull() || page != m_thumbnailPage || m_thumbnailLarge.size() != size;
         {
             // Taken under itemsMutex: a change recorded from here on is
             // either seen by this recording or left for the next pass.
-            QMutexLocker dirtyLocker(&m_dirtyMutex);
+            SceneLocker dirtyLocker(&m_dirtyMutex);
             whole = whole || m_thumbnailWhole;
             changed = m_thumbnailDirty;
             if (!whole && changed.isEmpty())

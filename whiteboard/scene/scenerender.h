@@ -115,15 +115,8 @@ private slots:
     void paintThumbnails();
 
 private:
-    // Any thread: a copy of one of the members imageMutex guards.
-    template <class T>
-    T underImageMutex(const T& member) const
-    {
-        QMutexLocker locker(&m_imageMutex);
-        return member;
-    }
     // Any thread, takes dirtyMutex.
-    void record(const DirtyArea& area, GraphicScene::SceneLayer layer);
+    void record(const DirtyArea& area, GraphicScene::SceneLayer layer) EXCLUDES(m_dirtyMutex);
     // Render thread: a whole frame, or one that repaints `changed` (scene
     // units) of the kept page when nothing else moved.
     void composeFrame(const FrameState& state, const QRegion& changed);
@@ -142,10 +135,11 @@ private:
                         const QTransform& toImage);
     // Under itemsMutex: the items of `layer` that may paint into `area`
     // (scene units), sorted for painting.
-    GraphicItemList itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const;
+    GraphicItemList itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const
+        REQUIRES(m_scene->itemsMutex());
     // Render thread or GUI thread, under thumbnailMutex: repaints what the
     // thumbnails miss; false when abandoned.
-    bool updateThumbnails();
+    bool updateThumbnails() REQUIRES(m_thumbnailMutex);
     // Render thread: arms or runs the thumbnail pass so that it lags by
     // kThumbnailInterval at most.
     void scheduleThumbnails();
@@ -154,15 +148,17 @@ private:
     std::atomic<int> m_composedFrames { 0 };
     std::atomic<int> m_partialFrames { 0 };
     std::atomic<int> m_thumbnailPasses { 0 };
-    SceneMutex m_dirtyMutex;
+    // After thumbnailMutex and the scene's itemsMutex (see GraphicScene).
+    SceneMutex m_dirtyMutex ACQUIRED_AFTER(m_thumbnailMutex);
+    // A leaf: nothing else is taken while it is held.
     mutable SceneMutex m_imageMutex;
     bool m_initialized = false;
     GraphicScene* m_scene = nullptr;
     // imageMutex guards these four.
-    double m_devicePixelRatio = 2.0;
-    QImage m_baseImage;
-    QImage m_frameImage;
-    QRegion m_borderRegion;
+    double m_devicePixelRatio GUARDED_BY(m_imageMutex) = 2.0;
+    QImage m_baseImage GUARDED_BY(m_imageMutex);
+    QImage m_frameImage GUARDED_BY(m_imageMutex);
+    QRegion m_borderRegion GUARDED_BY(m_imageMutex);
     // Render thread only: the page as last painted, the state it was painted
     // with, and the recording of its last repaint.
     QImage m_pageImage;
@@ -176,24 +172,25 @@ private:
     QTimer* m_thumbnailTimer = nullptr;
     qint64 m_lastThumbnailTime = 0;
     // dirtyMutex guards these.
-    QMap<GraphicScene::SceneLayer, QList<DirtyArea>> m_dirtyAreas;
+    QMap<GraphicScene::SceneLayer, QList<DirtyArea>> m_dirtyAreas GUARDED_BY(m_dirtyMutex);
     // What the thumbnails miss, in scene units; whole when null.
-    QRegion m_thumbnailDirty;
+    QRegion m_thumbnailDirty GUARDED_BY(m_dirtyMutex);
     // Scene units: what the next frame repaints beside its dirty lists.
-    QRegion m_silentDirty;
+    QRegion m_silentDirty GUARDED_BY(m_dirtyMutex);
     // Render thread only: silent changes made during the last frame.
     bool m_silentDue = false;
-    bool m_thumbnailWhole = true;
+    // Under dirtyMutex, like the lists above.
+    bool m_thumbnailWhole GUARDED_BY(m_dirtyMutex) = true;
     // thumbnailMutex guards these: the images as last painted, their serial
     // number, the page size they were painted for.
     mutable SceneMutex m_thumbnailMutex;
-    QImage m_thumbnailLarge;
-    QImage m_thumbnailSmall;
-    QSize m_smallThumbnailSize;
-    int m_thumbnailSerial = 0;
-    int m_publishedSerial = 0;
-    QSize m_thumbnailPage;
-    std::unique_ptr<PaintRecording> m_thumbnailRecording;
+    QImage m_thumbnailLarge GUARDED_BY(m_thumbnailMutex);
+    QImage m_thumbnailSmall GUARDED_BY(m_thumbnailMutex);
+    QSize m_smallThumbnailSize GUARDED_BY(m_thumbnailMutex);
+    int m_thumbnailSerial GUARDED_BY(m_thumbnailMutex) = 0;
+    int m_publishedSerial GUARDED_BY(m_thumbnailMutex) = 0;
+    QSize m_thumbnailPage GUARDED_BY(m_thumbnailMutex);
+    std::unique_ptr<PaintRecording> m_thumbnailRecording GUARDED_BY(m_thumbnailMutex);
 };
 
 } // namespace whiteboard

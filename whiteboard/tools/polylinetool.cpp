@@ -27,7 +27,7 @@ void PolylineTool::hover(QHoverEvent* event)
     }
     // The rubber line of an open polyline follows the pointer.
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         m_gesture.activeItem->hoverMoveEvent(event);
     }
     m_scene->sendMouseInfo(m_scene->mapToScene(event->position()));
@@ -46,7 +46,7 @@ void PolylineTool::close(bool byToolChange)
     QMouseEvent event(QEvent::MouseButtonRelease, position, position, Qt::RightButton, Qt::RightButton, Qt::NoModifier,
                       QPointingDevice::primaryPointingDevice());
     event.setAccepted(true);
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     m_gesture.activeItem->mousePressEvent(&event);
     m_gesture.activeItem->setIsEditMode(false);
     // Keeps a selector's release from taking the polyline for its band. The

@@ -169,7 +169,7 @@ void SelectTool::end(QMouseEvent* event)
         m_tools.endGesture();
         return;
     }
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     const QSharedPointer<GraphicItem> band = m_gesture.activeItem;
     if (!band || m_gesture.finishingSegment) {
         finish(event);

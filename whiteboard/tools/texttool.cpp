@@ -104,7 +104,7 @@ void TextTool::makeBox(QMouseEvent* event)
     m_scene->deselectAll();
     {
         // Held while the box is shaped too: it is in a painted layer by then.
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         // A drag with the text tool left its own item in the active layer; only
         // this box goes on.
         m_gesture.activeItem = m_scene->addItem(GraphicScene::ActiveLayer, item);

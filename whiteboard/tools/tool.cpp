@@ -67,7 +67,7 @@ void Tool::end(QMouseEvent* event)
 void Tool::finish(QMouseEvent* event)
 {
     {
-        QMutexLocker locker(&m_scene->itemsMutex());
+        SceneLocker locker(&m_scene->itemsMutex());
         const QSharedPointer<GraphicItem> active = m_gesture.activeItem;
         if (active) {
             // A box that waits for its text keeps the gesture open.
@@ -125,7 +125,7 @@ void Tool::releaseFocusItem(const QSharedPointer<GraphicItem>& focus, QMouseEven
 
 bool Tool::hoverHandle(const QPointF& viewPos)
 {
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     const QPoint point(GraphicScene::roundPixel(viewPos.x()), GraphicScene::roundPixel(viewPos.y()));
     const QSharedPointer<GraphicItem> focus = m_scene->focusItem();
     GraphicController* controller = focus ? focus->controller() : nullptr;

@@ -58,7 +58,7 @@ void ToolController::press(QMouseEvent* event)
     }
     // From here on items may change shape, and the render thread paints them
     // under itemsMutex.
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     if (active) {
         // An open polyline takes its next point; a band or a box ends with its release.
         active->mousePressEvent(event);
@@ -71,7 +71,7 @@ void ToolController::move(QMouseEvent* event)
 {
     if (m_gesture.endingText)
         return;
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     if (m_gesture.panning && !m_scene->disableDrag())
         m_pan.motion(event);
     else if (m_gesture.controlPointPressed)
@@ -126,7 +126,7 @@ void ToolController::keyPress(QKeyEvent* event)
     m_gesture.pressedKey = event->key();
     // Taken only by the nudge, so that other keys travel on to the host.
     event->ignore();
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
         if (!m_gesture.mousePressed)
             m_scene->setViewCursor(Qt::OpenHandCursor);
@@ -138,7 +138,7 @@ void ToolController::keyPress(QKeyEvent* event)
 
 void ToolController::keyRelease(QKeyEvent* event)
 {
-    QMutexLocker locker(&m_scene->itemsMutex());
+    SceneLocker locker(&m_scene->itemsMutex());
     const int key = m_gesture.pressedKey;
     if (key == Qt::Key_Space) {
         if (!m_gesture.mousePressed)
