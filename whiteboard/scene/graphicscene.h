@@ -177,7 +177,7 @@ public:
     void setUserName(const QString& name) { m_userName = name; }
     QSize thumbnailSize() const { return m_thumbnailSize; }
     QSize smallThumbnailSize() const { return m_smallThumbnailSize; }
-    // Kept for the view's property; the thumbnail sizes are fixed.
+    // Kept empty: the host's contract names it as the thumbnailSize hook; the sizes are fixed.
     void updateThumbnailSize() { }
     // GUI thread: the render worker hands over the thumbnails it painted;
     // they are stored and thumbnailChanged, then smallThumbnailChanged, emitted.
@@ -201,9 +201,6 @@ public:
     static QSharedPointer<GraphicItem> makeShared(GraphicItem* item);
     // Call its members under itemsMutex.
     LayerIndex* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
-    // The 5000 x 5000 image of a layer, made on first use: no frame paints
-    // into it, it is there to feed a LayerViewer while debugging.
-    QImage* layerImage(SceneLayer layer);
     QSharedPointer<GraphicItem> addItem(SceneLayer layer, GraphicItem* item);
     void addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
     void addItems(SceneLayer layer, const GraphicItemList& items);
@@ -226,7 +223,6 @@ public:
     // The item of the item layer with this gid, case-sensitive, wherever it
     // lies; the key of received updates and removals.
     QSharedPointer<GraphicItem> itemByGid(const QString& gid);
-    QSharedPointer<GraphicItem> findItem(const QString& gid) { return itemByGid(gid); }
     // Gives `item` the state that its message carries, so that the board that
     // makes a change holds what the others receive (float points, path text).
     void takeWireForm(GraphicItem* item);
@@ -369,6 +365,7 @@ signals:
     void backgroundColorChanged();
     void fillShapeChanged();
     void imagePathChanged();
+    // Kept though never emitted: part of the signal list hosts are given.
     void offlinePathChanged();
     void sendData(im::whiteboard::TransferData* data);
     void disableEditChanged();
@@ -433,7 +430,7 @@ private:
 
     // The items of `layer` met by `area`, those that `keep` accepts (all
     // without it), sorted by `order`; under itemsMutex.
-    GraphicItemList itemsWhere(SceneLayer layer, const QRectF& area, int order,
+    GraphicItemList itemsWhere(SceneLayer layer, const QRectF& area, Qt::SortOrder order,
                                const std::function<bool(const GraphicItem&)>& keep);
     // Requesting a frame is always these three emissions.
     void requestFrame();
@@ -451,7 +448,6 @@ private:
     SceneRender* m_render = nullptr;
     GraphicImageCodec* m_imageCodec = nullptr;
     QSharedPointer<GraphicItem> m_focusItem;
-    QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;
     QMap<SceneLayer, LayerIndex*> m_layerIndexes;
     GraphicItemList m_selectedItems;
     GraphicItemList m_markItems;
