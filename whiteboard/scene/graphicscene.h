@@ -3,6 +3,7 @@
 #include "graphicdefine.h"
 #include "scene/annotatedmutex.h"
 #include "scene/dirtyarea.h"
+#include "scene/itemversion.h"
 
 #include <QBrush>
 #include <QColor>
@@ -114,16 +115,7 @@ public:
     // user who made the change, then the device that made it (one account may
     // be on several at once). Compared in that order; all zero for changes
     // that never carried a version, and the device 0 for peers that send none.
-    struct Version
-    {
-        qint64 clock = 0;
-        qint64 user = 0;
-        qint64 device = 0;
-        bool operator<(const Version& other) const
-        {
-            return std::tie(clock, user, device) < std::tie(other.clock, other.user, other.device);
-        }
-    };
+    using Version = ItemVersion;
 
     // The board's rounding of a double to whole pixels: half away from zero,
     // then truncated.
