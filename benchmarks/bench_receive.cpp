@@ -132,7 +132,7 @@ double firstFrame(GraphicScene& scene)
     painter.setClipRect(frame.rect());
     QElapsedTimer timer;
     timer.start();
-    scene.findItem(QStringLiteral("s"))->paint(&painter, nullptr);
+    scene.itemByGid(QStringLiteral("s"))->paint(&painter, nullptr);
     return timer.nsecsElapsed() / 1e6;
 }
 

@@ -38,7 +38,7 @@ std::optional<Version> versionOf(const Message& message)
 // what a peer without devices sent stays as it was.
 void setVersion(pb::GraphicAction* action, const Version& version)
 {
-    action->set_version(version.version);
+    action->set_version(version.clock);
     action->set_versionuser(version.user);
     if (version.device)
         action->set_versiondevice(version.device);
@@ -439,12 +439,12 @@ void BoardSession::seeVersion(const std::optional<Version>& version)
 {
     // Only admitted versions get here: the clock stays below the bound.
     if (version)
-        m_clock = std::max(m_clock, version->version);
+        m_clock = std::max(m_clock, version->clock);
 }
 
 bool BoardSession::admitsVersion(const std::optional<Version>& version)
 {
-    if (!version || VersionBound::admits(m_clock, version->version))
+    if (!version || VersionBound::admits(m_clock, version->clock))
         return true;
     if (m_clockFromHistory)
         return false;
@@ -470,11 +470,11 @@ bool BoardSession::admitsVersion(const std::optional<Version>& version)
             else if (body.has_useroperationdata() && body.useroperationdata().has_version())
                 seen = Version { body.useroperationdata().version(), 0 };
             // What was stored was admitted; the bound holds all the same.
-            if (seen && VersionBound::belowEnd(seen->version))
+            if (seen && VersionBound::belowEnd(seen->clock))
                 seeVersion(seen);
         }
     }
-    return VersionBound::admits(m_clock, version->version);
+    return VersionBound::admits(m_clock, version->clock);
 }
 
 void BoardSession::deliverPresence(const QByteArray& frame)
@@ -769,7 +769,7 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
     const qint64 user = from->accountId();
 
     if (!admitsVersion(version)) {
-        refuse(from, gid, type, version, "version-ahead", QStringLiteral("version %1, clock %2").arg(version->version).arg(m_clock), outcome);
+        refuse(from, gid, type, version, "version-ahead", QStringLiteral("version %1, clock %2").arg(version->clock).arg(m_clock), outcome);
         return;
     }
     // Every entry, not the first alone: boards apply each under its own
@@ -863,7 +863,7 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
     if (!stored) {
         std::optional<Version> removal;
         if (bounded)
-            removal = Version { VersionBound::after(bounded->version), bounded->user, bounded->device };
+            removal = Version { VersionBound::after(bounded->clock), bounded->user, bounded->device };
         outcome.toSender.append(removalOf(gid, removal));
         return;
     }
@@ -873,7 +873,7 @@ void BoardSession::refuse(Participant* from, const QString& gid, int type, const
         outcome.toSender.append(back == pb::GraphicActionAdd ? stored->envelope : rewritten(stored->envelope, back));
         return;
     }
-    restore(*stored, *bounded, !VersionBound::admits(m_clock, refusedVersion->version), back, outcome);
+    restore(*stored, *bounded, !VersionBound::admits(m_clock, refusedVersion->clock), back, outcome);
 }
 
 std::optional<BoardStore::Version> BoardSession::withinReach(std::optional<Version> version) const
@@ -881,7 +881,7 @@ std::optional<BoardStore::Version> BoardSession::withinReach(std::optional<Versi
     // The correction never goes past what a clock admits, whatever the
     // refused version was.
     if (version)
-        version->version = std::min(version->version, std::min(m_clock, VersionBound::kCeiling) + VersionBound::kLead - 1);
+        version->clock = std::min(version->clock, std::min(m_clock, VersionBound::kCeiling) + VersionBound::kLead - 1);
     return version;
 }
 
@@ -895,7 +895,7 @@ void BoardSession::restore(const BoardStore::Item& stored, const Version& refuse
     // stored again: the stored state is the item's, only its clock moved. A
     // forged version is the sender's own matter: the others' clocks do not
     // move for it.
-    const qint64 base = std::max(refused.version, stored.version ? stored.version->version : 0);
+    const qint64 base = std::max(refused.clock, stored.version ? stored.version->clock : 0);
     const Version newer { VersionBound::after(base), stored.version ? stored.version->user : stored.author,
                           stored.version ? stored.version->device : 0 };
     outcome.toSender.append(rewritten(stored.envelope, pb::GraphicActionType(back), newer));

@@ -6,6 +6,8 @@
 
 #include <QtGlobal>
 
+#include "whiteboard/scene/itemversion.h"
+
 #include <optional>
 #include <tuple>
 
@@ -31,18 +33,9 @@ public:
         virtual void presenceElsewhere(const QString& boardId, const QByteArray& frame) = 0;
     };
 
-    // A clock value of the convergence fields: (version, versionuser,
-    // versiondevice), compared in that order; a peer without devices sends 0.
-    struct Version
-    {
-        qint64 version = 0;
-        qint64 user = 0;
-        qint64 device = 0;
-        bool operator<(const Version& other) const
-        {
-            return std::tie(version, user, device) < std::tie(other.version, other.user, other.device);
-        }
-    };
+    // The wire's (version, versionuser, versiondevice), held as the board
+    // holds it (the wire's version is the clock); a peer without devices sends 0.
+    using Version = whiteboard::ItemVersion;
 
     struct Item
     {

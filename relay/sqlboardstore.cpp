@@ -368,7 +368,7 @@ bool SqlBoardStore::putRows(const QString& boardId, const QList<Row>& rows)
             query.addBindValue(boardId);
             query.addBindValue(row.item->gid);
             query.addBindValue(row.item->author);
-            query.addBindValue(versionValue(row.item->version, &Version::version));
+            query.addBindValue(versionValue(row.item->version, &Version::clock));
             query.addBindValue(versionValue(row.item->version, &Version::user));
             // Not null: a row without a version has the device 0.
             query.addBindValue(row.item->version ? row.item->version->device : 0);
@@ -409,7 +409,7 @@ bool SqlBoardStore::clear(const QString& boardId, const Change& change)
     if (change.kind == Change::ClearByAuthor)
         query.addBindValue(change.author);
     if (change.before) {
-        query.addBindValue(change.before->version);
+        query.addBindValue(change.before->clock);
         query.addBindValue(change.before->user);
         query.addBindValue(change.before->device);
     }

@@ -381,8 +381,8 @@ private slots:
             boards.click(1, QPoint(200, 175));
             boards.key(1, Qt::Key_Delete);
             boards[1].scene->undo();
-            QVERIFY(boards[1].scene->findItem(gid));
-            QVERIFY(!boards[0].scene->findItem(gid));
+            QVERIFY(boards[1].scene->itemByGid(gid));
+            QVERIFY(!boards[0].scene->itemByGid(gid));
             break;
         case 2:
             // The owner clears before the drawing reaches it; the others get
@@ -397,7 +397,7 @@ private slots:
             boards[2].scene->undo();
             boards[1].scene->undo();
             // The author's undo of the drawing removes what the clear took already.
-            QVERIFY(!boards[1].scene->findItem(gid));
+            QVERIFY(!boards[1].scene->itemByGid(gid));
             break;
         case 4: {
             boards.click(1, QPoint(200, 175));
@@ -441,7 +441,7 @@ private slots:
             boards.relay.deliver();
             boards[1].scene->undo();
             boards[Boards::kSecondDevice].scene->undo();
-            QVERIFY(boards[1].scene->findItem(gid)->boundary() != boards[Boards::kSecondDevice].scene->findItem(gid)->boundary());
+            QVERIFY(boards[1].scene->itemByGid(gid)->boundary() != boards[Boards::kSecondDevice].scene->itemByGid(gid)->boundary());
             break;
         }
         expectConverged(boards);

@@ -343,7 +343,7 @@ private slots:
         ellipse->set_heigth(100);
         ellipse->mutable_fillstyle()->set_color("#0000ff");
         f->view->receiveData(new pb::TransferData(transferOf({ body })));
-        const QSharedPointer<GraphicItem> item = f->scene->findItem(QStringLiteral("e"));
+        const QSharedPointer<GraphicItem> item = f->scene->itemByGid(QStringLiteral("e"));
         QVERIFY(item);
         const QPoint centre(300, 250);
         QCOMPARE(f->frame().pixelColor(centre), QColor(Qt::blue));

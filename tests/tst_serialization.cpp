@@ -10,6 +10,7 @@
 #include "graphics/graphictextitem.h"
 #include "inputlimits.h"
 #include "proto/whiteboard.pb.h"
+#include "relay/wireaction.h"
 #include "scene/graphicscene.h"
 
 #include <QRegularExpression>
@@ -225,6 +226,14 @@ private slots:
         const auto* data = list.GetDescriptor()->FindFieldByName("data");
         QCOMPARE(list.GetReflection()->FieldSize(list, data), 1);
         QCOMPARE(bytesOf(list.GetReflection()->GetRepeatedMessage(list, data, 0)), item->serialize());
+
+        // The relay reads the same bytes for the author it authorises and
+        // refuses an action carrying anyone else's entry.
+        wire::GraphicAction received;
+        QVERIFY(received.ParseFromString(action.SerializeAsString()));
+        QCOMPARE(relay::WireAction::author(received), qint64(item->userId()));
+        QVERIFY(relay::WireAction::onlyOf(received, item->gid().toStdString(), item->userId()));
+        QVERIFY(!relay::WireAction::onlyOf(received, item->gid().toStdString(), item->userId() + 1));
     }
 
     void garbageChangesNothing_data() { addKinds(); }

@@ -336,7 +336,7 @@ private slots:
 
         QCOMPARE(hostA->messagesOf().size(), size_t(2));
         QCOMPARE(hostA->lastItemMessage().first().action(), pb::GraphicActionUpdate);
-        const auto* theirs = qobject_cast<GraphicRectItem*>(b->scene->findItem(item->gid()).data());
+        const auto* theirs = qobject_cast<GraphicRectItem*>(b->scene->itemByGid(item->gid()).data());
         QVERIFY(theirs);
         QCOMPARE(theirs->brush().color(), QColor(Qt::green));
         QCOMPARE(a->scene->undoStack().count(), 1);
@@ -437,7 +437,7 @@ private slots:
         for (GraphicScene* scene : { a->scene, b->scene }) {
             QCOMPARE(scene->itemCount(GraphicScene::ItemLayer), width ? 1 : 0);
             if (width)
-                QCOMPARE(scene->findItem(QStringLiteral("g"))->boundary().width(), double(width));
+                QCOMPARE(scene->itemByGid(QStringLiteral("g"))->boundary().width(), double(width));
         }
         QVERIFY(hostA->sent.empty() && hostB->sent.empty());
     }
@@ -477,7 +477,7 @@ private slots:
         const QSharedPointer<GraphicItem> item = GraphicScene::makeShared(shape);
         a->scene->pushCommand(new AddGraphicCommand(item, a->scene));
         a->scene->pushCommand(new MoveGraphicCommand(QPointF(), QPointF(600, 350), item, a->scene));
-        const QSharedPointer<GraphicItem> theirs = b->scene->findItem(item->gid());
+        const QSharedPointer<GraphicItem> theirs = b->scene->itemByGid(item->gid());
         QVERIFY(theirs);
         QCOMPARE(theirs->boundary().topLeft(), QPointF(700, 450));
 
@@ -492,7 +492,7 @@ private slots:
     {
         const QSharedPointer<GraphicItem> item = addRect(a->scene, QRectF(100, 100, 200, 100), 1, Qt::blue);
         a->scene->pushCommand(new AddGraphicCommand(item, a->scene));
-        const QSharedPointer<GraphicItem> theirs = b->scene->findItem(item->gid());
+        const QSharedPointer<GraphicItem> theirs = b->scene->itemByGid(item->gid());
         QVERIFY(theirs);
         QTRY_VERIFY(near(b->frame().pixelColor(200, 150), Qt::blue));
 
@@ -610,7 +610,7 @@ private slots:
 
         const GraphicItemList all = b->scene->layerIndex(GraphicScene::ItemLayer)->query(QRectF(-2e5, -2e5, 4e5, 4e5));
         QCOMPARE(all.size(), elements < 0 ? 1 : 2);
-        QVERIFY(b->scene->findItem(QStringLiteral("good")));
+        QVERIFY(b->scene->itemByGid(QStringLiteral("good")));
         if (elements < 0)
             return;
         const auto* item = qobject_cast<AbstractGraphicShapeItem*>(all.first()->gid() == "good" ? all.last().data() : all.first().data());
@@ -845,7 +845,7 @@ private slots:
             b->view->receiveData(wrap({ body }));
             // The gid table holds the item from its add on.
             if (step.at(0).toInt() == pb::GraphicActionAdd)
-                QVERIFY(b->scene->findItem(QStringLiteral("p")));
+                QVERIFY(b->scene->itemByGid(QStringLiteral("p")));
         }
         QTRY_COMPARE(b->scene->imageCodec()->pending(), 0);
         const QPointF centre = steps.last().at(2).toRectF().center();

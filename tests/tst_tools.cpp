@@ -219,7 +219,7 @@ void tst_Tools::pictureIsRefusedOrScaledAndSentOnce()
         QCOMPARE(action.imagedata().data(0).has_data(), action.graphicactiontype() == im::whiteboard::GraphicActionAdd);
         other.receiveData(new im::whiteboard::TransferData(*data));
     }
-    const auto* received = qobject_cast<GraphicImage*>(other.findItem(image->gid()).data());
+    const auto* received = qobject_cast<GraphicImage*>(other.itemByGid(image->gid()).data());
     QVERIFY(received);
     QCOMPARE(received->boundary(), image->boundary());
     // Decoded on the other board's pool, and handed over from its event loop.

@@ -72,6 +72,7 @@ public:
     };
     Q_ENUM(GraphicType)
 
+    // Unused inside (flags are the three bools): kept as QML-visible vocabulary.
     enum GraphicsItemFlag {
         ItemIsMovable = 0,
         ItemIsSelectable = 1,
@@ -79,6 +80,7 @@ public:
     };
     Q_ENUM(GraphicsItemFlag)
 
+    // Unused inside (events come through the virtuals): kept as QML-visible vocabulary.
     enum EventType {
         FocusIn = 0,
         FocusOut = 1,

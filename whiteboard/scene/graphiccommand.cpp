@@ -47,7 +47,7 @@ void GraphicCommand::changeItem(const std::function<void()>& change)
 {
     // Somebody else removed the item: there is nothing left to change, here
     // or anywhere, and nothing is sent.
-    if (m_scene->findItem(m_item->gid()) != m_item)
+    if (m_scene->itemByGid(m_item->gid()) != m_item)
         return;
     {
         SceneLocker locker(&m_scene->itemsMutex());

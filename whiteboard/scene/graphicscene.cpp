@@ -40,6 +40,13 @@ bool isSelectionMode(int mode)
     return mode >= Qt::ContainsItemShape && mode <= Qt::IntersectsItemBoundingRect;
 }
 
+// The queries' order as QML gives it: 1 is oldest first (unlike
+// Qt::SortOrder's numbering), anything else newest first.
+Qt::SortOrder sortOrder(int order)
+{
+    return order == 1 ? Qt::AscendingOrder : Qt::DescendingOrder;
+}
+
 } // namespace
 
 GraphicScene::GraphicScene(QQuickItem* view)
@@ -52,12 +59,8 @@ GraphicScene::GraphicScene(QQuickItem* view)
         connect(view, SIGNAL(heightChanged()), this, SLOT(onViewHeightChanged()));
     }
 
-    // The layer images are made on first use (layerImage): an empty board must
-    // not cost four 5000 x 5000 images.
-    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
-        m_layerImages.insert(SceneLayer(layer), QSharedPointer<QImage>());
+    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer)
         m_layerIndexes.insert(SceneLayer(layer), new LayerIndex(QRectF(0, 0, kIndexExtent, kIndexExtent)));
-    }
 
     m_imageCodec = new GraphicImageCodec(this);
     m_render = new SceneRender(this);
@@ -103,10 +106,8 @@ GraphicScene::~GraphicScene()
     m_imageCodec = nullptr;
     qDeleteAll(m_imageCache);
     m_imageCache.clear();
-    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
-        m_layerImages.remove(SceneLayer(layer));
+    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer)
         delete m_layerIndexes.take(SceneLayer(layer));
-    }
 }
 
 QQuickItem* GraphicScene::view() const
@@ -118,14 +119,6 @@ void GraphicScene::init()
 {
     SceneLocker locker(&m_itemsMutex);
     emit initScene();
-}
-
-QImage* GraphicScene::layerImage(SceneLayer layer)
-{
-    QSharedPointer<QImage>& image = m_layerImages[layer];
-    if (!image)
-        image.reset(new QImage(int(kIndexExtent), int(kIndexExtent), QImage::Format_ARGB32));
-    return image.data();
 }
 
 QSizeF GraphicScene::viewSize() const
@@ -392,14 +385,9 @@ void GraphicScene::move(double dx, double dy)
 
 void GraphicScene::moveTo(const QPointF& point)
 {
-    // Computes the moved viewport and drops it; absolute moves go through the
-    // view's moveSceneTo.
-    SceneLocker locker(&m_itemsMutex);
-    const QSizeF vs = viewSize();
-    QRectF next = m_viewport;
-    next.moveTopLeft(QPointF(m_viewport.x() + point.x() / vs.width() * m_viewport.width(),
-                             m_viewport.y() + point.y() / vs.height() * m_viewport.height()));
-    Q_UNUSED(next);
+    // A slot of the host's contract that changes nothing: absolute moves go
+    // through the view's moveSceneTo.
+    Q_UNUSED(point);
 }
 
 void GraphicScene::moveTo(double dx, double dy)
@@ -626,15 +614,15 @@ int GraphicScene::itemCount(SceneLayer layer)
 
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
 {
-    return itemsWhere(layer, QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()), order, nullptr);
+    return itemsWhere(layer, QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()), sortOrder(order), nullptr);
 }
 
 GraphicItemList GraphicScene::itemsInView(SceneLayer layer, const QRectF& viewRect, int order)
 {
-    return itemsWhere(layer, mapRectToScene(viewRect), order, nullptr);
+    return itemsWhere(layer, mapRectToScene(viewRect), sortOrder(order), nullptr);
 }
 
-GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, int order,
+GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, Qt::SortOrder order,
                                          const std::function<bool(const GraphicItem&)>& keep)
 {
     SceneLocker locker(&m_itemsMutex);
@@ -646,9 +634,10 @@ GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& 
 {
     if (!isSelectionMode(mode))
         return {};
+    const auto selection = Qt::ItemSelectionMode(mode);
     const QPainterPath mapped = transform.map(path);
-    return itemsWhere(layer, mapped.boundingRect(), order, [&](const GraphicItem& item) {
-        return item.collidesWithPath(mapped, Qt::ItemSelectionMode(mode));
+    return itemsWhere(layer, mapped.boundingRect(), sortOrder(order), [&](const GraphicItem& item) {
+        return item.collidesWithPath(mapped, selection);
     });
 }
 
@@ -661,9 +650,10 @@ GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& poin
 {
     if (!isSelectionMode(mode))
         return {};
+    const auto selection = Qt::ItemSelectionMode(mode);
     const QPointF mapped = transform.map(point);
-    return itemsWhere(layer, pointQueryRect(mapped), order, [&](const GraphicItem& item) {
-        return item.collidesWithPoint(mapped, Qt::ItemSelectionMode(mode));
+    return itemsWhere(layer, pointQueryRect(mapped), sortOrder(order), [&](const GraphicItem& item) {
+        return item.collidesWithPoint(mapped, selection);
     });
 }
 
@@ -671,9 +661,10 @@ GraphicItemList GraphicScene::itemsByRect(SceneLayer layer, const QRectF& rect, 
 {
     if (!isSelectionMode(mode))
         return {};
+    const auto selection = Qt::ItemSelectionMode(mode);
     const QRectF mapped = transform.mapRect(rect);
-    return itemsWhere(layer, mapped, order, [&](const GraphicItem& item) {
-        return item.collidesWithRect(mapped, Qt::ItemSelectionMode(mode));
+    return itemsWhere(layer, mapped, sortOrder(order), [&](const GraphicItem& item) {
+        return item.collidesWithRect(mapped, selection);
     });
 }
 
@@ -681,6 +672,8 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 {
     if (!isSelectionMode(mode))
         return {};
+    const auto selection = Qt::ItemSelectionMode(mode);
+    const Qt::SortOrder sort = sortOrder(order);
     SceneLocker locker(&m_itemsMutex);
     const QPointF p = transform.map(mapToScene(viewPos));
     // The candidates stay in the index while we look: only the winner is shared.
@@ -688,8 +681,8 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
     m_layerIndexes.value(ItemLayer)->visit(pointQueryRect(p), [&candidates](const GraphicIndexNode::Entry& entry) {
         candidates.append(&entry.item);
     });
-    const auto first = [order](const QSharedPointer<GraphicItem>* a, const QSharedPointer<GraphicItem>* b) {
-        return order == 1 ? LayerIndex::older(**a, **b) : LayerIndex::older(**b, **a);
+    const auto first = [sort](const QSharedPointer<GraphicItem>* a, const QSharedPointer<GraphicItem>* b) {
+        return sort == Qt::AscendingOrder ? LayerIndex::older(**a, **b) : LayerIndex::older(**b, **a);
     };
     // Stable either way; the few candidates of most points need no buffer.
     if (candidates.size() > 16) {
@@ -699,7 +692,7 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
             std::rotate(std::upper_bound(candidates.begin(), next, *next, first), next, next + 1);
     }
     for (const QSharedPointer<GraphicItem>* item : std::as_const(candidates)) {
-        if ((*item)->collidesWithPoint(p, Qt::ItemSelectionMode(mode)))
+        if ((*item)->collidesWithPoint(p, selection))
             return *item;
     }
     return {};

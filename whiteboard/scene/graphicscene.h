@@ -3,6 +3,7 @@
 #include "graphicdefine.h"
 #include "scene/annotatedmutex.h"
 #include "scene/dirtyarea.h"
+#include "scene/itemversion.h"
 
 #include <QBrush>
 #include <QColor>
@@ -124,16 +125,7 @@ public:
     // user who made the change, then the device that made it (one account may
     // be on several at once). Compared in that order; all zero for changes
     // that never carried a version, and the device 0 for peers that send none.
-    struct Version
-    {
-        qint64 clock = 0;
-        qint64 user = 0;
-        qint64 device = 0;
-        bool operator<(const Version& other) const
-        {
-            return std::tie(clock, user, device) < std::tie(other.clock, other.user, other.device);
-        }
-    };
+    using Version = ItemVersion;
 
     // The board's rounding of a double to whole pixels: half away from zero,
     // then truncated.
@@ -187,7 +179,7 @@ public:
     void setUserName(const QString& name) { m_userName = name; }
     QSize thumbnailSize() const { return m_thumbnailSize; }
     QSize smallThumbnailSize() const { return m_smallThumbnailSize; }
-    // Kept for the view's property; the thumbnail sizes are fixed.
+    // Kept empty: the host's contract names it as the thumbnailSize hook; the sizes are fixed.
     void updateThumbnailSize() { }
     // GUI thread: the render worker hands over the thumbnails it painted;
     // they are stored and thumbnailChanged, then smallThumbnailChanged, emitted.
@@ -211,9 +203,6 @@ public:
     static QSharedPointer<GraphicItem> makeShared(GraphicItem* item);
     // Call its members under itemsMutex.
     LayerIndex* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
-    // The 5000 x 5000 image of a layer, made on first use: no frame paints
-    // into it, it is there to feed a LayerViewer while debugging.
-    QImage* layerImage(SceneLayer layer);
     QSharedPointer<GraphicItem> addItem(SceneLayer layer, GraphicItem* item);
     void addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
     void addItems(SceneLayer layer, const GraphicItemList& items);
@@ -236,7 +225,6 @@ public:
     // The item of the item layer with this gid, case-sensitive, wherever it
     // lies; the key of received updates and removals.
     QSharedPointer<GraphicItem> itemByGid(const QString& gid);
-    QSharedPointer<GraphicItem> findItem(const QString& gid) { return itemByGid(gid); }
     // Gives `item` the state that its message carries, so that the board that
     // makes a change holds what the others receive (float points, path text).
     void takeWireForm(GraphicItem* item);
@@ -379,6 +367,7 @@ signals:
     void backgroundColorChanged();
     void fillShapeChanged();
     void imagePathChanged();
+    // Kept though never emitted: part of the signal list hosts are given.
     void offlinePathChanged();
     void sendData(im::whiteboard::TransferData* data);
     void disableEditChanged();
@@ -443,7 +432,7 @@ private:
 
     // The items of `layer` met by `area`, those that `keep` accepts (all
     // without it), sorted by `order`; under itemsMutex.
-    GraphicItemList itemsWhere(SceneLayer layer, const QRectF& area, int order,
+    GraphicItemList itemsWhere(SceneLayer layer, const QRectF& area, Qt::SortOrder order,
                                const std::function<bool(const GraphicItem&)>& keep);
     // Requesting a frame is always these three emissions.
     void requestFrame();
@@ -461,7 +450,6 @@ private:
     SceneRender* m_render = nullptr;
     GraphicImageCodec* m_imageCodec = nullptr;
     QSharedPointer<GraphicItem> m_focusItem;
-    QMap<SceneLayer, QSharedPointer<QImage>> m_layerImages;
     QMap<SceneLayer, LayerIndex*> m_layerIndexes;
     GraphicItemList m_selectedItems;
     GraphicItemList m_markItems;

@@ -233,7 +233,7 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
     }
     // The item message that rides along is not read: the gid alone names
     // what goes, so a removal takes whatever state this board holds of it.
-    if (const QSharedPointer<GraphicItem> item = findItem(QString::fromStdString(action.gid())))
+    if (const QSharedPointer<GraphicItem> item = itemByGid(QString::fromStdString(action.gid())))
         dropItems({ item });
 }
 
@@ -243,7 +243,7 @@ void GraphicScene::applyUnversionedAction(const pb::GraphicAction& action)
     if (!entriesOf(action, entries))
         return;
     const bool add = action.graphicactiontype() == pb::GraphicActionAdd;
-    const QSharedPointer<GraphicItem> updated = add ? QSharedPointer<GraphicItem>() : findItem(QString::fromStdString(action.gid()));
+    const QSharedPointer<GraphicItem> updated = add ? QSharedPointer<GraphicItem>() : itemByGid(QString::fromStdString(action.gid()));
     // An update of an unknown gid is dropped without a word. Only peers
     // without versions get here; with versions an early update brings the
     // item, since their order is repaired by the clock.
@@ -266,7 +266,7 @@ void GraphicScene::applyUnversionedAction(const pb::GraphicAction& action)
 QRect GraphicScene::applyUnversionedEntry(const ReceivedEntry& entry, const QSharedPointer<GraphicItem>& updated)
 {
     // An add of a known gid takes the place of the item that holds it.
-    QSharedPointer<GraphicItem> item = updated ? updated : findItem(entry.gid);
+    QSharedPointer<GraphicItem> item = updated ? updated : itemByGid(entry.gid);
     const bool known = item && (updated || item->type() == entry.type);
     if (!known)
         item = makeShared(ItemKind::ofType(entry.type)->make(this));

@@ -2,7 +2,7 @@
 
 #include <QObject>
 
-// Kept as an empty class: the undo stack lives in the scene.
+// Kept empty: hosts are given the name; the undo stack lives in the scene.
 class HistoryController : public QObject
 {
     Q_OBJECT

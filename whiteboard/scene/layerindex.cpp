@@ -74,7 +74,7 @@ QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect) const
     return m_root.query(rect);
 }
 
-QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const
+QList<QSharedPointer<GraphicItem>> LayerIndex::query(const QRectF& rect, Qt::SortOrder order, const std::function<bool(const GraphicItem&)>& keep) const
 {
     QList<QSharedPointer<GraphicItem>> result;
     // Filtered before anything is copied: only what is returned is shared and sorted.
@@ -99,12 +99,12 @@ bool LayerIndex::older(const GraphicItem& a, const GraphicItem& b)
     return a.timestamp() < b.timestamp() || (a.timestamp() == b.timestamp() && a.gid() < b.gid());
 }
 
-void LayerIndex::sort(QList<QSharedPointer<GraphicItem>>& items, int order)
+void LayerIndex::sort(QList<QSharedPointer<GraphicItem>>& items, Qt::SortOrder order)
 {
     // A stable sort takes a buffer, even for the one candidate of most hit tests.
     if (items.size() < 2)
         return;
-    if (order == 1)
+    if (order == Qt::AscendingOrder)
         std::stable_sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return older(*a, *b); });
     else
         std::stable_sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return older(*b, *a); });

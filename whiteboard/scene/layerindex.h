@@ -37,8 +37,8 @@ public:
     // Unsorted, as the tree yields them.
     QList<QSharedPointer<GraphicItem>> query(const QRectF& rect) const;
     // The items met by `rect` that `keep` accepts (all without it), sorted
-    // by timestamp: order 1 ascending, anything else descending.
-    QList<QSharedPointer<GraphicItem>> query(const QRectF& rect, int order, const std::function<bool(const GraphicItem&)>& keep) const;
+    // by timestamp (see older()).
+    QList<QSharedPointer<GraphicItem>> query(const QRectF& rect, Qt::SortOrder order, const std::function<bool(const GraphicItem&)>& keep) const;
     // Calls `visit(const GraphicIndexNode::Entry&)` for each item that
     // query(rect) returns, without copying a shared pointer.
     template<typename Visit>
@@ -49,7 +49,7 @@ public:
     int count() const { return int(m_filed.size()); }
     void clear();
 
-    static void sort(QList<QSharedPointer<GraphicItem>>& items, int order);
+    static void sort(QList<QSharedPointer<GraphicItem>>& items, Qt::SortOrder order);
     // The order of sort(): older first, equal times by gid.
     static bool older(const GraphicItem& a, const GraphicItem& b);
 

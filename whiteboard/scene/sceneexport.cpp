@@ -127,7 +127,7 @@ bool SceneExport::run(const Job& job)
         SceneLocker locker(&m_scene->itemsMutex());
         if (const LayerIndex* index = m_scene->layerIndex(GraphicScene::ItemLayer)) {
             items = index->query(QRectF(QPointF(0, 0), QSizeF(job.page)));
-            LayerIndex::sort(items, 1);
+            LayerIndex::sort(items, Qt::AscendingOrder);
         }
         margin = m_scene->paintMargin();
         area = exportRect(job.page, items, margin, job.cropToItems);

@@ -162,11 +162,6 @@ void SceneRender::makeDirtyRegion(const QRegion& region, GraphicScene::SceneLaye
 void SceneRender::onInitScene()
 {
     SceneLocker locker(&m_scene->itemsMutex());
-    const QSize size = m_scene->sceneSize();
-    const double ratio = devicePixelRatio();
-    m_sceneImage = QImage(GraphicScene::roundPixel(size.width() * ratio), GraphicScene::roundPixel(size.height() * ratio), QImage::Format_ARGB32);
-    m_sceneImage.setDevicePixelRatio(ratio);
-    QPainter painter(&m_sceneImage);
     m_initialized = true;
     emit ready();
 }
@@ -402,7 +397,7 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
             }
         }
     }
-    LayerIndex::sort(found, 1);
+    LayerIndex::sort(found, Qt::AscendingOrder);
     return found;
 }
 
@@ -504,31 +499,6 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
             return false;
     }
     return true;
-}
-
-void SceneRender::paintVisibleItems(QPainter* painter, const QRectF& viewRect)
-{
-    GraphicItemList all;
-    for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer) {
-        SceneLocker locker(&m_scene->itemsMutex());
-        const LayerIndex* root = m_scene->layerIndex(GraphicScene::SceneLayer(layer));
-        GraphicItemList found = root->query(m_scene->mapRectToScene(viewRect));
-        LayerIndex::sort(found, 1);
-        all.append(found);
-    }
-    paintItems(painter, all);
-}
-
-void SceneRender::paintItems(QPainter* painter, const GraphicItemList& items)
-{
-    for (const QSharedPointer<GraphicItem>& item : items) {
-        if (quitRequested())
-            return;
-        // One item at a time: a change on the GUI thread waits for this
-        // item, not for the frame, and no item is seen half changed.
-        SceneLocker locker(&m_scene->itemsMutex());
-        item->paint(painter, nullptr);
-    }
 }
 
 // --- thumbnails -------------------------------------------------------------
@@ -641,45 +611,6 @@ bool SceneRender::updateThumbnails()
     ++m_thumbnailSerial;
     ++m_thumbnailPasses;
     return true;
-}
-
-void SceneRender::clearPath(QImage* image, const QPainterPath& path, const QColor& color)
-{
-    QPainter painter(image);
-    painter.setCompositionMode(QPainter::CompositionMode_Clear);
-    painter.fillPath(path, QBrush(color, Qt::SolidPattern));
-}
-
-void SceneRender::setRegionPixels(QImage* image, const QRegion& region, const QColor& color) const
-{
-    const double ratio = devicePixelRatio();
-    for (const QRect& rect : region) {
-        const QRect scaled = QRect(GraphicScene::roundPixel(rect.x() * ratio), GraphicScene::roundPixel(rect.y() * ratio),
-                                   GraphicScene::roundPixel(rect.width() * ratio), GraphicScene::roundPixel(rect.height() * ratio))
-                                 .intersected(image->rect());
-        for (int y = scaled.top(); y <= scaled.bottom(); ++y) {
-            for (int x = scaled.left(); x <= scaled.right(); ++x)
-                image->setPixelColor(x, y, color);
-        }
-    }
-}
-
-void SceneRender::fillDirtyArea(QImage* image, const DirtyArea& area, const QBrush& brush)
-{
-    if (area.kind == DirtyArea::PathKind) {
-        QPainterPath bounds;
-        bounds.addRect(image->rect());
-        QPainter painter(image);
-        painter.fillPath(bounds.intersected(area.path), brush);
-        return;
-    }
-    for (const QRect& rect : area.region) {
-        const QRect clipped = rect.intersected(image->rect());
-        if (clipped.isEmpty())
-            continue;
-        QPainter painter(image);
-        painter.fillRect(clipped, brush);
-    }
 }
 
 } // namespace whiteboard

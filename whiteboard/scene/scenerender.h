@@ -68,13 +68,6 @@ public:
     // Render thread, or GUI thread with the render thread stopped: composes
     // one frame now; a full one unless only dirty regions are due.
     void composeFrame();
-    // Render thread. Paint live, each item under itemsMutex, with no
-    // recording: kept for callers that paint a list or a view rectangle
-    // straight into their own painter; frames and thumbnails don't use them.
-    // The list is painted in order as given (the index files an item once).
-    void paintItems(QPainter* painter, const GraphicItemList& items);
-    // Render thread: the items of all layers met by the view, painted.
-    void paintVisibleItems(QPainter* painter, const QRectF& viewRect);
     // GUI thread, holding no scene lock: brings the thumbnails up to date at
     // once if a change is waiting for them, and hands them to the scene.
     void catchUpThumbnails();
@@ -83,9 +76,6 @@ public:
     void publishThumbnails();
 
     static QImage resizeImage(const QImage& old, const QSize& size, double ratio, const QBrush& brush);
-    static void clearPath(QImage* image, const QPainterPath& path, const QColor& color);
-    void setRegionPixels(QImage* image, const QRegion& region, const QColor& color) const;
-    static void fillDirtyArea(QImage* image, const DirtyArea& area, const QBrush& brush);
 
 signals:
     void ready();
@@ -166,7 +156,6 @@ private:
     std::unique_ptr<PaintRecording> m_pageRecording;
     // Shared by frames and thumbnail passes; its threads start on first use.
     std::unique_ptr<BandWorkers> m_bands;
-    QImage m_sceneImage;
     qint64 m_lastPaintTime = 0;
     QTimer* m_paintTimer = nullptr;
     QTimer* m_thumbnailTimer = nullptr;
