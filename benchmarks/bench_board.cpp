@@ -324,7 +324,7 @@ void frames()
         board.settle();
         QElapsedTimer clock;
         clock.start();
-        board.scene->makeDirty(QRectF(0, 0, 1080, 720), GraphicScene::ItemLayer);
+        board.scene->invalidate(QRectF(0, 0, 1080, 720), GraphicScene::ItemLayer);
         board.scene->thumbnailImage(false);
         return clock.nsecsElapsed() / 1e6;
     });
@@ -351,7 +351,7 @@ void frames()
                 moving->setOutlinePath(outline);
                 moving->setBoundary(after);
             }
-            board.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(after).toAlignedRect()));
+            board.scene->invalidate(before.united(after), GraphicScene::ItemLayer);
         });
     });
     const double graphicsMoved = median(9, [&] {

@@ -6,9 +6,11 @@
 #include "graphics/graphicitem.h"
 #include "graphics/graphicmarkitem.h"
 #include "inputlimits.h"
+#include "scene/boardstate.h"
 #include "scene/framestate.h"
 #include "scene/layerindex.h"
 #include "scene/scenerender.h"
+#include "scene/syncengine.h"
 #include "util.h"
 #include "tools/toolcontroller.h"
 
@@ -21,7 +23,6 @@
 #include <QMutexLocker>
 #include <QPainter>
 #include <QQuickItem>
-#include <QVarLengthArray>
 
 #include <algorithm>
 #include <cmath>
@@ -52,15 +53,15 @@ Qt::SortOrder sortOrder(int order)
 GraphicScene::GraphicScene(QQuickItem* view)
     : QObject(view)
     , m_view(view)
+    , m_board(std::make_unique<BoardState>())
     , m_tools(std::make_unique<ToolController>(this))
+    , m_sync(std::make_unique<SyncEngine>(*this))
 {
     if (view) {
+        m_geometry.viewBounds = view->boundingRect();
         connect(view, SIGNAL(widthChanged()), this, SLOT(onViewWidthChanged()));
         connect(view, SIGNAL(heightChanged()), this, SLOT(onViewHeightChanged()));
     }
-
-    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer)
-        m_layerIndexes.insert(SceneLayer(layer), new LayerIndex(QRectF(0, 0, kIndexExtent, kIndexExtent)));
 
     m_imageCodec = new GraphicImageCodec(this);
     m_render = new SceneRender(this);
@@ -106,8 +107,6 @@ GraphicScene::~GraphicScene()
     m_imageCodec = nullptr;
     qDeleteAll(m_imageCache);
     m_imageCache.clear();
-    for (int layer = BackgroundLayer; layer < kLayerCount; ++layer)
-        delete m_layerIndexes.take(SceneLayer(layer));
 }
 
 QQuickItem* GraphicScene::view() const
@@ -121,45 +120,30 @@ void GraphicScene::init()
     emit initScene();
 }
 
-QSizeF GraphicScene::viewSize() const
-{
-    return m_view ? m_view->size() : QSizeF();
-}
-
 QRectF GraphicScene::viewBoundingRect() const
 {
-    return m_view ? m_view->boundingRect() : QRectF();
+    return m_geometry.viewBounds;
 }
 
 // --- properties -------------------------------------------------------------
 
 void GraphicScene::setViewport(const QRectF& r)
 {
-    if (r == m_viewport)
+    if (r == m_geometry.viewport)
         return;
     if (!InputLimits::isFinite(r.topLeft()) || !InputLimits::isFinite(r.bottomRight())) {
         qCWarning(lcWhiteboardInput, "refused viewport: not finite");
         return;
     }
-    const bool insidePage = r.left() >= 0.0 && r.top() >= 0.0 && r.right() <= 1.0 && r.bottom() <= 1.0;
-    if (!insidePage) {
-        // The board may leave the window only as far as 100 view pixels stay
-        // in sight, or all of it when it shows smaller than that. Measured
-        // with the new viewport: a zoom changes its size in the same step.
-        const QSizeF vs = viewSize();
-        const QRectF onScreen(-r.x() / r.width() * vs.width(), -r.y() / r.height() * vs.height(),
-                              GraphicScene::roundPixel(m_sceneSize.width() * m_scale), GraphicScene::roundPixel(m_sceneSize.height() * m_scale));
-        const QRectF visible = onScreen.intersected(viewBoundingRect());
-        if (visible.width() < std::min(100.0, onScreen.width()) || visible.height() < std::min(100.0, onScreen.height()))
-            return;
-    }
+    if (!m_geometry.keepsPageInSight(r))
+        return;
     {
         // The render thread reads the view state under this lock for a whole frame.
         SceneLocker locker(&m_itemsMutex);
-        m_viewport = r;
+        m_geometry.viewport = r;
     }
     emit viewportChanged();
-    update(viewportRect());
+    invalidate(viewportRect());
 }
 
 void GraphicScene::setBackgroundBrush(const QBrush& brush)
@@ -216,17 +200,17 @@ void GraphicScene::setSceneSize(const QSize& size)
     const bool zero = size.width() == 0 && size.height() == 0;
     if (zero)
         qCWarning(lcWhiteboardScene) << "scene size cant be 0, please check.";
-    if (size == m_sceneSize || zero)
+    if (size == m_geometry.sceneSize || zero)
         return;
     {
         // Released before renderMutex below, which comes first in the lock order.
         SceneLocker locker(&m_itemsMutex);
-        m_sceneSize = size;
+        m_geometry.sceneSize = size;
     }
     emit sceneSizeChanged();
-    if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
+    if (m_geometry.hasSceneSize()) {
         SceneLocker locker(&m_renderMutex);
-        m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
+        m_render->updateRenderSize(m_geometry.viewBounds.size().toSize(), m_devicePixelRatio);
     }
     updateViewport(viewBoundingRect().center());
 }
@@ -245,15 +229,15 @@ void GraphicScene::setDevicePixelRatio(double ratio)
         m_devicePixelRatio = ratio;
     }
     emit devicePixelRatioChanged();
-    if (m_sceneSize.width() >= 1 && m_sceneSize.height() >= 1) {
+    if (m_geometry.hasSceneSize()) {
         SceneLocker locker(&m_renderMutex);
-        m_render->updateRenderSize(viewSize().toSize(), ratio);
+        m_render->updateRenderSize(m_geometry.viewBounds.size().toSize(), ratio);
     }
 }
 
 void GraphicScene::setScale(double scale, const QPointF& center)
 {
-    if (scale <= 0.01 || qFuzzyCompare(m_scale, scale))
+    if (scale <= 0.01 || qFuzzyCompare(m_geometry.scale, scale))
         return;
     // The page's size on screen is computed in whole pixels.
     if (!(scale <= InputLimits::kMaxScale)) {
@@ -263,11 +247,9 @@ void GraphicScene::setScale(double scale, const QPointF& center)
     {
         // The scale and its transforms change together for the render thread.
         SceneLocker locker(&m_itemsMutex);
-        m_scale = scale;
-        m_viewToSceneTransform = QTransform::fromScale(1.0 / scale, 1.0 / scale);
-        m_sceneToViewTransform = QTransform::fromScale(scale, scale);
+        m_geometry.scale = scale;
         // Pointers keep their size on the screen: their frames follow the zoom.
-        for (const QSharedPointer<GraphicItem>& mark : std::as_const(m_markItems))
+        for (const QSharedPointer<GraphicItem>& mark : m_sync->marks())
             static_cast<GraphicMarkItem*>(mark.data())->place(mark->boundary().topLeft(), scale);
     }
     emit scaleChanged();
@@ -276,7 +258,7 @@ void GraphicScene::setScale(double scale, const QPointF& center)
 
 void GraphicScene::setRotation(double rotation)
 {
-    if (qFuzzyCompare(m_rotation, rotation))
+    if (qFuzzyCompare(m_geometry.rotation, rotation))
         return;
     if (!qIsFinite(rotation)) {
         qCWarning(lcWhiteboardInput, "refused rotation: not finite");
@@ -284,10 +266,10 @@ void GraphicScene::setRotation(double rotation)
     }
     {
         SceneLocker locker(&m_itemsMutex);
-        m_rotation = rotation;
+        m_geometry.rotation = rotation;
     }
     emit rotationChanged();
-    update(viewportRect());
+    invalidate(viewportRect());
 }
 
 void GraphicScene::setBackgroundColor(const QColor& color)
@@ -299,7 +281,7 @@ void GraphicScene::setBackgroundColor(const QColor& color)
         m_backgroundColor = color;
     }
     // Any visible entry triggers the same full frame.
-    update(QRectF(QRect(0, 0, 1, 1)));
+    invalidate(QRectF(0, 0, 1, 1));
     emit backgroundColorChanged();
 }
 
@@ -342,28 +324,14 @@ void GraphicScene::setDisableDrag(bool disableDrag)
 
 void GraphicScene::updateViewport(const QPointF& center)
 {
-    const QSizeF vs = viewSize();
-    if (vs.width() <= 0 || vs.height() <= 0)
+    if (!m_geometry.hasViewSize())
         return;
-    const double W = m_sceneSize.width();
-    const double H = m_sceneSize.height();
-    if (m_viewport.width() == 0 && m_viewport.height() == 0) {
+    if (m_geometry.viewport.width() == 0 && m_geometry.viewport.height() == 0) {
         // First real size: the board is centred.
-        const double w = vs.width() / W / m_scale;
-        const double h = vs.height() / H / m_scale;
         SceneLocker locker(&m_itemsMutex);
-        m_viewport = QRectF(0.5 - w / 2, 0.5 - h / 2, w, h);
+        m_geometry.viewport = m_geometry.centred();
     }
-    const QRectF viewRect = viewBoundingRect();
-    const QRectF visible = mapRectToScene(viewRect);
-    const QPointF c0 = visible.center();
-    const QPointF p = mapToScene(center);
-
-    QRectF next = m_viewToSceneTransform.mapRect(viewRect);
-    const QPointF q = m_viewToSceneTransform.map(center);
-    const QPointF c1 = next.center();
-    next.moveCenter(c0 - ((q - c1) - (p - c0)));
-    setViewport(QRectF(next.x() / W, next.y() / H, next.width() / W, next.height() / H));
+    setViewport(m_geometry.zoomedAround(center));
 }
 
 void GraphicScene::move(const QPointF& d)
@@ -371,11 +339,7 @@ void GraphicScene::move(const QPointF& d)
     if (d.isNull())
         return;
     SceneLocker locker(&m_itemsMutex);
-    const QSizeF vs = viewSize();
-    QRectF next = m_viewport;
-    next.moveTopLeft(QPointF(m_viewport.x() + d.x() / vs.width() * m_viewport.width(),
-                             m_viewport.y() + d.y() / vs.height() * m_viewport.height()));
-    setViewport(next);
+    setViewport(m_geometry.movedBy(d));
 }
 
 void GraphicScene::move(double dx, double dy)
@@ -395,89 +359,46 @@ void GraphicScene::moveTo(double dx, double dy)
     moveTo(QPointF(dx, dy));
 }
 
-// --- coordinates ------------------------------------------------------------
+// --- coordinates: the viewport's ------------------------------------------
 
 QPointF GraphicScene::mapToScene(const QPointF& p, double f) const
 {
-    const QSizeF vs = viewSize();
-    if (vs.width() <= 0 || vs.height() <= 0)
-        return QPointF();
-    double x = m_viewport.x(), y = m_viewport.y(), w = m_viewport.width(), h = m_viewport.height();
-    if (!qFuzzyCompare(f, 1.0)) {
-        x *= f;
-        y *= f;
-        w *= f;
-        h *= f;
-    }
-    return QPointF((p.x() / vs.width() * w + x) * m_sceneSize.width(), (p.y() / vs.height() * h + y) * m_sceneSize.height());
+    return m_geometry.mapToScene(p, f);
 }
 
 QPointF GraphicScene::mapFromScene(const QPointF& p) const
 {
-    if (m_sceneSize.width() < 1 || m_sceneSize.height() < 1)
-        return QPointF();
-    const QSizeF vs = viewSize();
-    return QPointF((p.x() / m_sceneSize.width() - m_viewport.x()) / m_viewport.width() * vs.width(),
-                   (p.y() / m_sceneSize.height() - m_viewport.y()) / m_viewport.height() * vs.height());
+    return m_geometry.mapFromScene(p);
 }
 
 QRectF GraphicScene::mapRectToScene(const QRectF& r) const
 {
-    const QSizeF vs = viewSize();
-    if (vs.width() <= 0 || vs.height() <= 0)
-        return QRectF(0, 0, 0, 0);
-    return QRectF(mapToScene(r.topLeft()), mapToScene(r.bottomRight()));
+    return m_geometry.mapRectToScene(r);
 }
 
 QRectF GraphicScene::mapRectFromScene(const QRectF& r) const
 {
-    if (m_sceneSize.width() < 1 || m_sceneSize.height() < 1)
-        return QRectF(0, 0, 0, 0);
-    return QRectF(mapFromScene(r.topLeft()), mapFromScene(r.bottomRight()));
+    return m_geometry.mapRectFromScene(r);
 }
-
-namespace {
-
-QPainterPath mapPathThrough(const QPainterPath& path, const QRectF& target)
-{
-    const QRectF b = path.boundingRect();
-    QTransform transform;
-    transform.translate(target.x() - b.x(), target.y() - b.y());
-    transform.scale(b.width() != 0 ? target.width() / b.width() : 1.0, b.height() != 0 ? target.height() / b.height() : 1.0);
-    return transform.map(path);
-}
-
-} // namespace
 
 QPainterPath GraphicScene::mapPathToScene(const QPainterPath& path) const
 {
-    const QSizeF vs = viewSize();
-    if (vs.width() <= 0 || vs.height() <= 0)
-        return QPainterPath();
-    return mapPathThrough(path, mapRectToScene(path.boundingRect()));
+    return m_geometry.mapPathToScene(path);
 }
 
 QPainterPath GraphicScene::mapPathFromScene(const QPainterPath& path) const
 {
-    if (m_sceneSize.width() < 1 || m_sceneSize.height() < 1)
-        return QPainterPath();
-    return mapPathThrough(path, mapRectFromScene(path.boundingRect()));
+    return m_geometry.mapPathFromScene(path);
 }
 
 QRectF GraphicScene::viewportRect() const
 {
-    const double W = m_sceneSize.width();
-    const double H = m_sceneSize.height();
-    return QRectF(QPointF(m_viewport.x() * W, m_viewport.y() * H),
-                  QPointF((m_viewport.x() + m_viewport.width()) * W, (m_viewport.y() + m_viewport.height()) * H));
+    return m_geometry.viewportRect();
 }
 
 void GraphicScene::applySceneTransform(QPainter* painter) const
 {
-    painter->setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-    painter->scale(m_scale, m_scale);
-    painter->translate(-m_viewport.x() * m_sceneSize.width(), -m_viewport.y() * m_sceneSize.height());
-    painter->rotate(m_rotation);
+    m_geometry.applyTo(painter);
 }
 
 // --- items ------------------------------------------------------------------
@@ -501,43 +422,23 @@ void GraphicScene::addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& 
     addItems(layer, GraphicItemList { item });
 }
 
+LayerIndex* GraphicScene::layerIndex(SceneLayer layer) const
+{
+    return m_board->index(layer);
+}
+
+void GraphicScene::noteFiled(const QRectF& area, SceneLayer layer)
+{
+    if (m_render)
+        m_render->makeDirtySilently(area, layer);
+}
+
 // Adding and removing dirty the items' places, without asking for a frame:
 // frames repaint only what is dirty.
 void GraphicScene::addItems(SceneLayer layer, const GraphicItemList& items)
 {
     SceneLocker locker(&m_itemsMutex);
-    LayerIndex* index = m_layerIndexes.value(layer);
-    if (!index)
-        return;
-    QRectF area;
-    for (const QSharedPointer<GraphicItem>& item : items) {
-        if (layer == ItemLayer) {
-            // One item per gid: an item already in holds its place, another
-            // object of the gid gives way.
-            GidRecord& record = m_gids[item->gid()];
-            const QSharedPointer<GraphicItem> held = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
-            if (held == item)
-                continue;
-            if (held) {
-                index->remove(held.data());
-                area = area.united(held->boundary());
-                held->setFiledIn(layer, false);
-            }
-            record.item = item;
-            record.live = true;
-        }
-        index->insert(item);
-        area = area.united(item->boundary());
-        item->setFiledIn(layer, true);
-        if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data()))
-            m_hitReach = std::max(m_hitReach, shape->hitTolerance());
-        // Pasted, received and restored items come with handles that were
-        // never placed: place them on entry.
-        if (GraphicController* controller = item->existingController())
-            controller->update();
-    }
-    if (m_render)
-        m_render->makeDirtySilently(area, layer);
+    noteFiled(board().add(layer, items), layer);
 }
 
 void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
@@ -548,22 +449,7 @@ void GraphicScene::removeItem(SceneLayer layer, const QSharedPointer<GraphicItem
 void GraphicScene::removeItems(SceneLayer layer, const GraphicItemList& items)
 {
     SceneLocker locker(&m_itemsMutex);
-    LayerIndex* index = m_layerIndexes.value(layer);
-    if (!index)
-        return;
-    QRectF area;
-    for (const QSharedPointer<GraphicItem>& item : items) {
-        index->remove(item.data());
-        area = area.united(item->boundary());
-        item->setFiledIn(layer, false);
-        if (layer != ItemLayer)
-            continue;
-        const auto record = m_gids.find(item->gid());
-        if (record != m_gids.end() && record->item == item)
-            record->live = false;
-    }
-    if (m_render)
-        m_render->makeDirtySilently(area, layer);
+    noteFiled(board().remove(layer, items), layer);
 }
 
 void GraphicScene::itemGeometryChanged(GraphicItem* item)
@@ -572,8 +458,7 @@ void GraphicScene::itemGeometryChanged(GraphicItem* item)
     const QSharedPointer<GraphicItem> shared = item->sharedFromThis();
     if (!shared)
         return;
-    if (auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item))
-        m_hitReach = std::max(m_hitReach, shape->hitTolerance());
+    board().noteHitReach(item);
     for (int layer = BackgroundLayer; layer < kLayerCount; ++layer) {
         if (item->filedIn(layer))
             updateItemIndex(SceneLayer(layer), shared);
@@ -583,38 +468,20 @@ void GraphicScene::itemGeometryChanged(GraphicItem* item)
 void GraphicScene::updateItemIndex(SceneLayer layer, const QSharedPointer<GraphicItem>& item)
 {
     SceneLocker locker(&m_itemsMutex);
-    LayerIndex* index = m_layerIndexes.value(layer);
-    if (!index || !item)
-        return;
     // The place it was filed at and the new one are repainted with the next frame.
-    QRectF area = item->boundary();
-    if (index->contains(item.data())) {
-        const QRectF filed = index->filedBoundary(item.data());
-        const QRectF now = item->boundary().normalized();
-        area = area.united(filed);
-        // Callers after a change find it filed already: the item told the
-        // index as its boundary changed. Compared exactly, as queries test
-        // the filed copy (QRectF's == is fuzzy).
-        if (filed.x() != now.x() || filed.y() != now.y() || filed.width() != now.width() || filed.height() != now.height())
-            index->refile(item.data());
-    } else {
-        index->insert(item);
-        item->setFiledIn(layer, true);
-    }
-    if (m_render)
-        m_render->makeDirtySilently(area, layer);
+    noteFiled(board().refile(layer, item), layer);
 }
 
 int GraphicScene::itemCount(SceneLayer layer)
 {
     SceneLocker locker(&m_itemsMutex);
-    LayerIndex* index = m_layerIndexes.value(layer);
+    const LayerIndex* index = board().index(layer);
     return index ? index->count() : 0;
 }
 
 GraphicItemList GraphicScene::items(SceneLayer layer, int order)
 {
-    return itemsWhere(layer, QRectF(0, 0, m_sceneSize.width(), m_sceneSize.height()), sortOrder(order), nullptr);
+    return itemsWhere(layer, QRectF(QPointF(0, 0), m_geometry.sceneSize), sortOrder(order), nullptr);
 }
 
 GraphicItemList GraphicScene::itemsInView(SceneLayer layer, const QRectF& viewRect, int order)
@@ -626,8 +493,7 @@ GraphicItemList GraphicScene::itemsWhere(SceneLayer layer, const QRectF& area, Q
                                          const std::function<bool(const GraphicItem&)>& keep)
 {
     SceneLocker locker(&m_itemsMutex);
-    LayerIndex* index = m_layerIndexes.value(layer);
-    return index ? index->query(area, order, keep) : GraphicItemList();
+    return board().query(layer, area, order, keep);
 }
 
 GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& path, int mode, int order, const QTransform& transform)
@@ -641,18 +507,14 @@ GraphicItemList GraphicScene::itemsByPath(SceneLayer layer, const QPainterPath& 
     });
 }
 
-QRectF GraphicScene::pointQueryRect(const QPointF& p) const
-{
-    return QRectF(p.x() - m_hitReach, p.y() - m_hitReach, 2 * m_hitReach, 2 * m_hitReach);
-}
-
 GraphicItemList GraphicScene::itemsByPoint(SceneLayer layer, const QPointF& point, int mode, int order, const QTransform& transform)
 {
     if (!isSelectionMode(mode))
         return {};
     const auto selection = Qt::ItemSelectionMode(mode);
     const QPointF mapped = transform.map(point);
-    return itemsWhere(layer, pointQueryRect(mapped), sortOrder(order), [&](const GraphicItem& item) {
+    SceneLocker locker(&m_itemsMutex);
+    return itemsWhere(layer, board().pointQueryRect(mapped), sortOrder(order), [&](const GraphicItem& item) {
         return item.collidesWithPoint(mapped, selection);
     });
 }
@@ -672,39 +534,14 @@ QSharedPointer<GraphicItem> GraphicScene::itemAt(const QPointF& viewPos, int ord
 {
     if (!isSelectionMode(mode))
         return {};
-    const auto selection = Qt::ItemSelectionMode(mode);
-    const Qt::SortOrder sort = sortOrder(order);
     SceneLocker locker(&m_itemsMutex);
-    const QPointF p = transform.map(mapToScene(viewPos));
-    // The candidates stay in the index while we look: only the winner is shared.
-    QVarLengthArray<const QSharedPointer<GraphicItem>*, 32> candidates;
-    m_layerIndexes.value(ItemLayer)->visit(pointQueryRect(p), [&candidates](const GraphicIndexNode::Entry& entry) {
-        candidates.append(&entry.item);
-    });
-    const auto first = [sort](const QSharedPointer<GraphicItem>* a, const QSharedPointer<GraphicItem>* b) {
-        return sort == Qt::AscendingOrder ? LayerIndex::older(**a, **b) : LayerIndex::older(**b, **a);
-    };
-    // Stable either way; the few candidates of most points need no buffer.
-    if (candidates.size() > 16) {
-        std::stable_sort(candidates.begin(), candidates.end(), first);
-    } else {
-        for (auto next = candidates.begin(); next != candidates.end(); ++next)
-            std::rotate(std::upper_bound(candidates.begin(), next, *next, first), next, next + 1);
-    }
-    for (const QSharedPointer<GraphicItem>* item : std::as_const(candidates)) {
-        if ((*item)->collidesWithPoint(p, selection))
-            return *item;
-    }
-    return {};
+    return board().itemAt(transform.map(mapToScene(viewPos)), sortOrder(order), Qt::ItemSelectionMode(mode));
 }
 
 QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
 {
     SceneLocker locker(&m_itemsMutex);
-    const auto record = m_gids.constFind(gid);
-    if (record == m_gids.constEnd() || !record->live)
-        return {};
-    return record->item.toStrongRef();
+    return board().itemByGid(gid);
 }
 
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
@@ -739,7 +576,7 @@ QRectF GraphicScene::handlesArea()
         // units when zoomed out; one more unit for their outline.
         const QList<GraphicControlPoint> points = controller->controlPoints();
         for (const GraphicControlPoint& point : points) {
-            const double h = point.size * 0.5 / m_scale + 1.0;
+            const double h = point.size * 0.5 / m_geometry.scale + 1.0;
             area = area.united(QRectF(point.position - QPointF(h, h), point.position + QPointF(h, h)));
         }
     }
@@ -750,7 +587,7 @@ void GraphicScene::repaintHandles(const QRectF& before)
 {
     const QRectF area = before.united(handlesArea());
     if (area.width() > 0 && area.height() > 0)
-        updateLayer(ItemLayer, QRegion(area.toAlignedRect()));
+        invalidate(area, ItemLayer);
 }
 
 // --- image cache ------------------------------------------------------------
@@ -791,46 +628,37 @@ void GraphicScene::notePaintMargin(double margin)
     while (wanted > current && !m_paintMargin.compare_exchange_weak(current, wanted)) { }
 }
 
-void GraphicScene::requestFrame()
+void GraphicScene::invalidate(const QRectF& rect, SceneLayer layer)
 {
-    if (m_framesDeferred > 0) {
-        m_frameRequested = true;
+    if (m_render && rect.width() > 0.0 && rect.height() > 0.0)
+        m_render->makeDirtyRegion(QRegion(rect.toAlignedRect()), layer);
+    // Once until the render thread begins the frame, which takes every
+    // change recorded before it.
+    if (m_frameAsked.exchange(true))
         return;
-    }
     emit beforeRendering();
     emit startRender();
     emit afterRendering();
 }
 
-void GraphicScene::makeDirty(const QRectF& rect, SceneLayer layer)
-{
-    if (m_render)
-        m_render->makeDirty(rect, layer);
-}
-
 void GraphicScene::update(const QRectF& rect)
 {
-    makeDirty(rect, AllLayers);
-    requestFrame();
+    invalidate(rect, AllLayers);
 }
 
 void GraphicScene::update()
 {
-    update(QRectF());
+    invalidate();
 }
 
 void GraphicScene::updateLayer(SceneLayer layer, const QRegion& region)
 {
-    if (m_render)
-        m_render->makeDirtyRegion(region, layer);
-    requestFrame();
+    invalidate(region.boundingRect(), layer);
 }
 
 void GraphicScene::updateLayer(SceneLayer layer, const QPainterPath& path)
 {
-    if (m_render)
-        m_render->makeDirtyPath(path, layer);
-    requestFrame();
+    invalidate(path.boundingRect(), layer);
 }
 
 void GraphicScene::updateFocusItem()
@@ -839,7 +667,7 @@ void GraphicScene::updateFocusItem()
     if (!item)
         return;
     takeWireForm(item.data());
-    updateLayer(ItemLayer, QRegion(item->boundary().toRect()));
+    invalidate(item->boundary(), ItemLayer);
     // The host changed the item from outside; no undo step, but the others
     // get its new state, which this board holds as they will.
     sendItemAction(im::whiteboard::GraphicActionUpdate, item);
@@ -863,10 +691,7 @@ void GraphicScene::setThumbnails(const QImage& large, const QImage& small)
 
 void GraphicScene::onReady()
 {
-    const QPointF topLeft(m_viewport.x() * m_sceneSize.width(), m_viewport.y() * m_sceneSize.height());
-    const QPointF bottomRight((m_viewport.x() + m_viewport.width()) * m_sceneSize.width(),
-                              (m_viewport.y() + m_viewport.height()) * m_sceneSize.height());
-    update(QRectF(topLeft, bottomRight));
+    invalidate(viewportRect());
 }
 
 void GraphicScene::onViewWidthChanged()
@@ -875,10 +700,10 @@ void GraphicScene::onViewWidthChanged()
         return;
     {
         SceneLocker locker(&m_itemsMutex);
-        m_viewBounds = viewBoundingRect();
+        m_geometry.viewBounds = m_view->boundingRect();
     }
-    m_render->updateRenderSize(viewSize().toSize(), m_devicePixelRatio);
-    updateViewport(viewBoundingRect().center());
+    m_render->updateRenderSize(m_geometry.viewBounds.size().toSize(), m_devicePixelRatio);
+    updateViewport(m_geometry.viewBounds.center());
 }
 
 void GraphicScene::onViewHeightChanged()
@@ -898,11 +723,11 @@ void GraphicScene::onRenderFinished(const QImage& result)
 
 void GraphicScene::fillFrameState(FrameState& state) const
 {
-    state.viewRect = m_viewBounds;
-    state.sceneSize = m_sceneSize;
-    state.viewport = m_viewport;
-    state.scale = m_scale;
-    state.rotation = m_rotation;
+    state.viewRect = m_geometry.viewBounds;
+    state.sceneSize = m_geometry.sceneSize;
+    state.viewport = m_geometry.viewport;
+    state.scale = m_geometry.scale;
+    state.rotation = m_geometry.rotation;
     state.backgroundColor = m_backgroundColor;
     // From the viewport of this very frame: the queued border update may
     // not have run yet.
@@ -914,17 +739,7 @@ void GraphicScene::fillFrameState(FrameState& state) const
 
 QRegion GraphicScene::pageRegion() const
 {
-    const QPointF tl = m_viewport.topLeft();
-    const QPointF br = m_viewport.bottomRight();
-    QRectF rect;
-    if (tl.x() >= 0.0 && tl.y() >= 0.0 && br.x() <= 1.0 && br.y() <= 1.0) {
-        rect = m_viewBounds;
-    } else {
-        // The page is smaller than the view, or shifted.
-        rect = QRectF(-tl.x() / m_viewport.width() * m_viewBounds.width(), -tl.y() / m_viewport.height() * m_viewBounds.height(),
-                      roundPixel(m_sceneSize.width() * m_scale), roundPixel(m_sceneSize.height() * m_scale));
-    }
-    return QRegion(rect.toRect());
+    return m_geometry.pageRegion();
 }
 
 QImage GraphicScene::renderedImage()
@@ -939,9 +754,9 @@ void GraphicScene::paint(QPainter* painter, const QRectF&, const QRectF&, int)
     SceneLocker locker(&m_renderMutex);
     if (m_renderedImage.isNull() || !m_view)
         return;
-    const QSizeF vs = viewSize();
-    const QRectF source(0, 0, vs.width() * m_devicePixelRatio, vs.height() * m_devicePixelRatio);
-    painter->drawImage(viewBoundingRect(), m_renderedImage, source, Qt::AutoColor);
+    const QRectF bounds = m_view->boundingRect();
+    const QRectF source(0, 0, bounds.width() * m_devicePixelRatio, bounds.height() * m_devicePixelRatio);
+    painter->drawImage(bounds, m_renderedImage, source, Qt::AutoColor);
 }
 
 void GraphicScene::post(im::whiteboard::TransferData* data)
@@ -956,7 +771,49 @@ void GraphicScene::post(im::whiteboard::TransferData* data)
 
 qulonglong GraphicScene::serverTimestamp() const
 {
-    return qulonglong(QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
+    return m_sync->serverTime();
+}
+
+// --- keeping in step with the others: the sync engine's ----------------------
+
+void GraphicScene::joinWhiteboard(qint64 serverTime)
+{
+    m_sync->join(serverTime);
+}
+
+void GraphicScene::sendItemAction(im::whiteboard::GraphicActionType type, const QSharedPointer<GraphicItem>& item)
+{
+    m_sync->sendItems(type, { item });
+}
+
+void GraphicScene::sendItemBatch(im::whiteboard::GraphicActionType type, const GraphicItemList& items)
+{
+    m_sync->sendItems(type, items);
+}
+
+void GraphicScene::sendMouseInfo(const QPointF& position)
+{
+    m_sync->sendPointer(position);
+}
+
+void GraphicScene::takeWireForm(GraphicItem* item)
+{
+    m_sync->takeWireForm(item);
+}
+
+void GraphicScene::receiveData(im::whiteboard::TransferData* data)
+{
+    m_sync->receive(data);
+}
+
+GraphicItemList GraphicScene::markItems() const
+{
+    return m_sync->marks();
+}
+
+void GraphicScene::dropMarks()
+{
+    m_sync->dropMarks();
 }
 
 void GraphicScene::stamp(GraphicItem* item) const

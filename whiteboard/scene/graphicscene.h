@@ -4,6 +4,7 @@
 #include "scene/annotatedmutex.h"
 #include "scene/dirtyarea.h"
 #include "scene/itemversion.h"
+#include "scene/sceneviewport.h"
 
 #include <QBrush>
 #include <QColor>
@@ -61,19 +62,25 @@ enum UserOperation_Type : int;
 
 namespace whiteboard {
 
+class BoardState;
 class GraphicCommand;
 class GraphicImageCodec;
 class LayerIndex;
 class ToolController;
 class GraphicItem;
 class SceneRender;
+class SyncEngine;
 struct FrameState;
 
 using GraphicItemList = QList<QSharedPointer<GraphicItem>>;
 
-// The heart of a board: items in per-layer spatial indexes, the tool state,
-// the selection, the viewport, the undo stack and the render worker with its
-// thread. One scene per WhiteboardView.
+// The heart of a board and the host's contract with it. It delegates: what
+// the board holds to its BoardState (items by layer and by gid, versions,
+// clock, clear marks), keeping in step with the others to its SyncEngine,
+// the coordinates to a SceneViewport, pointer input to the tools, and frames
+// to the render worker on its thread, through the one repaint entry
+// invalidate(). It keeps the selection, the focus, the undo stack and the
+// picture cache. One scene per WhiteboardView.
 //
 // Locks, in the one order every thread takes them (a thread holding one may
 // take only those below it; the analysis of the clang build checks the
@@ -129,7 +136,7 @@ public:
 
     // The board's rounding of a double to whole pixels: half away from zero,
     // then truncated.
-    static int roundPixel(double value) { return int(value >= 0.0 ? value + 0.5 : value - 0.5); }
+    static int roundPixel(double value) { return SceneViewport::roundPixel(value); }
     static constexpr double kIndexExtent = 5000.0;
 
     explicit GraphicScene(QQuickItem* view = nullptr);
@@ -141,7 +148,7 @@ public:
     QUndoStack& undoStack() { return m_undoStack; }
 
     // Properties.
-    QRectF viewport() const { return m_viewport; }
+    QRectF viewport() const { return m_geometry.viewport; }
     void setViewport(const QRectF& viewport);
     QBrush backgroundBrush() const { return m_backgroundBrush; }
     void setBackgroundBrush(const QBrush& brush);
@@ -152,13 +159,13 @@ public:
     void setItemsBoundingRect(const QRectF& rect);
     // GUI thread; the GUI thread writes it under itemsMutex, so another
     // thread reads it holding that lock.
-    QSize sceneSize() const { return m_sceneSize; }
+    QSize sceneSize() const { return m_geometry.sceneSize; }
     void setSceneSize(const QSize& size);
     double devicePixelRatio() const { return m_devicePixelRatio; }
     void setDevicePixelRatio(double ratio);
-    double scale() const { return m_scale; }
+    double scale() const { return m_geometry.scale; }
     void setScale(double scale, const QPointF& center = QPointF());
-    double rotation() const { return m_rotation; }
+    double rotation() const { return m_geometry.rotation; }
     void setRotation(double rotation);
     QColor backgroundColor() const { return m_backgroundColor; }
     void setBackgroundColor(const QColor& color);
@@ -202,7 +209,7 @@ public:
     // thread, so the item is deleted on its own thread.
     static QSharedPointer<GraphicItem> makeShared(GraphicItem* item);
     // Call its members under itemsMutex.
-    LayerIndex* layerIndex(SceneLayer layer) const { return m_layerIndexes.value(layer); }
+    LayerIndex* layerIndex(SceneLayer layer) const;
     QSharedPointer<GraphicItem> addItem(SceneLayer layer, GraphicItem* item);
     void addItem(SceneLayer layer, const QSharedPointer<GraphicItem>& item);
     void addItems(SceneLayer layer, const GraphicItemList& items);
@@ -268,8 +275,14 @@ public:
     // Gives `item` the server time of now: new, copied and pasted items.
     void stamp(GraphicItem* item) const;
 
-    // Records dirty areas without requesting a frame.
-    void makeDirty(const QRectF& rect, SceneLayer layer = AllLayers);
+    // The one way to have the page repainted: `rect` (scene units) of
+    // `layer` is dirty, and a frame is asked for unless one is asked already
+    // and the render thread has not begun it: a burst of changes, such as a
+    // received message of many envelopes, makes one queued request. An empty
+    // rect asks for a frame alone. Any thread that may change items.
+    void invalidate(const QRectF& rect = QRectF(), SceneLayer layer = AllLayers);
+    // Render thread, as a frame begins: changes from now on ask for the next.
+    void frameBegun() { m_frameAsked.store(false); }
     // Any thread. How far, in scene units, items may paint outside their
     // boundary: the widest pen seen, never shrinking. Partial repaints grow
     // their regions by it.
@@ -302,7 +315,7 @@ public:
     void sendItemAction(im::whiteboard::GraphicActionType type, const QSharedPointer<GraphicItem>& item);
     void sendItemBatch(im::whiteboard::GraphicActionType type, const GraphicItemList& items);
     // The pointer marks of the other users, one per user seen.
-    GraphicItemList markItems() const { return m_markItems; }
+    GraphicItemList markItems() const;
     // Takes every other user's pointer off the board: nobody's position is
     // known while the board is cut off from the others.
     void dropMarks();
@@ -331,6 +344,8 @@ public:
 public slots:
     void updateViewport(const QPointF& center);
     void updateFocusItem();
+    // The host's names for invalidate(), kept for it: the region and the
+    // path are repainted by their bounding rectangles.
     void update(const QRectF& rect);
     void update();
     void updateLayer(whiteboard::GraphicScene::SceneLayer layer, const QRegion& region);
@@ -388,58 +403,19 @@ protected slots:
     void onRenderFinished(const QImage& result);
 
 private:
-    // A received list entry, admitted and parsed.
-    struct ReceivedEntry;
-    // The admitted entries of an action's list; false for a list this board
-    // does not know.
-    static bool entriesOf(const im::whiteboard::GraphicAction& action, QList<ReceivedEntry>& entries);
+    friend class SyncEngine;
 
-    // Stamps and sends a clear; returns its version.
-    Version sendOperation(im::whiteboard::UserOperation_Type type);
-    static qint64 newDeviceId();
-    // The next version of a local change of `gid`, which this board now holds.
-    Version stampChange(const QString& gid);
-    void advanceClock(qint64 seen);
-    // Whether a received version is below the clocks' end (VersionBound).
-    bool admitsVersion(qint64 version) const;
+    // What the board holds; only under itemsMutex.
+    BoardState& board() REQUIRES(m_itemsMutex) { return *m_board; }
     // Every outgoing message leaves through here.
     void post(im::whiteboard::TransferData* data);
-
-    // The view's "id", which every message names.
-    QString boardId() const;
-
-    // Incoming envelopes, by kind of body.
-    void applyEnvelope(const std::string& bytes);
-    void applyGraphicAction(const im::whiteboard::GraphicAction& action);
-    void applyUnversionedAction(const im::whiteboard::GraphicAction& action);
-    // Returns the area to repaint.
-    QRect applyUnversionedEntry(const ReceivedEntry& entry, const QSharedPointer<GraphicItem>& updated);
-    void applyVersionedAction(const im::whiteboard::GraphicAction& action, const Version& version);
-    // Under itemsMutex; `live` is the item of the gid shown now, `held` any object of it.
-    void placeVersionedEntry(const ReceivedEntry& entry, const QString& gid, const QSharedPointer<GraphicItem>& live,
-                             const QSharedPointer<GraphicItem>& held) REQUIRES(m_itemsMutex);
-    // Takes received items out as a detach does, without a message.
-    void dropItems(const GraphicItemList& items);
-    // Raises the clear mark of everybody (`userId` null) or of one author to
-    // `version` and drops the live items that are older.
-    void raiseClearMark(const Version& version, const qlonglong* userId);
-    Version clearMarkFor(qlonglong author) const REQUIRES(m_itemsMutex);
-    void applyUserAction(const im::whiteboard::UserAction& action);
-    // The pointer marks: one per other user, dropped when the user leaves.
-    void dropMark(qlonglong userId);
-    void moveMark(qlonglong userId, const im::whiteboard::UserMouseInfoData& info);
-    void applyUserOperation(const im::whiteboard::UserOperation& operation);
-
     // The items of `layer` met by `area`, those that `keep` accepts (all
     // without it), sorted by `order`; under itemsMutex.
     GraphicItemList itemsWhere(SceneLayer layer, const QRectF& area, Qt::SortOrder order,
                                const std::function<bool(const GraphicItem&)>& keep);
-    // Requesting a frame is always these three emissions.
-    void requestFrame();
-    // Where a point query looks: the point grown by the widest hit tolerance
-    // of the items filed, so that every item is found within its own.
-    QRectF pointQueryRect(const QPointF& scenePoint) const;
-    QSizeF viewSize() const;
+    // The board filed or took out items over `area`: repainted with the next
+    // frame, which it does not ask for.
+    void noteFiled(const QRectF& area, SceneLayer layer);
     // The picture named by imagePath, read within the size limit.
     GraphicItem* createImageItem();
 
@@ -449,34 +425,21 @@ private:
     QThread m_renderThread;
     SceneRender* m_render = nullptr;
     GraphicImageCodec* m_imageCodec = nullptr;
+    // Written by the GUI thread under itemsMutex; held through board().
+    const std::unique_ptr<BoardState> m_board;
     QSharedPointer<GraphicItem> m_focusItem;
-    QMap<SceneLayer, LayerIndex*> m_layerIndexes;
     GraphicItemList m_selectedItems;
-    GraphicItemList m_markItems;
-    // The widest hit tolerance of any item filed so far; it only grows.
-    double m_hitReach = 0.0;
-    QPainterPath m_borderPath;
-    // The view's rectangle as the render thread reads it: written under
-    // itemsMutex when the view's size changes, since the view itself is the
-    // GUI thread's.
-    QRectF m_viewBounds;
-    QTransform m_viewToSceneTransform;
-    QTransform m_sceneToViewTransform;
+    // The viewport, the page's size, zoom, rotation and the view's size:
+    // written by the GUI thread under itemsMutex, so that a frame reads it
+    // whole under that lock.
+    SceneViewport m_geometry;
     QImage m_renderedImage;
     qint64 m_currentUserId = 0;
-    // Random per view and never 0: two devices of one account must not make
-    // equal versions for different changes.
-    const qint64 m_deviceId = newDeviceId();
-    qint64 m_serverTimeOffset = 0;
     QBrush m_backgroundBrush = QBrush(QColor("#b2b2b2"), Qt::CrossPattern);
-    QSize m_sceneSize = QSize(1080, 720);
-    QRectF m_viewport = QRectF(0, 0, 0, 0);
     QRectF m_itemsBoundingRect;
     QSize m_thumbnailSize = QSize(1080, 720);
     QSize m_smallThumbnailSize = QSize(120, 90);
     double m_devicePixelRatio = 1.0;
-    double m_scale = 1.0;
-    double m_rotation = 0.0;
     QUndoStack m_undoStack;
     QMap<QString, QImage*> m_imageCache;
     QColor m_backgroundColor;
@@ -486,30 +449,14 @@ private:
     bool m_disableEdit = false;
     QImage m_thumbnail;
     QImage m_smallThumbnail;
-    // Per gid ever seen: the version held and the item object, kept weakly
-    // after its removal so that a later add of the gid brings back the object
-    // that undo commands hold. Guarded by itemsMutex.
-    struct GidRecord
-    {
-        Version version;
-        QWeakPointer<GraphicItem> item;
-        bool live = false;
-    };
-    QHash<QString, GidRecord> m_gids GUARDED_BY(m_itemsMutex);
-    qint64 m_clock = 0;
-    // Clears seen: changes older than the mark of everybody, or of their
-    // author, stay out.
-    Version m_clearMark GUARDED_BY(m_itemsMutex);
-    QHash<qlonglong, Version> m_clearMarks GUARDED_BY(m_itemsMutex);
     std::atomic<int> m_paintMargin { 2 };
-    // GUI thread: while a received message is applied, its frame requests
-    // become one, made at its end.
-    int m_framesDeferred = 0;
-    bool m_frameRequested = false;
+    // A frame is asked for and the render thread has not begun it.
+    std::atomic<bool> m_frameAsked { false };
     GraphicDefine::ToolType m_toolType = GraphicDefine::Selector;
     bool m_disableDrag = false;
     // The gesture state and the tools; GUI thread.
     std::unique_ptr<ToolController> m_tools;
+    std::unique_ptr<SyncEngine> m_sync;
 };
 
 } // namespace whiteboard

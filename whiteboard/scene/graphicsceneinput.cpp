@@ -11,6 +11,7 @@
 #include "inputlimits.h"
 #include "scene/batchremovegraphiccommand.h"
 #include "scene/itemkind.h"
+#include "scene/syncengine.h"
 #include "tools/toolcontroller.h"
 #include "util.h"
 
@@ -116,7 +117,7 @@ void GraphicScene::clearAll(bool sync)
     // The others drop whatever is older than the clear, also off the page: so
     // does this board.
     if (sync)
-        raiseClearMark(sendOperation(im::whiteboard::UserOperation::UserOperationClearAll), nullptr);
+        m_sync->raiseClearMark(m_sync->sendOperation(im::whiteboard::UserOperation::UserOperationClearAll), nullptr);
 }
 
 void GraphicScene::clearByUid(qlonglong userId, bool sync)
@@ -130,9 +131,9 @@ void GraphicScene::clearByUid(qlonglong userId, bool sync)
     // raises the local clear mark below.
     if (!sync)
         return;
-    const Version version = sendOperation(im::whiteboard::UserOperation::UserOperationClearByUid);
+    const Version version = m_sync->sendOperation(im::whiteboard::UserOperation::UserOperationClearByUid);
     if (userId == m_currentUserId)
-        raiseClearMark(version, &userId);
+        m_sync->raiseClearMark(version, &userId);
 }
 
 // --- pointer, hover and keys: the tools' -----------------------------------

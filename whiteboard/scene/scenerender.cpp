@@ -231,6 +231,8 @@ void SceneRender::updateBorderRegion()
 
 void SceneRender::paint()
 {
+    // Before anything is taken: a change made from now on asks again.
+    m_scene->frameBegun();
     if (!m_initialized)
         return;
     if (!m_paintTimer) {

@@ -27,7 +27,7 @@ void EraserTool::motion(QMouseEvent* event)
     if (hit && !m_gesture.erasedItems.contains(hit)) {
         // Halved once, as the sign that it is about to go.
         hit->setOpacity(hit->opacity() * 0.5);
-        m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(hit->boundary()));
+        m_scene->invalidate(hit->boundary(), GraphicScene::ItemLayer);
         m_gesture.erasedItems.append(hit);
     }
 }

@@ -43,7 +43,7 @@ void SelectTool::begin(QMouseEvent* event)
     pressOn(hit, event);
     const QRectF bounds = dirty.boundingRect();
     if (bounds.width() > 0 && bounds.height() > 0)
-        m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(bounds, hit ? 0.0 : 5.0));
+        m_scene->invalidate(grown(bounds, hit ? 0.0 : 5.0), GraphicScene::ItemLayer);
     m_scene->repaintHandles(handles);
 }
 
@@ -151,7 +151,7 @@ void SelectTool::selectInBand()
     m_scene->setSelectedItems(found);
     const QRectF bounds = dirty.boundingRect();
     if (bounds.width() > 0 && bounds.height() > 0)
-        m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(bounds));
+        m_scene->invalidate(bounds, GraphicScene::ItemLayer);
     m_scene->repaintHandles(handles);
 }
 
@@ -179,9 +179,9 @@ void SelectTool::end(QMouseEvent* event)
     // until the next press, which clears them: the space bar's cursor waits
     // for it, as after the eraser.
     const QRectF boundary = band->boundary();
-    m_scene->updateLayer(GraphicScene::ActiveLayer, regionOf(boundary, 1.0));
+    m_scene->invalidate(grown(boundary, 1.0), GraphicScene::ActiveLayer);
     m_scene->removeItem(GraphicScene::ActiveLayer, band);
-    m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(boundary));
+    m_scene->invalidate(boundary, GraphicScene::ItemLayer);
     m_gesture.activeItem.reset();
 }
 

@@ -200,8 +200,8 @@ void TextTool::commitNewBox(QQuickItem* inputer)
         m_scene->pushCommand(new AddGraphicCommand(item, m_scene));
         m_scene->deselectAll();
         m_scene->setFocusItem(item);
-        m_scene->updateLayer(GraphicScene::ActiveLayer, regionOf(text->boundary(), 1.0));
-        m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(text->boundary()));
+        m_scene->invalidate(grown(text->boundary(), 1.0), GraphicScene::ActiveLayer);
+        m_scene->invalidate(text->boundary(), GraphicScene::ItemLayer);
     }
     // An empty box disappears without trace: it left the active layer at the release.
     m_gesture.activeItem.reset();
@@ -227,8 +227,8 @@ void TextTool::beginEdit(const QSharedPointer<GraphicItem>& item)
     inputer->setProperty("color", item->property("color"));
     QMetaObject::invokeMethod(inputer, "selectAll");
     open(inputer, Open::Edit, item);
-    m_scene->updateLayer(GraphicScene::ActiveLayer, regionOf(item->boundary(), 1.0));
-    m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(item->boundary()));
+    m_scene->invalidate(grown(item->boundary(), 1.0), GraphicScene::ActiveLayer);
+    m_scene->invalidate(item->boundary(), GraphicScene::ItemLayer);
 }
 
 void TextTool::commitEdit(QQuickItem* inputer, const QSharedPointer<GraphicItem>& item)
@@ -237,7 +237,7 @@ void TextTool::commitEdit(QQuickItem* inputer, const QSharedPointer<GraphicItem>
     const QString text = InputLimits::typedText(inputer->property("text").toString());
     auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data());
     if (text.isEmpty() || !shape) {
-        m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(item->boundary()));
+        m_scene->invalidate(item->boundary(), GraphicScene::ItemLayer);
         return;
     }
 

@@ -98,8 +98,8 @@ bool Tool::commitActiveItem(const QSharedPointer<GraphicItem>& active, QMouseEve
     if (active->focusable())
         m_scene->setFocusItem(active);
     const QRectF boundary = active->boundary();
-    m_scene->updateLayer(GraphicScene::ActiveLayer, regionOf(boundary, 1.0));
-    m_scene->updateLayer(GraphicScene::ItemLayer, regionOf(boundary));
+    m_scene->invalidate(grown(boundary, 1.0), GraphicScene::ActiveLayer);
+    m_scene->invalidate(boundary, GraphicScene::ItemLayer);
     m_gesture.activeItem.reset();
     return false;
 }
@@ -184,9 +184,9 @@ Qt::CursorShape Tool::controlPointCursor(GraphicController* controller, int type
     return Qt::ArrowCursor;
 }
 
-QRegion Tool::regionOf(const QRectF& rect, double margin)
+QRectF Tool::grown(const QRectF& rect, double margin)
 {
-    return QRegion(rect.adjusted(-margin, -margin, margin, margin).toRect());
+    return rect.adjusted(-margin, -margin, margin, margin);
 }
 
 } // namespace whiteboard

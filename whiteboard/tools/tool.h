@@ -55,7 +55,8 @@ protected:
     // The owner and the palette's opacity and styles of a new item of `tool`.
     void styleNewItem(GraphicItem* item, GraphicDefine::ToolType tool);
     static Qt::CursorShape controlPointCursor(GraphicController* controller, int type);
-    static QRegion regionOf(const QRectF& rect, double margin = 0.0);
+    // The handles and outlines of an active item reach `margin` past its boundary.
+    static QRectF grown(const QRectF& rect, double margin);
 
     GraphicScene* m_scene = nullptr;
     ToolController& m_tools;

@@ -1,6 +1,8 @@
 // What the scene says to the other participants and how it applies what they
 // say: whole items by gid, pointer marks, clears and joins.
-#include "scene/graphicscene.h"
+#include "scene/syncengine.h"
+
+#include "scene/boardstate.h"
 
 #include "graphics/graphicitem.h"
 #include "graphics/graphicmarkitem.h"
@@ -29,12 +31,12 @@ namespace whiteboard {
 namespace {
 
 // Absent fields read as 0: a peer without devices ties as it always did.
-GraphicScene::Version versionOf(const pb::GraphicAction& action)
+SyncEngine::Version versionOf(const pb::GraphicAction& action)
 {
     return { action.version(), action.versionuser(), action.versiondevice() };
 }
 
-GraphicScene::Version versionOf(const pb::UserOperation& operation)
+SyncEngine::Version versionOf(const pb::UserOperation& operation)
 {
     return { operation.version(), operation.versionuser(), operation.versiondevice() };
 }
@@ -42,7 +44,7 @@ GraphicScene::Version versionOf(const pb::UserOperation& operation)
 } // namespace
 
 // One admitted entry of a received list, as parsed, with its kind of item.
-struct GraphicScene::ReceivedEntry
+struct SyncEngine::ReceivedEntry
 {
     std::shared_ptr<const google::protobuf::MessageLite> message;
     QString gid;
@@ -52,7 +54,7 @@ struct GraphicScene::ReceivedEntry
 
 // The entries the guard admits, clamped, each a copy: the guard writes into
 // what it admits.
-bool GraphicScene::entriesOf(const pb::GraphicAction& action, QList<ReceivedEntry>& entries)
+bool SyncEngine::entriesOf(const pb::GraphicAction& action, QList<ReceivedEntry>& entries)
 {
     const ItemKind* kind = ItemKind::ofList(action.actiondata_case());
     // A canvas list is known and holds nothing to apply.
@@ -73,14 +75,32 @@ bool GraphicScene::entriesOf(const pb::GraphicAction& action, QList<ReceivedEntr
     return true;
 }
 
-// --- outbound ---------------------------------------------------------------
-
-QString GraphicScene::boardId() const
+SyncEngine::SyncEngine(GraphicScene& scene)
+    : m_scene(scene)
 {
-    return m_view ? m_view->property("id").toString() : QString();
 }
 
-qint64 GraphicScene::newDeviceId()
+SyncEngine::~SyncEngine() = default;
+
+// --- outbound ---------------------------------------------------------------
+
+QString SyncEngine::boardId() const
+{
+    const QQuickItem* view = m_scene.view();
+    return view ? view->property("id").toString() : QString();
+}
+
+void SyncEngine::post(pb::TransferData* data)
+{
+    m_scene.post(data);
+}
+
+qulonglong SyncEngine::serverTime() const
+{
+    return qulonglong(QDateTime::currentMSecsSinceEpoch() - m_serverTimeOffset);
+}
+
+qint64 SyncEngine::newDeviceId()
 {
     // The global generator is seeded by the system, once per process, and
     // may be used from any thread.
@@ -90,20 +110,7 @@ qint64 GraphicScene::newDeviceId()
     return id;
 }
 
-GraphicScene::Version GraphicScene::stampChange(const QString& gid)
-{
-    SceneLocker locker(&m_itemsMutex);
-    const Version version { ++m_clock, m_currentUserId, m_deviceId };
-    m_gids[gid].version = version;
-    return version;
-}
-
-void GraphicScene::advanceClock(qint64 seen)
-{
-    m_clock = std::max(m_clock, seen);
-}
-
-bool GraphicScene::admitsVersion(qint64 version) const
+bool SyncEngine::admitsVersion(qint64 version)
 {
     if (VersionBound::belowEnd(version))
         return true;
@@ -111,47 +118,53 @@ bool GraphicScene::admitsVersion(qint64 version) const
     return false;
 }
 
-void GraphicScene::sendItemAction(pb::GraphicActionType type, const QSharedPointer<GraphicItem>& item)
-{
-    sendItemBatch(type, { item });
-}
-
-void GraphicScene::sendItemBatch(pb::GraphicActionType type, const GraphicItemList& items)
+void SyncEngine::sendItems(pb::GraphicActionType type, const GraphicItemList& items)
 {
     // One time for the whole batch, so that its envelopes agree; a version
     // per item, as each item is held by its own.
-    const qint64 time = qint64(serverTimestamp());
+    const qint64 time = qint64(serverTime());
     QList<Version> versions;
-    for (const QSharedPointer<GraphicItem>& item : items)
-        versions.append(stampChange(item->gid()));
+    {
+        SceneLocker locker(&m_scene.itemsMutex());
+        BoardState& board = m_scene.board();
+        // The board holds each gid at the version it sends.
+        for (const QSharedPointer<GraphicItem>& item : items) {
+            versions.append(board.nextVersion(m_scene.currentUserId(), m_deviceId));
+            board.record(item->gid()).version = versions.constLast();
+        }
+    }
     post(makeItemBatchMessage(boardId(), type, items, versions, time));
 }
 
-GraphicScene::Version GraphicScene::sendOperation(pb::UserOperation_Type type)
+SyncEngine::Version SyncEngine::sendOperation(pb::UserOperation_Type type)
 {
-    const Version version { ++m_clock, m_currentUserId, m_deviceId };
+    Version version;
+    {
+        SceneLocker locker(&m_scene.itemsMutex());
+        version = m_scene.board().nextVersion(m_scene.currentUserId(), m_deviceId);
+    }
     // Our own id also for a clear by user: the others clear the sender's items.
-    post(makeOperationMessage(boardId(), type, m_currentUserId, version, qint64(serverTimestamp())));
+    post(makeOperationMessage(boardId(), type, m_scene.currentUserId(), version, qint64(serverTime())));
     return version;
 }
 
-void GraphicScene::sendMouseInfo(const QPointF& position)
+void SyncEngine::sendPointer(const QPointF& position)
 {
-    post(makePointerMessage(boardId(), m_currentUserId, m_userName, position, qint64(serverTimestamp())));
+    post(makePointerMessage(boardId(), m_scene.currentUserId(), m_scene.userName(), position, qint64(serverTime())));
 }
 
-void GraphicScene::joinWhiteboard(qint64 serverTime)
+void SyncEngine::join(qint64 serverTime)
 {
     // Fixed once, here; no round trip is allowed for.
     m_serverTimeOffset = QDateTime::currentMSecsSinceEpoch() - serverTime;
-    const GraphicItemList all = items(ItemLayer, 1);
+    const GraphicItemList all = m_scene.items(GraphicScene::ItemLayer, 1);
     // The oldest time travels through 32 bits: that is the protocol's format.
     // Nothing reads it back today (the relay answers with its whole board),
     // so the truncation of a millisecond time is harmless.
     post(makeJoinMessage(boardId(), all.isEmpty() ? qint64(1) : qint64(qint32(all.first()->timestamp()))));
 }
 
-void GraphicScene::takeWireForm(GraphicItem* item)
+void SyncEngine::takeWireForm(GraphicItem* item)
 {
     // Read back as a receiving board builds it, on a fresh item: what the
     // message leaves out takes a fresh item's value here too.
@@ -159,15 +172,15 @@ void GraphicScene::takeWireForm(GraphicItem* item)
     const ItemKind* kind = ItemKind::ofType(item->type());
     if (bytes.isEmpty() || !kind)
         return;
-    const std::unique_ptr<GraphicItem> fresh(kind->make(this));
+    const std::unique_ptr<GraphicItem> fresh(kind->make(&m_scene));
     fresh->deserialize(bytes);
-    SceneLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_scene.itemsMutex());
     item->deserialize(fresh->serialize());
 }
 
 // --- inbound ----------------------------------------------------------------
 
-void GraphicScene::receiveData(pb::TransferData* data)
+void SyncEngine::receive(pb::TransferData* data)
 {
     if (!data)
         return;
@@ -180,17 +193,12 @@ void GraphicScene::receiveData(pb::TransferData* data)
         return;
     }
 
-    // One frame request for the whole message, however many envelopes it holds.
-    ++m_framesDeferred;
+    // The frame requests of its envelopes coalesce into one.
     for (const pb::SingleWhiteboardData& envelope : data->multi().whiteboarddatalist())
         applyEnvelope(envelope.data());
-    if (--m_framesDeferred == 0 && m_frameRequested) {
-        m_frameRequested = false;
-        requestFrame();
-    }
 }
 
-void GraphicScene::applyEnvelope(const std::string& bytes)
+void SyncEngine::applyEnvelope(const std::string& bytes)
 {
     if (!InboundGuard::admitEnvelope(bytes))
         return;
@@ -214,7 +222,7 @@ void GraphicScene::applyEnvelope(const std::string& bytes)
     }
 }
 
-void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
+void SyncEngine::applyGraphicAction(const pb::GraphicAction& action)
 {
     const pb::GraphicActionType type = action.graphicactiontype();
     if (type != pb::GraphicActionAdd && type != pb::GraphicActionUpdate && type != pb::GraphicActionModify
@@ -233,17 +241,17 @@ void GraphicScene::applyGraphicAction(const pb::GraphicAction& action)
     }
     // The item message that rides along is not read: the gid alone names
     // what goes, so a removal takes whatever state this board holds of it.
-    if (const QSharedPointer<GraphicItem> item = itemByGid(QString::fromStdString(action.gid())))
+    if (const QSharedPointer<GraphicItem> item = m_scene.itemByGid(QString::fromStdString(action.gid())))
         dropItems({ item });
 }
 
-void GraphicScene::applyUnversionedAction(const pb::GraphicAction& action)
+void SyncEngine::applyUnversionedAction(const pb::GraphicAction& action)
 {
     QList<ReceivedEntry> entries;
     if (!entriesOf(action, entries))
         return;
     const bool add = action.graphicactiontype() == pb::GraphicActionAdd;
-    const QSharedPointer<GraphicItem> updated = add ? QSharedPointer<GraphicItem>() : itemByGid(QString::fromStdString(action.gid()));
+    const QSharedPointer<GraphicItem> updated = add ? QSharedPointer<GraphicItem>() : m_scene.itemByGid(QString::fromStdString(action.gid()));
     // An update of an unknown gid is dropped without a word. Only peers
     // without versions get here; with versions an early update brings the
     // item, since their order is repaired by the clock.
@@ -260,27 +268,27 @@ void GraphicScene::applyUnversionedAction(const pb::GraphicAction& action)
         }
         dirty = dirty.united(applyUnversionedEntry(entry, updated));
     }
-    updateLayer(ItemLayer, QRegion(dirty));
+    m_scene.invalidate(QRectF(dirty), GraphicScene::ItemLayer);
 }
 
-QRect GraphicScene::applyUnversionedEntry(const ReceivedEntry& entry, const QSharedPointer<GraphicItem>& updated)
+QRect SyncEngine::applyUnversionedEntry(const ReceivedEntry& entry, const QSharedPointer<GraphicItem>& updated)
 {
     // An add of a known gid takes the place of the item that holds it.
-    QSharedPointer<GraphicItem> item = updated ? updated : itemByGid(entry.gid);
+    QSharedPointer<GraphicItem> item = updated ? updated : m_scene.itemByGid(entry.gid);
     const bool known = item && (updated || item->type() == entry.type);
     if (!known)
-        item = makeShared(ItemKind::ofType(entry.type)->make(this));
+        item = GraphicScene::makeShared(ItemKind::ofType(entry.type)->make(&m_scene));
     QRect dirty;
     {
         // The render thread may be painting the item.
-        SceneLocker locker(&m_itemsMutex);
+        SceneLocker locker(&m_scene.itemsMutex());
         dirty = item->boundary().toRect();
         item->readEntry(*entry.message);
     }
     if (known)
-        updateItemIndex(ItemLayer, item);
+        m_scene.updateItemIndex(GraphicScene::ItemLayer, item);
     else
-        addItem(ItemLayer, item);
+        m_scene.addItem(GraphicScene::ItemLayer, item);
     // A line that arrives alone dirties nothing new: it shows with the next
     // repaint of its region, as the protocol's clients have always done.
     // Only the place a replaced line held is repainted; a peer that wants
@@ -290,12 +298,13 @@ QRect GraphicScene::applyUnversionedEntry(const ReceivedEntry& entry, const QSha
     return dirty;
 }
 
-void GraphicScene::applyVersionedAction(const pb::GraphicAction& action, const Version& version)
+void SyncEngine::applyVersionedAction(const pb::GraphicAction& action, const Version& version)
 {
     const QString gid = QString::fromStdString(action.gid());
-    advanceClock(version.clock);
-    SceneLocker locker(&m_itemsMutex);
-    GidRecord& record = m_gids[gid];
+    SceneLocker locker(&m_scene.itemsMutex());
+    BoardState& board = m_scene.board();
+    board.advanceClock(version.clock);
+    BoardState::GidRecord& record = board.record(gid);
     // Only what is newer than the state held: an older message, or one that
     // arrives twice, changes nothing.
     if (!(record.version < version))
@@ -315,73 +324,60 @@ void GraphicScene::applyVersionedAction(const pb::GraphicAction& action, const V
     // Every message of ours holds one item; the gid of the action is the key.
     const ReceivedEntry& entry = entries.first();
     // A clear newer than this change has taken the item on every board.
-    if (version < clearMarkFor(entry.author))
+    if (version < board.clearMarkFor(entry.author))
         return;
     record.version = version;
     placeVersionedEntry(entry, gid, live ? held : QSharedPointer<GraphicItem>(), held);
 }
 
-void GraphicScene::placeVersionedEntry(const ReceivedEntry& entry, const QString& gid,
+void SyncEngine::placeVersionedEntry(const ReceivedEntry& entry, const QString& gid,
                                        const QSharedPointer<GraphicItem>& live, const QSharedPointer<GraphicItem>& held)
 {
     // An update that comes before its add brings the item, as an add would:
     // either carries the whole item. A held object of the gid comes back, so
     // that the undo commands that hold it act on what is shown.
     const bool reuse = held && held->type() == entry.type;
-    const QSharedPointer<GraphicItem> item = reuse ? held : makeShared(ItemKind::ofType(entry.type)->make(this));
+    const QSharedPointer<GraphicItem> item = reuse ? held : GraphicScene::makeShared(ItemKind::ofType(entry.type)->make(&m_scene));
     const QRect before = live ? live->boundary().toRect() : QRect();
     item->readEntry(*entry.message);
     if (item->gid() != gid)
         item->setGid(gid);
     if (live && reuse)
-        updateItemIndex(ItemLayer, item);
+        m_scene.updateItemIndex(GraphicScene::ItemLayer, item);
     else
-        addItem(ItemLayer, item);
-    updateLayer(ItemLayer, QRegion(before.united(item->boundary().toRect())));
+        m_scene.addItem(GraphicScene::ItemLayer, item);
+    m_scene.invalidate(QRectF(before.united(item->boundary().toRect())), GraphicScene::ItemLayer);
 }
 
-void GraphicScene::dropItems(const GraphicItemList& items)
+void SyncEngine::dropItems(const GraphicItemList& items)
 {
-    SceneLocker locker(&m_itemsMutex);
+    SceneLocker locker(&m_scene.itemsMutex());
     QRect dirty;
     for (const QSharedPointer<GraphicItem>& item : items) {
         // Nothing stays focused or painted as selected that the board no longer holds.
-        if (m_focusItem == item)
-            setFocusItem(QSharedPointer<GraphicItem>());
+        if (m_scene.focusItem() == item)
+            m_scene.setFocusItem(QSharedPointer<GraphicItem>());
         if (item->selected()) {
-            deselectItem(item);
+            m_scene.deselectItem(item);
             item->setSelected(false);
         }
         dirty = dirty.united(item->boundary().toRect());
     }
-    removeItems(ItemLayer, items);
-    updateLayer(ItemLayer, QRegion(dirty));
+    m_scene.removeItems(GraphicScene::ItemLayer, items);
+    m_scene.invalidate(QRectF(dirty), GraphicScene::ItemLayer);
 }
 
-GraphicScene::Version GraphicScene::clearMarkFor(qlonglong author) const
+void SyncEngine::raiseClearMark(const Version& version, const qlonglong* userId)
 {
-    return std::max(m_clearMark, m_clearMarks.value(author));
+    SceneLocker locker(&m_scene.itemsMutex());
+    dropItems(m_scene.board().raiseClearMark(version, userId));
 }
 
-void GraphicScene::raiseClearMark(const Version& version, const qlonglong* userId)
-{
-    SceneLocker locker(&m_itemsMutex);
-    Version& mark = userId ? m_clearMarks[*userId] : m_clearMark;
-    mark = std::max(mark, version);
-    GraphicItemList older;
-    for (const GidRecord& record : std::as_const(m_gids)) {
-        const QSharedPointer<GraphicItem> item = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
-        if (item && record.version < version && (!userId || item->userId() == *userId))
-            older.append(item);
-    }
-    dropItems(older);
-}
-
-void GraphicScene::applyUserAction(const pb::UserAction& received)
+void SyncEngine::applyUserAction(const pb::UserAction& received)
 {
     const qlonglong userId = received.userid();
     // A client keeps no mark for itself.
-    if (userId == m_currentUserId)
+    if (userId == m_scene.currentUserId())
         return;
     pb::UserAction action = received;
     if (!InboundGuard::admit(action))
@@ -392,58 +388,58 @@ void GraphicScene::applyUserAction(const pb::UserAction& received)
         moveMark(userId, action.mouseinfo());
 }
 
-void GraphicScene::dropMark(qlonglong userId)
+void SyncEngine::dropMark(qlonglong userId)
 {
-    for (qsizetype i = m_markItems.size() - 1; i >= 0; --i) {
-        const QSharedPointer<GraphicItem> mark = m_markItems.at(i);
+    for (qsizetype i = m_marks.size() - 1; i >= 0; --i) {
+        const QSharedPointer<GraphicItem> mark = m_marks.at(i);
         if (mark->userId() != userId)
             continue;
-        const QRectF area = static_cast<GraphicMarkItem*>(mark.data())->paintedArea(m_scale);
+        const QRectF area = static_cast<GraphicMarkItem*>(mark.data())->paintedArea(m_scene.scale());
         qCDebug(lcWhiteboardScene) << "user" << userId << "left; their pointer leaves" << area;
-        removeItem(MarkLayer, mark);
-        updateLayer(MarkLayer, QRegion(area.toAlignedRect()));
-        m_markItems.removeAt(i);
+        m_scene.removeItem(GraphicScene::MarkLayer, mark);
+        m_scene.invalidate(QRectF(area.toAlignedRect()), GraphicScene::MarkLayer);
+        m_marks.removeAt(i);
     }
 }
 
-void GraphicScene::dropMarks()
+void SyncEngine::dropMarks()
 {
-    while (!m_markItems.isEmpty())
-        dropMark(m_markItems.constLast()->userId());
+    while (!m_marks.isEmpty())
+        dropMark(m_marks.constLast()->userId());
 }
 
-void GraphicScene::moveMark(qlonglong userId, const pb::UserMouseInfoData& info)
+void SyncEngine::moveMark(qlonglong userId, const pb::UserMouseInfoData& info)
 {
     const QString text = QString::fromStdString(info.text());
     const QPointF position(info.mouseposition().x(), info.mouseposition().y());
-    for (const QSharedPointer<GraphicItem>& entry : std::as_const(m_markItems)) {
+    for (const QSharedPointer<GraphicItem>& entry : std::as_const(m_marks)) {
         if (entry->userId() != userId)
             continue;
         auto* mark = static_cast<GraphicMarkItem*>(entry.data());
         // Where it was goes as well as where it comes: a label longer or a
         // zoom smaller than at its last move reaches further.
-        QRectF dirty = mark->paintedArea(m_scale);
+        QRectF dirty = mark->paintedArea(m_scene.scale());
         {
             // The render thread paints the mark.
-            SceneLocker locker(&m_itemsMutex);
+            SceneLocker locker(&m_scene.itemsMutex());
             mark->setText(text);
-            mark->place(position, m_scale);
+            mark->place(position, m_scene.scale());
         }
-        dirty = dirty.united(mark->paintedArea(m_scale));
-        updateLayer(MarkLayer, QRegion(dirty.toAlignedRect()));
+        dirty = dirty.united(mark->paintedArea(m_scene.scale()));
+        m_scene.invalidate(QRectF(dirty.toAlignedRect()), GraphicScene::MarkLayer);
         return;
     }
-    auto* mark = new GraphicMarkItem(text, QFont(), this, nullptr);
-    stamp(mark);
+    auto* mark = new GraphicMarkItem(text, QFont(), &m_scene, nullptr);
+    m_scene.stamp(mark);
     mark->setUserId(userId);
-    mark->place(position, m_scale);
+    mark->place(position, m_scene.scale());
     qCDebug(lcWhiteboardScene) << "pointer of user" << userId << text << "at" << mark->boundary();
-    const QSharedPointer<GraphicItem> shared = addItem(MarkLayer, mark);
-    updateLayer(MarkLayer, QRegion(mark->paintedArea(m_scale).toAlignedRect()));
-    m_markItems.append(shared);
+    const QSharedPointer<GraphicItem> shared = m_scene.addItem(GraphicScene::MarkLayer, mark);
+    m_scene.invalidate(QRectF(mark->paintedArea(m_scene.scale()).toAlignedRect()), GraphicScene::MarkLayer);
+    m_marks.append(shared);
 }
 
-void GraphicScene::applyUserOperation(const pb::UserOperation& operation)
+void SyncEngine::applyUserOperation(const pb::UserOperation& operation)
 {
     // A clear of somebody else's never enters the local history: a user
     // undoes their own work. A clear without a version takes what is here now.
@@ -461,11 +457,14 @@ void GraphicScene::applyUserOperation(const pb::UserOperation& operation)
     if (operation.has_version()) {
         if (!admitsVersion(operation.version()))
             return;
-        advanceClock(operation.version());
+        {
+            SceneLocker locker(&m_scene.itemsMutex());
+            m_scene.board().advanceClock(operation.version());
+        }
         raiseClearMark(versionOf(operation), author);
         return;
     }
-    GraphicItemList list = items(ItemLayer, 1);
+    GraphicItemList list = m_scene.items(GraphicScene::ItemLayer, 1);
     if (author)
         list.removeIf([userId](const QSharedPointer<GraphicItem>& item) { return item->userId() != userId; });
     dropItems(list);
