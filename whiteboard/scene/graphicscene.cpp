@@ -544,6 +544,12 @@ QSharedPointer<GraphicItem> GraphicScene::itemByGid(const QString& gid)
     return board().itemByGid(gid);
 }
 
+GraphicItemList GraphicScene::selectedItems() const
+{
+    SceneLocker locker(&m_itemsMutex);
+    return m_selectedItems;
+}
+
 void GraphicScene::deselectItem(const QSharedPointer<GraphicItem>& item)
 {
     SceneLocker locker(&m_itemsMutex);
@@ -615,6 +621,8 @@ QString GraphicScene::addImage(const QImage& image)
 
 const QImage* GraphicScene::imageByKey(const QString& key) const
 {
+    // The pictures themselves stay until the scene goes: the pointer outlives the lock.
+    SceneLocker locker(&m_itemsMutex);
     return m_imageCache.value(key, nullptr);
 }
 

@@ -236,7 +236,7 @@ public:
     // makes a change holds what the others receive (float points, path text).
     void takeWireForm(GraphicItem* item);
 
-    GraphicItemList selectedItems() const { return m_selectedItems; }
+    GraphicItemList selectedItems() const;
     GraphicItemList clipboardItems() const;
     // The item being drawn, the rubber band or a new text box; null between gestures.
     QSharedPointer<GraphicItem> activeItem() const;
@@ -419,7 +419,8 @@ private:
     // The picture named by imagePath, read within the size limit.
     GraphicItem* createImageItem();
 
-    SceneRecursiveMutex m_itemsMutex ACQUIRED_AFTER(m_renderMutex);
+    // Mutable: const queries of what it guards take it too.
+    mutable SceneRecursiveMutex m_itemsMutex ACQUIRED_AFTER(m_renderMutex);
     SceneMutex m_renderMutex;
     QPointer<QQuickItem> m_view;
     QThread m_renderThread;
@@ -427,8 +428,8 @@ private:
     GraphicImageCodec* m_imageCodec = nullptr;
     // Written by the GUI thread under itemsMutex; held through board().
     const std::unique_ptr<BoardState> m_board;
-    QSharedPointer<GraphicItem> m_focusItem;
-    GraphicItemList m_selectedItems;
+    QSharedPointer<GraphicItem> m_focusItem GUARDED_BY(m_itemsMutex);
+    GraphicItemList m_selectedItems GUARDED_BY(m_itemsMutex);
     // The viewport, the page's size, zoom, rotation and the view's size:
     // written by the GUI thread under itemsMutex, so that a frame reads it
     // whole under that lock.
@@ -441,7 +442,7 @@ private:
     QSize m_smallThumbnailSize = QSize(120, 90);
     double m_devicePixelRatio = 1.0;
     QUndoStack m_undoStack;
-    QMap<QString, QImage*> m_imageCache;
+    QMap<QString, QImage*> m_imageCache GUARDED_BY(m_itemsMutex);
     QColor m_backgroundColor;
     bool m_fillShape = false;
     QString m_imagePath;
