@@ -117,11 +117,9 @@ bool SceneExport::start(const QString& path, const QByteArray& format, double sc
     return true;
 }
 
-bool SceneExport::run(const Job& job)
+std::vector<std::unique_ptr<PaintRecording>> SceneExport::recordItems(const Job& job, QRect* area)
 {
-    const ExportingScope scope;
     GraphicItemList items;
-    QRect area;
     double margin = 0.0;
     {
         SceneLocker locker(&m_scene->itemsMutex());
@@ -130,7 +128,7 @@ bool SceneExport::run(const Job& job)
             LayerIndex::sort(items, Qt::AscendingOrder);
         }
         margin = m_scene->paintMargin();
-        area = exportRect(job.page, items, margin, job.cropToItems);
+        *area = exportRect(job.page, items, margin, job.cropToItems);
     }
     // A batch per hold of the lock: the GUI thread waits for one at most.
     // Items changed between batches are taken as they are then.
@@ -146,81 +144,102 @@ bool SceneExport::run(const Job& job)
         // before a woken GUI thread runs, which then waits for batch after batch.
         QThread::yieldCurrentThread();
     }
-    items.clear();
+    return recordings;
+}
+
+void SceneExport::paintItems(QPainter& painter, const QTransform& toDevice, const std::vector<std::unique_ptr<PaintRecording>>& recordings)
+{
     const auto stop = [this] { return m_stop.load(); };
     // Texts are painted live, each under the lock, into the file's own
     // painter: so they stay texts in a vector file.
-    const auto paintItems = [&](QPainter& painter, const QTransform& toDevice) {
-        for (const std::unique_ptr<PaintRecording>& recording : recordings) {
-            // Each batch finds the painter as the first did: a replay leaves
-            // the last item's opacity, hints and transform behind.
-            painter.save();
-            painter.setRenderHints(kRenderHints);
-            painter.setTransform(toDevice);
-            recording->replay(&painter, m_scene->itemsMutex(), stop);
-            painter.restore();
-            if (m_stop)
-                return;
-        }
-    };
+    for (const std::unique_ptr<PaintRecording>& recording : recordings) {
+        // Each batch finds the painter as the first did: a replay leaves
+        // the last item's opacity, hints and transform behind.
+        painter.save();
+        painter.setRenderHints(kRenderHints);
+        painter.setTransform(toDevice);
+        recording->replay(&painter, m_scene->itemsMutex(), stop);
+        painter.restore();
+        if (m_stop)
+            return;
+    }
+}
 
+QString SceneExport::writeSvg(QIODevice* file, const Job& job, const QRect& area, const Painting& paint)
+{
+    const QRect frame(QPoint(0, 0), area.size());
+    QSvgGenerator svg;
+    svg.setOutputDevice(file);
+    svg.setSize(area.size());
+    svg.setViewBox(frame);
+    // A viewer shows a scene unit as a CSS pixel.
+    svg.setResolution(96);
+    svg.setTitle(QFileInfo(job.path).completeBaseName());
+    QPainter painter(&svg);
+    if (job.ground.isValid())
+        painter.fillRect(frame, job.ground);
+    paint(painter, QTransform::fromTranslate(-area.x(), -area.y()));
+    return {};
+}
+
+QString SceneExport::writePdf(QIODevice* file, const Job& job, const QRect& area, const Painting& paint)
+{
+    QPdfWriter pdf(file);
+    // A scene unit to a point, on one page of the exported size.
+    pdf.setResolution(72);
+    pdf.setPageLayout(QPageLayout(QPageSize(QSizeF(area.size()), QPageSize::Point, QString(), QPageSize::ExactMatch),
+                                  QPageLayout::Portrait, QMarginsF()));
+    pdf.setTitle(QFileInfo(job.path).completeBaseName());
+    pdf.setCreator(QStringLiteral("com.im.whiteboard"));
+    QPainter painter;
+    if (!painter.begin(&pdf))
+        return QStringLiteral("the PDF cannot be started");
+    if (job.ground.isValid())
+        painter.fillRect(QRect(QPoint(0, 0), area.size()), job.ground);
+    paint(painter, QTransform::fromTranslate(-area.x(), -area.y()));
+    painter.end();
+    return {};
+}
+
+QString SceneExport::writePixels(QIODevice* file, const Job& job, const QRect& area, const Painting& paint)
+{
+    const QSize pixels(std::max(1, GraphicScene::roundPixel(area.width() * job.scale)),
+                       std::max(1, GraphicScene::roundPixel(area.height() * job.scale)));
+    QImage image(pixels, QImage::Format_ARGB32_Premultiplied);
+    if (image.isNull())
+        return QStringLiteral("no memory for %1 x %2 pixels").arg(pixels.width()).arg(pixels.height());
+    // Filled as the export at scale 1 fills it, invalid colour included.
+    image.fill(job.ground);
+    {
+        QPainter painter(&image);
+        paint(painter, QTransform::fromTranslate(-area.x(), -area.y()) * QTransform::fromScale(job.scale, job.scale));
+    }
+    if (m_stop)
+        return {};
+    QImageWriter writer(file, job.format);
+    return writer.write(image) ? QString() : writer.errorString();
+}
+
+bool SceneExport::run(const Job& job)
+{
+    const ExportingScope scope;
+    QRect area;
+    const std::vector<std::unique_ptr<PaintRecording>> recordings = recordItems(job, &area);
     QSaveFile file(job.path);
     if (!file.open(QIODevice::WriteOnly)) {
         qCWarning(lcWhiteboardExport, "cannot export to %s: %s", qPrintable(job.path), qPrintable(file.errorString()));
         return false;
     }
-    const QRect frame(QPoint(0, 0), area.size());
-    const QTransform toFrame = QTransform::fromTranslate(-area.x(), -area.y());
+    const Painting paint = [this, &recordings](QPainter& painter, const QTransform& toDevice) {
+        paintItems(painter, toDevice, recordings);
+    };
     QString failure;
-    if (job.format == "svg") {
-        QSvgGenerator svg;
-        svg.setOutputDevice(&file);
-        svg.setSize(area.size());
-        svg.setViewBox(frame);
-        // A viewer shows a scene unit as a CSS pixel.
-        svg.setResolution(96);
-        svg.setTitle(QFileInfo(job.path).completeBaseName());
-        QPainter painter(&svg);
-        if (job.ground.isValid())
-            painter.fillRect(frame, job.ground);
-        paintItems(painter, toFrame);
-    } else if (job.format == "pdf") {
-        QPdfWriter pdf(&file);
-        // A scene unit to a point, on one page of the exported size.
-        pdf.setResolution(72);
-        pdf.setPageLayout(QPageLayout(QPageSize(QSizeF(area.size()), QPageSize::Point, QString(), QPageSize::ExactMatch),
-                                      QPageLayout::Portrait, QMarginsF()));
-        pdf.setTitle(QFileInfo(job.path).completeBaseName());
-        pdf.setCreator(QStringLiteral("com.im.whiteboard"));
-        QPainter painter;
-        if (!painter.begin(&pdf)) {
-            failure = QStringLiteral("the PDF cannot be started");
-        } else {
-            if (job.ground.isValid())
-                painter.fillRect(frame, job.ground);
-            paintItems(painter, toFrame);
-            painter.end();
-        }
-    } else {
-        const QSize pixels(std::max(1, GraphicScene::roundPixel(area.width() * job.scale)),
-                           std::max(1, GraphicScene::roundPixel(area.height() * job.scale)));
-        QImage image(pixels, QImage::Format_ARGB32_Premultiplied);
-        if (image.isNull()) {
-            failure = QStringLiteral("no memory for %1 x %2 pixels").arg(pixels.width()).arg(pixels.height());
-        } else {
-            // Filled as the export at scale 1 fills it, invalid colour included.
-            image.fill(job.ground);
-            {
-                QPainter painter(&image);
-                paintItems(painter, toFrame * QTransform::fromScale(job.scale, job.scale));
-            }
-            if (!m_stop) {
-                QImageWriter writer(&file, job.format);
-                if (!writer.write(image))
-                    failure = writer.errorString();
-            }
-        }
-    }
+    if (job.format == "svg")
+        failure = writeSvg(&file, job, area, paint);
+    else if (job.format == "pdf")
+        failure = writePdf(&file, job, area, paint);
+    else
+        failure = writePixels(&file, job, area, paint);
     if (m_stop)
         return false;
     if (failure.isEmpty() && !file.commit())

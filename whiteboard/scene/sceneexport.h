@@ -10,15 +10,23 @@
 #include <QSize>
 #include <QString>
 #include <QThreadPool>
+#include <QTransform>
 
 #include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
 
 // Every export refused or failed is told once on this category, "whiteboard.export".
 Q_DECLARE_LOGGING_CATEGORY(lcWhiteboardExport)
 
+class QIODevice;
+class QPainter;
+
 namespace whiteboard {
 
 class GraphicScene;
+class PaintRecording;
 
 // Writes the page's items to a file as SVG, PDF or pixels, on a thread of
 // its own, so that a big board never holds up the GUI thread: the items are
@@ -82,6 +90,16 @@ private:
     };
     // The export's thread: true when the file is written.
     bool run(const Job& job);
+    // The page's items, recorded a batch per hold of itemsMutex, and the
+    // area they are exported in (scene units).
+    std::vector<std::unique_ptr<PaintRecording>> recordItems(const Job& job, QRect* area);
+    // Replays the recordings into `painter`, through `toDevice`.
+    void paintItems(QPainter& painter, const QTransform& toDevice, const std::vector<std::unique_ptr<PaintRecording>>& recordings);
+    // Each writes one format into `file`; a failure is returned as text.
+    using Painting = std::function<void(QPainter&, const QTransform&)>;
+    static QString writeSvg(QIODevice* file, const Job& job, const QRect& area, const Painting& paint);
+    static QString writePdf(QIODevice* file, const Job& job, const QRect& area, const Painting& paint);
+    QString writePixels(QIODevice* file, const Job& job, const QRect& area, const Painting& paint);
 
     GraphicScene* m_scene = nullptr;
     // One thread: exports run one after another, in the order asked.
