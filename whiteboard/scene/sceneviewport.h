@@ -30,14 +30,20 @@ public:
     // The view's own rectangle, at (0, 0), in view pixels.
     QRectF viewBounds;
 
+    // View pixels to scene units: a point (`factor` scales the viewport
+    // first), a rectangle by its corners, a path by its bounding rectangle.
+    // Null without a view size.
     QPointF mapToScene(const QPointF& viewPos, double factor = 1.0) const;
-    QPointF mapFromScene(const QPointF& scenePos) const;
     QRectF mapRectToScene(const QRectF& viewRect) const;
-    QRectF mapRectFromScene(const QRectF& sceneRect) const;
     QPainterPath mapPathToScene(const QPainterPath& path) const;
+    // Scene units to view pixels, the same way; null without a page size.
+    QPointF mapFromScene(const QPointF& scenePos) const;
+    QRectF mapRectFromScene(const QRectF& sceneRect) const;
     QPainterPath mapPathFromScene(const QPainterPath& path) const;
     // The viewport in scene units.
     QRectF viewportRect() const;
+    // Sets the painter up to paint scene units into the view: the hints of
+    // frames, the zoom, the viewport's offset and the rotation.
     void applyTo(QPainter* painter) const;
 
     // The viewport of a view's first real size: the page centred.
