@@ -4,6 +4,7 @@
 
 #include "graphics/graphicellipseitem.h"
 #include "graphics/graphicimage.h"
+#include "graphics/graphicpaths.h"
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "graphics/graphiccontroller.h"
@@ -162,7 +163,7 @@ private slots:
         item->mouseReleaseEvent(&release);
         QVERIFY(release.isAccepted());
         QVERIFY(!item->isEditMode());
-        QCOMPARE(item->hitPath(), AbstractGraphicShapeItem::strokeOf(item->outlinePath()));
+        QCOMPARE(item->hitPath(), GraphicPaths::strokeOf(item->outlinePath()));
         QVERIFY(!item->hitPath().contains(QPointF(250, 160)));
 
         // Finished: a press away from it is left to others, one on its edge is taken.
@@ -263,7 +264,7 @@ private slots:
 
         QCOMPARE(item->boundary(), result);
         QCOMPARE(item->outlinePath().boundingRect(), result);
-        QCOMPARE(item->hitPath(), AbstractGraphicShapeItem::strokeOf(item->outlinePath()));
+        QCOMPARE(item->hitPath(), GraphicPaths::strokeOf(item->outlinePath()));
         QCOMPARE(controller->activePoint(), -1);
         // The handles follow the new frame.
         QCOMPARE(controller->controlPoint(handle).position, controller->controlPointPosition(handle));
@@ -333,6 +334,7 @@ private slots:
         QCOMPARE(image.pixel(5, 35), qRgba(0, 0, 0, 0));
         QCOMPARE(image.pixel(20, 65), qRgba(0, 0, 0, 0));
     }
+
 };
 
 QTEST_MAIN(tst_Shapes)

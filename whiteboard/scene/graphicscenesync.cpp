@@ -6,6 +6,7 @@
 #include "graphics/graphicmarkitem.h"
 #include "inputlimits.h"
 #include "scene/inboundguard.h"
+#include "scene/itemcodec.h"
 #include "scene/itemkind.h"
 #include "scene/versionbound.h"
 #include "scene/wiremessages.h"
@@ -155,14 +156,14 @@ void GraphicScene::takeWireForm(GraphicItem* item)
 {
     // Read back as a receiving board builds it, on a fresh item: what the
     // message leaves out takes a fresh item's value here too.
-    const QByteArray bytes = item->serialize();
+    const QByteArray bytes = ItemCodec::encode(*item);
     const ItemKind* kind = ItemKind::ofType(item->type());
     if (bytes.isEmpty() || !kind)
         return;
     const std::unique_ptr<GraphicItem> fresh(kind->make(this));
-    fresh->deserialize(bytes);
+    ItemCodec::decode(*fresh, bytes);
     SceneLocker locker(&m_itemsMutex);
-    item->deserialize(fresh->serialize());
+    ItemCodec::decode(*item, ItemCodec::encode(*fresh));
 }
 
 // --- inbound ----------------------------------------------------------------
@@ -275,7 +276,7 @@ QRect GraphicScene::applyUnversionedEntry(const ReceivedEntry& entry, const QSha
         // The render thread may be painting the item.
         SceneLocker locker(&m_itemsMutex);
         dirty = item->boundary().toRect();
-        item->readEntry(*entry.message);
+        ItemCodec::read(*item, *entry.message);
     }
     if (known)
         updateItemIndex(ItemLayer, item);
@@ -330,7 +331,7 @@ void GraphicScene::placeVersionedEntry(const ReceivedEntry& entry, const QString
     const bool reuse = held && held->type() == entry.type;
     const QSharedPointer<GraphicItem> item = reuse ? held : makeShared(ItemKind::ofType(entry.type)->make(this));
     const QRect before = live ? live->boundary().toRect() : QRect();
-    item->readEntry(*entry.message);
+    ItemCodec::read(*item, *entry.message);
     if (item->gid() != gid)
         item->setGid(gid);
     if (live && reuse)
