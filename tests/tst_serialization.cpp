@@ -5,6 +5,7 @@
 #include "graphics/graphicimage.h"
 #include "graphics/graphiclineitem.h"
 #include "graphics/graphiclinesegmentitem.h"
+#include "graphics/graphicmarkitem.h"
 #include "graphics/graphicpenitem.h"
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
@@ -250,6 +251,24 @@ private slots:
         QCOMPARE(item->gid(), gid);
         QCOMPARE(item->pen(), pen);
         QCOMPARE(item->boundary(), boundary);
+    }
+
+    // A pointer mark has no row in the kind table: it never goes on the wire
+    // as an item, and bytes of any item leave it as it is.
+    void markHasNoWireForm()
+    {
+        GraphicMarkItem mark(QStringLiteral("Bob"), QFont(), scene.get());
+        mark.setUserId(7);
+        QVERIFY(ItemCodec::encode(mark).isEmpty());
+        wire::GraphicAction action;
+        action.set_graphicactiontype(wire::GraphicActionAdd);
+        ItemCodec::write(mark, &action);
+        QCOMPARE(action.actiondata_case(), wire::GraphicAction::ACTIONDATA_NOT_SET);
+        const Item rect = madeItem(Rect, scene.get());
+        const QString gid = mark.gid();
+        QVERIFY(!ItemCodec::decode(mark, ItemCodec::encode(*rect)));
+        QCOMPARE(mark.gid(), gid);
+        QCOMPARE(mark.userId(), 7);
     }
 
     // The receiver paints with the styles the sender paints with, whatever

@@ -31,9 +31,10 @@ GraphicItem* GraphicEllipseItem::copy()
 
 bool GraphicEllipseItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
 {
-    return GraphicHitTest::closedShape(m_outlinePath, filled(), hitTolerance(), point, mode, [](const QPointF& q, const QRectF& b) {
+    const auto distance = [](const QPointF& q, const QRectF& b) {
         return sdEllipse(q, QPointF(b.width() * 0.5, b.height() * 0.5));
-    });
+    };
+    return GraphicHitTest::closedShape(m_outlinePath, filled(), hitTolerance(), point, mode, distance);
 }
 
 // The ellipse's press on a finished item uses the true outline, not the hit band.

@@ -34,9 +34,10 @@ GraphicItem* GraphicRectItem::copy()
 
 bool GraphicRectItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
 {
-    return GraphicHitTest::closedShape(m_outlinePath, filled(), hitTolerance(), point, mode, [](const QPointF& q, const QRectF& b) {
+    const auto distance = [](const QPointF& q, const QRectF& b) {
         return sdBox(q, QPointF(b.width() * 0.5, b.height() * 0.5));
-    });
+    };
+    return GraphicHitTest::closedShape(m_outlinePath, filled(), hitTolerance(), point, mode, distance);
 }
 
 void GraphicRectItem::drawingStarted(const QPointF& point, QMouseEvent* event)

@@ -183,6 +183,55 @@ void readShape(GraphicFrameItem& item, const Message& message)
         item.placeFrame(*frame);
 }
 
+void writeFont(const QFont& font, pb::FontStyle* style)
+{
+    style->set_bold(font.weight() >= 501);
+    style->set_italic(font.style() != QFont::StyleNormal);
+    style->set_overline(font.overline());
+    style->set_underline(font.underline());
+    style->set_strikeout(font.strikeOut());
+    // A font sized in points (a host's field may be) goes out in the pixels
+    // it has here: -1 would be refused by every receiver's font.
+    style->set_pixelsize(font.pixelSize() > 0 ? font.pixelSize() : QFontInfo(font).pixelSize());
+    style->set_stretch(font.stretch());
+    style->set_wordspacing(float(font.wordSpacing()));
+    const QStringList families = font.families();
+    for (const QString& family : families)
+        style->add_familys(family.toStdString());
+}
+
+// `font` with what a received FontStyle carries.
+QFont receivedFont(QFont font, const pb::FontStyle& style)
+{
+    if (style.has_bold())
+        font.setWeight(style.bold() ? QFont::Bold : QFont::Normal);
+    if (style.has_italic())
+        font.setStyle(style.italic() ? QFont::StyleItalic : QFont::StyleNormal);
+    if (style.has_overline())
+        font.setOverline(style.overline());
+    if (style.has_pixelsize() && style.pixelsize() > 0)
+        font.setPixelSize(style.pixelsize());
+    if (style.has_stretch())
+        font.setStretch(style.stretch());
+    if (style.has_strikeout())
+        font.setStrikeOut(style.strikeout());
+    if (style.has_underline())
+        font.setUnderline(style.underline());
+    if (style.has_wordspacing())
+        font.setWordSpacing(style.wordspacing());
+    // Also when empty: the sender's list replaces ours. An empty list
+    // names the application's font, as the sender's field does: set as
+    // empty, fontconfig would pick any font the machine has (a serif
+    // one, with more fonts installed), and the frame would follow it.
+    QStringList families;
+    for (const std::string& family : style.familys())
+        families << QString::fromStdString(family);
+    if (families.isEmpty())
+        families << QFont().family();
+    font.setFamilies(families);
+    return font;
+}
+
 } // namespace
 
 pb::Point* ItemFields::makePoint(const QPointF& point)
@@ -345,21 +394,7 @@ void ItemFields::write(const GraphicTextItem& item, pb::Text* message, bool)
     writeStyled(item, message);
     message->set_allocated_position(makePoint(item.boundary().topLeft()));
 
-    const QFont font = item.font();
-    pb::FontStyle* style = message->mutable_fontstyle();
-    style->set_bold(font.weight() >= 501);
-    style->set_italic(font.style() != QFont::StyleNormal);
-    style->set_overline(font.overline());
-    style->set_underline(font.underline());
-    style->set_strikeout(font.strikeOut());
-    // A font sized in points (a host's field may be) goes out in the pixels
-    // it has here: -1 would be refused by every receiver's font.
-    style->set_pixelsize(font.pixelSize() > 0 ? font.pixelSize() : QFontInfo(font).pixelSize());
-    style->set_stretch(font.stretch());
-    style->set_wordspacing(float(font.wordSpacing()));
-    const QStringList families = font.families();
-    for (const QString& family : families)
-        style->add_familys(family.toStdString());
+    writeFont(item.font(), message->mutable_fontstyle());
 
     message->set_text(item.text().toStdString());
     // Passed through untouched; nothing here interprets it.
@@ -371,37 +406,8 @@ void ItemFields::read(GraphicTextItem& item, const pb::Text& message)
     applyStyled(item, message);
     if (message.has_alignment())
         item.setAlignment(message.alignment());
-    if (message.has_fontstyle()) {
-        const pb::FontStyle& style = message.fontstyle();
-        QFont font = item.font();
-        if (style.has_bold())
-            font.setWeight(style.bold() ? QFont::Bold : QFont::Normal);
-        if (style.has_italic())
-            font.setStyle(style.italic() ? QFont::StyleItalic : QFont::StyleNormal);
-        if (style.has_overline())
-            font.setOverline(style.overline());
-        if (style.has_pixelsize() && style.pixelsize() > 0)
-            font.setPixelSize(style.pixelsize());
-        if (style.has_stretch())
-            font.setStretch(style.stretch());
-        if (style.has_strikeout())
-            font.setStrikeOut(style.strikeout());
-        if (style.has_underline())
-            font.setUnderline(style.underline());
-        if (style.has_wordspacing())
-            font.setWordSpacing(style.wordspacing());
-        // Also when empty: the sender's list replaces ours. An empty list
-        // names the application's font, as the sender's field does: set as
-        // empty, fontconfig would pick any font the machine has (a serif
-        // one, with more fonts installed), and the frame would follow it.
-        QStringList families;
-        for (const std::string& family : style.familys())
-            families << QString::fromStdString(family);
-        if (families.isEmpty())
-            families << QFont().family();
-        font.setFamilies(families);
-        item.setFont(font);
-    }
+    if (message.has_fontstyle())
+        item.setFont(receivedFont(item.font(), message.fontstyle()));
     // The text arrives without a change signal; the frame is laid out from
     // it, one line high whatever it holds.
     if (message.has_text())
