@@ -356,7 +356,10 @@ void ItemFields::read(GraphicLineSegmentItem& item, const pb::Polyline& message)
     if (message.points_size() == 0)
         return;
     applyStyled(item, message);
-    QPainterPath outline(toPointF(message.points(0)));
+    // Cleared rather than made anew: the outline keeps its fill rule.
+    QPainterPath outline = item.outlinePath();
+    outline.clear();
+    outline.moveTo(toPointF(message.points(0)));
     for (int i = 1; i < message.points_size(); ++i)
         outline.lineTo(toPointF(message.points(i)));
     item.setOutlinePath(outline);
