@@ -4,7 +4,6 @@
 #include "graphics/graphictextcontroller.h"
 #include "inputlimits.h"
 
-#include <QFontInfo>
 #include <QFontMetricsF>
 #include <QGlyphRun>
 #include <QPainter>
