@@ -8,6 +8,7 @@
 // only row N of the second table)
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicimagecodec.h"
+#include "graphics/graphicpaths.h"
 #include "graphics/graphicpenitem.h"
 #include "inputlimits.h"
 #include "scene/graphicscene.h"
@@ -173,7 +174,7 @@ int main(int argc, char** argv)
         if (old && row.points <= 600) {
             const QPainterPath outline = GraphicPenItem::parsePathString(QString::fromStdString(path));
             timer.restart();
-            AbstractGraphicShapeItem::strokeOf(outline);
+            GraphicPaths::strokeOf(outline);
             band = QStringLiteral("%1 ms").arg(timer.nsecsElapsed() / 1e6, 0, 'f', 1);
         }
         std::printf("%-16s %7d %6.1f ms %12s  %s\n", row.name, row.points, received, qPrintable(band), row.anchor);

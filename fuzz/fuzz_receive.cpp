@@ -19,6 +19,7 @@
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "scene/graphicscene.h"
+#include "scene/itemcodec.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -317,7 +318,7 @@ std::string itemAdd(whiteboard::GraphicItem* item)
     pb::GraphicAction* action = body.mutable_graphicactiondata();
     action->set_gid(item->gid().toStdString());
     action->set_graphicactiontype(pb::GraphicActionAdd);
-    item->serializeToAction(action);
+    whiteboard::ItemCodec::write(*item, action);
     delete item;
     return envelopeOf(body);
 }

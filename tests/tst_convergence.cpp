@@ -10,6 +10,7 @@
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicobject.h"
 #include "graphics/graphicpalette.h"
+#include "scene/itemcodec.h"
 #include "scene/scenerender.h"
 
 #include "proto/whiteboard.pb.h"
@@ -175,7 +176,7 @@ QMap<QString, QByteArray> itemsOf(GraphicScene* scene)
 {
     QMap<QString, QByteArray> state;
     for (const QSharedPointer<GraphicItem>& item : scene->items(GraphicScene::ItemLayer, 1))
-        state.insert(item->gid(), item->serialize());
+        state.insert(item->gid(), whiteboard::ItemCodec::encode(*item));
     return state;
 }
 

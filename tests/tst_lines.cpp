@@ -8,6 +8,7 @@
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphiclineitem.h"
 #include "graphics/graphiclinesegmentitem.h"
+#include "graphics/graphicpaths.h"
 #include "graphics/graphicpenitem.h"
 
 #include <QHoverEvent>
@@ -292,7 +293,7 @@ void TestLines::strokeCornerDragScalesAboutAnchor()
     // The hit band follows the new shape from the release on.
     const QPointF end = stroke.outlinePath().elementAt(stroke.outlinePath().elementCount() - 1);
     QVERIFY(stroke.collidesWithPoint(end, Qt::IntersectsItemShape));
-    QCOMPARE(stroke.hitPath().boundingRect(), AbstractGraphicShapeItem::strokeOf(stroke.outlinePath()).boundingRect());
+    QCOMPARE(stroke.hitPath().boundingRect(), GraphicPaths::strokeOf(stroke.outlinePath()).boundingRect());
 }
 
 void TestLines::arrowHeadIsFilled()

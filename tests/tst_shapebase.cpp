@@ -1,5 +1,6 @@
 // The item base: default painting, hit tests, geometry notifications and identity.
 #include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicpaths.h"
 
 #include <QPainter>
 #include <QPicture>
@@ -96,7 +97,7 @@ void tst_ShapeBase::outlines_data()
     star.closeSubpath();
     QPainterPath winding = star;
     winding.setFillRule(Qt::WindingFill);
-    using Item = AbstractGraphicShapeItem;
+    using Item = GraphicPaths;
     QTest::newRow("rectangle") << Item::rectPath(frame) << rect;
     QTest::newRow("ellipse") << Item::ellipsePath(frame) << ellipse;
     QTest::newRow("line") << Item::segmentPath(frame.topLeft(), frame.bottomRight()) << line;

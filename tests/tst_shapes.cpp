@@ -4,12 +4,15 @@
 
 #include "graphics/graphicellipseitem.h"
 #include "graphics/graphicimage.h"
+#include "graphics/graphicmarkitem.h"
+#include "graphics/graphicpaths.h"
 #include "graphics/graphicrectitem.h"
 #include "graphics/graphictextitem.h"
 #include "graphics/graphiccontroller.h"
 
 #include <QMouseEvent>
 #include <QPainter>
+#include <QSignalSpy>
 
 #include <cmath>
 
@@ -162,7 +165,7 @@ private slots:
         item->mouseReleaseEvent(&release);
         QVERIFY(release.isAccepted());
         QVERIFY(!item->isEditMode());
-        QCOMPARE(item->hitPath(), AbstractGraphicShapeItem::strokeOf(item->outlinePath()));
+        QCOMPARE(item->hitPath(), GraphicPaths::strokeOf(item->outlinePath()));
         QVERIFY(!item->hitPath().contains(QPointF(250, 160)));
 
         // Finished: a press away from it is left to others, one on its edge is taken.
@@ -263,7 +266,7 @@ private slots:
 
         QCOMPARE(item->boundary(), result);
         QCOMPARE(item->outlinePath().boundingRect(), result);
-        QCOMPARE(item->hitPath(), AbstractGraphicShapeItem::strokeOf(item->outlinePath()));
+        QCOMPARE(item->hitPath(), GraphicPaths::strokeOf(item->outlinePath()));
         QCOMPARE(controller->activePoint(), -1);
         // The handles follow the new frame.
         QCOMPARE(controller->controlPoint(handle).position, controller->controlPointPosition(handle));
@@ -332,6 +335,41 @@ private slots:
         QCOMPARE(image.pixel(100, 12), qRgb(0, 0, 255));
         QCOMPARE(image.pixel(5, 35), qRgba(0, 0, 0, 0));
         QCOMPARE(image.pixel(20, 65), qRgba(0, 0, 0, 0));
+    }
+
+    // A mark's label colour comes with its user, on the thread that sets it;
+    // painting (the render thread's part) reads the mark and changes nothing.
+    void markColourComesWithItsUser_data()
+    {
+        QTest::addColumn<qlonglong>("user");
+        QTest::addColumn<bool>("valid");
+        QTest::newRow("first pair") << qlonglong(1) << true;
+        QTest::newRow("pairs share") << qlonglong(8) << true;
+        QTest::newRow("negative: invalid") << qlonglong(-3) << false;
+    }
+    void markColourComesWithItsUser()
+    {
+        QFETCH(qlonglong, user);
+        QFETCH(bool, valid);
+        GraphicMarkItem mark(QStringLiteral("Bob"), QFont(), f->scene);
+        mark.setUserId(user);
+        QCOMPARE(mark.markColor(), GraphicMarkItem::colorForUser(int(user)));
+        QCOMPARE(mark.markColor().isValid(), valid);
+        mark.place(QPointF(10, 10), f->scene->scale());
+        const QRectF frame = mark.boundary();
+        const QColor colour = mark.markColor();
+        QSignalSpy boundaryChanged(&mark, &GraphicItem::boundaryChanged);
+        QSignalSpy fontChanged(&mark, &GraphicMarkItem::fontChanged);
+        QImage image = blank(200, 100);
+        {
+            QPainter painter(&image);
+            mark.paint(&painter);
+        }
+        QVERIFY(image != blank(200, 100));
+        QCOMPARE(mark.boundary(), frame);
+        QCOMPARE(mark.markColor(), colour);
+        QCOMPARE(boundaryChanged.count(), 0);
+        QCOMPARE(fontChanged.count(), 0);
     }
 };
 

@@ -1,7 +1,9 @@
 #include "graphics/graphicarrowline.h"
 
 #include "graphics/graphicarrowlinecontroller.h"
-#include "proto/whiteboard.pb.h"
+#include "graphics/graphichittest.h"
+#include "graphics/graphicpaths.h"
+#include "graphics/graphicstyles.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -71,7 +73,7 @@ QPainterPath GraphicArrowLineItem::buildHead(const QPointF& start, const QPointF
         } else if (style == GraphicDefine::LineCapStyleCircle) {
             head.addEllipse(QRectF(-c * 0.5, -c * 0.5, c, c));
         }
-        m_headPath = sharedValue(head);
+        m_headPath = GraphicStyles::shared(head);
     }
     double dy = end.y() - start.y();
     const double dx = end.x() - start.x();
@@ -90,7 +92,7 @@ QPainterPath GraphicArrowLineItem::buildHead(const QPointF& start, const QPointF
 QPainterPath GraphicArrowLineItem::shaftWithHead(const QPointF& start, const QPointF& end)
 {
     const QPainterPath head = buildHead(start, end, GraphicDefine::LineCapStyleArrow);
-    QPainterPath path = segmentPath(start, end, 2 + head.elementCount());
+    QPainterPath path = GraphicPaths::segmentPath(start, end, 2 + head.elementCount());
     path.addPath(head);
     return path;
 }
@@ -102,7 +104,7 @@ bool GraphicArrowLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelec
     case Qt::IntersectsItemShape:
         // Only the shaft counts: the head is not a hit target.
         if (m_outlinePath.elementCount() >= 2)
-            return segmentHit(point);
+            return GraphicHitTest::nearSegment(m_outlinePath, hitTolerance(), point);
         Q_FALLTHROUGH();
     case Qt::ContainsItemBoundingRect:
     case Qt::IntersectsItemBoundingRect: {
@@ -136,7 +138,7 @@ void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
         return;
     event->setAccepted(true);
     const int w = pen().width();
-    const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
+    const QRectF old = GraphicPaths::grownUnlessEmpty(m_outlinePath.boundingRect(), w);
     m_outlinePath = shaftWithHead(m_startPoint, p);
     const QRectF r = m_outlinePath.boundingRect();
     setBoundary(r);
@@ -163,49 +165,6 @@ void GraphicArrowLineItem::paint(QPainter* painter, const QRectF*)
     painter->setPen(pen);
     painter->drawPath(m_outlinePath);
     paintSelectionVeil(painter);
-}
-
-// --- wire message -----------------------------------------------------------
-
-void GraphicArrowLineItem::buildMessage(im::whiteboard::Arrow* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_allocated_fillstyle(makeFillStyle());
-    // The shaft only: the receiver builds its own head. Cap size and style
-    // do not travel.
-    if (m_outlinePath.elementCount() > 1)
-        writeEnds(message);
-    message->set_opacity(float(opacity()));
-}
-
-QByteArray GraphicArrowLineItem::serialize()
-{
-    im::whiteboard::Arrow message;
-    buildMessage(&message);
-    return encode(message);
-}
-
-void GraphicArrowLineItem::serializeToAction(im::whiteboard::GraphicAction* action)
-{
-    buildMessage(action->mutable_arrowdata()->add_data());
-}
-
-void GraphicArrowLineItem::deserialize(const QByteArray& data)
-{
-    deserializeAs<im::whiteboard::Arrow>(data);
-}
-
-void GraphicArrowLineItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    const auto& message = static_cast<const im::whiteboard::Arrow&>(entry);
-    applyCommon(message);
-    const auto ends = receivedEnds(message);
-    if (!ends)
-        return;
-    m_outlinePath = shaftWithHead(ends->p1(), ends->p2());
-    // hitPath is deliberately left as it was.
-    setBoundary(m_outlinePath.boundingRect());
 }
 
 } // namespace whiteboard

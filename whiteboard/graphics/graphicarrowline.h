@@ -3,10 +3,6 @@
 #include "graphicdefine.h"
 #include "graphics/abstractgraphicshapeitem.h"
 
-namespace im::whiteboard {
-class Arrow;
-}
-
 namespace whiteboard {
 
 // A straight line with a head at its end. `outlinePath` holds the shaft as
@@ -36,10 +32,6 @@ public:
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     GraphicController* makeController() override;
-    QByteArray serialize() override;
-    void deserialize(const QByteArray& data) override;
-    void readEntry(const google::protobuf::MessageLite& entry) override;
-    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
@@ -50,9 +42,6 @@ signals:
     void capStyleChanged();
 
 private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Arrow* message) const;
-
     QPointF m_startPoint;
     QPainterPath m_headPath;
     bool m_pressed = false;

@@ -1,6 +1,7 @@
 #include "graphics/graphicarrowlinecontroller.h"
 
 #include "graphics/graphicarrowline.h"
+#include "graphics/graphicpaths.h"
 
 namespace whiteboard {
 
@@ -51,7 +52,7 @@ void GraphicArrowLineController::onControlPointMove(int type, QMouseEvent* event
     if (!arrow || arrow->outlinePath().elementCount() < 2)
         return;
     const QPointF p = eventPos(event);
-    const QRectF old = AbstractGraphicShapeItem::grownUnlessEmpty(arrow->outlinePath().boundingRect(), arrow->pen().width());
+    const QRectF old = GraphicPaths::grownUnlessEmpty(arrow->outlinePath().boundingRect(), arrow->pen().width());
     // The end that is not dragged stays where it was at the press.
     const QPointF from = type == TailPoint ? p : m_lineStart;
     const QPointF to = type == TailPoint ? m_lineEnd : p;

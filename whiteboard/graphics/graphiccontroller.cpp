@@ -2,6 +2,7 @@
 
 #include "graphics/abstractgraphicshapeitem.h"
 #include "graphics/graphicdistance.h"
+#include "graphics/graphicpaths.h"
 #include "scene/graphicscene.h"
 
 #include <QJSEngine>
@@ -250,7 +251,7 @@ void GraphicController::mouseReleaseEvent(QMouseEvent* event)
         if (shape->cache()) {
             shape->setCacheOffset(QPointF());
             const QPointF p = eventPos(event);
-            const QRectF old = AbstractGraphicShapeItem::grownUnlessEmpty(shape->outlinePath().boundingRect(), shape->pen().width());
+            const QRectF old = GraphicPaths::grownUnlessEmpty(shape->outlinePath().boundingRect(), shape->pen().width());
             shape->setOutlinePath(shape->outlinePath().translated(p - m_dragStartPos));
             shape->rebuildHitPath();
             shape->setBoundary(shape->outlinePath().boundingRect());

@@ -1,6 +1,7 @@
 #include "graphics/graphicellipsecontroller.h"
 
 #include "graphics/graphicellipseitem.h"
+#include "graphics/graphicpaths.h"
 #include "scene/graphicscene.h"
 
 namespace whiteboard {
@@ -44,12 +45,12 @@ void GraphicEllipseController::onControlPointMove(int type, QMouseEvent* event)
         break;
     }
     QPainterPath dirty = ellipse->outlinePath();
-    const QPainterPath outline = AbstractGraphicShapeItem::ellipsePath(r.normalized());
+    const QPainterPath outline = GraphicPaths::ellipsePath(r.normalized());
     dirty.addPath(outline);
     ellipse->setOutlinePath(outline);
     ellipse->setBoundary(outline.boundingRect());
     ellipse->rebuildHitPath();
-    m_scene->updateLayer(GraphicScene::ItemLayer, AbstractGraphicShapeItem::strokeOf(dirty));
+    m_scene->updateLayer(GraphicScene::ItemLayer, GraphicPaths::strokeOf(dirty));
 }
 
 } // namespace whiteboard

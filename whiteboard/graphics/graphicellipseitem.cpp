@@ -2,7 +2,8 @@
 
 #include "graphics/graphicdistance.h"
 #include "graphics/graphicellipsecontroller.h"
-#include "proto/whiteboard.pb.h"
+#include "graphics/graphichittest.h"
+#include "graphics/graphicpaths.h"
 
 namespace whiteboard {
 
@@ -30,9 +31,10 @@ GraphicItem* GraphicEllipseItem::copy()
 
 bool GraphicEllipseItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const
 {
-    return closedShapeHit(point, mode, [](const QPointF& q, const QRectF& b) {
+    const auto distance = [](const QPointF& q, const QRectF& b) {
         return sdEllipse(q, QPointF(b.width() * 0.5, b.height() * 0.5));
-    });
+    };
+    return GraphicHitTest::closedShape(m_outlinePath, filled(), hitTolerance(), point, mode, distance);
 }
 
 // The ellipse's press on a finished item uses the true outline, not the hit band.
@@ -56,33 +58,9 @@ QPainterPath GraphicEllipseItem::framePath(const QRectF& frame, Qt::KeyboardModi
         // As QPainterPath::addEllipse(centre, radius, radius) frames it.
         const double radius = qMin(r.height(), r.width()) * 0.5;
         const QPointF centre = r.center();
-        return ellipsePath(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius));
+        return GraphicPaths::ellipsePath(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius));
     }
-    return ellipsePath(r);
-}
-
-// --- wire message -----------------------------------------------------------
-
-QByteArray GraphicEllipseItem::serialize()
-{
-    im::whiteboard::Ellipse message;
-    writeShape(&message);
-    return encode(message);
-}
-
-void GraphicEllipseItem::serializeToAction(im::whiteboard::GraphicAction* action)
-{
-    writeShape(action->mutable_ellipsedata()->add_data());
-}
-
-void GraphicEllipseItem::deserialize(const QByteArray& data)
-{
-    deserializeAs<im::whiteboard::Ellipse>(data);
-}
-
-void GraphicEllipseItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    readShape(static_cast<const im::whiteboard::Ellipse&>(entry));
+    return GraphicPaths::ellipsePath(r);
 }
 
 } // namespace whiteboard

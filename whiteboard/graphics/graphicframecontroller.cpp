@@ -1,6 +1,7 @@
 #include "graphics/graphicframecontroller.h"
 
 #include "graphics/abstractgraphicshapeitem.h"
+#include "graphics/graphicpaths.h"
 #include "scene/graphicscene.h"
 
 namespace whiteboard {
@@ -37,7 +38,7 @@ void GraphicFrameController::onControlPointMove(int type, QMouseEvent* event)
     // Any other handle rebuilds the frame as it was at the press.
     moveCorner(r, type, eventPos(event));
     // Normalising lets a corner pass the opposite one without a special case.
-    const QPainterPath outline = AbstractGraphicShapeItem::rectPath(r.normalized());
+    const QPainterPath outline = GraphicPaths::rectPath(r.normalized());
     shape->setOutlinePath(outline);
     shape->setBoundary(outline.boundingRect());
     QPainterPath dirty = shape->hitPath();

@@ -1,5 +1,6 @@
 #include "graphics/graphicframeitem.h"
 
+#include "graphics/graphicpaths.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -26,7 +27,7 @@ bool GraphicFrameItem::pressHits(const QPointF& point) const
 
 QPainterPath GraphicFrameItem::framePath(const QRectF& frame, Qt::KeyboardModifiers) const
 {
-    return rectPath(frame);
+    return GraphicPaths::rectPath(frame);
 }
 
 void GraphicFrameItem::drawingStarted(const QPointF&, QMouseEvent*) { }
@@ -59,7 +60,7 @@ void GraphicFrameItem::mouseMoveEvent(QMouseEvent* event)
     // While dragging, the hit path also covers the previous frame: it is the
     // area to repaint.
     old.addPath(m_outlinePath);
-    setHitPath(strokeOf(old));
+    setHitPath(GraphicPaths::strokeOf(old));
     if (brush() == QBrush(Qt::NoBrush)) {
         scene()->updateLayer(GraphicScene::ActiveLayer, hitPath());
     } else {
@@ -74,9 +75,9 @@ void GraphicFrameItem::mouseReleaseEvent(QMouseEvent* event)
     m_pressed = false;
 }
 
-void GraphicFrameItem::setReceivedOutline(const QPainterPath& outline, const QRectF& frame)
+void GraphicFrameItem::placeFrame(const QRectF& frame)
 {
-    m_outlinePath = outline;
+    m_outlinePath = framePath(frame, Qt::NoModifier);
     rebuildHitPath();
     setBoundary(frame);
 }

@@ -4,10 +4,6 @@
 
 #include <QString>
 
-namespace im::whiteboard {
-class Image;
-}
-
 namespace whiteboard {
 
 // A picture stretched into a rectangular frame. The pixels live once in the
@@ -30,25 +26,26 @@ public:
     // GUI thread. The wire form of the picture; empty until the first send
     // of a picture placed here.
     QByteArray pictureBytes() const { return m_picture; }
+    // GUI thread. The wire form of the picture, made now if it is not held
+    // yet: encoded once, sent with every add.
+    QByteArray wirePicture() const;
+    // GUI thread, possibly under itemsMutex. Takes the wire form of a
+    // received picture: the same bytes again (an add that brings the item
+    // back) keep the picture shown; others replace it once they are decoded,
+    // and until then the picture held stays.
+    void takePicture(const QByteArray& bytes);
 
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     GraphicController* makeController() override;
-    QByteArray serialize() override;
-    void deserialize(const QByteArray& data) override;
-    void readEntry(const google::protobuf::MessageLite& entry) override;
-    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 private:
-    // The shared body of serialize() and serializeToAction(); the picture's
-    // bytes only `withPicture`.
-    void buildMessage(im::whiteboard::Image* message, bool withPicture);
-
     friend class GraphicImageCodec; // hands over the key of decoded pixels
 
     QString m_imageKey;
-    QByteArray m_picture;
+    // A cache of what the key names, made by the first send.
+    mutable QByteArray m_picture;
     // A received item whose first pixels are being decoded. Under itemsMutex.
     bool m_awaitingPixels = false;
 };

@@ -6,7 +6,6 @@
 #include <QMouseEvent>
 #include <QThread>
 
-#include <google/protobuf/message_lite.h>
 
 namespace whiteboard {
 
@@ -253,13 +252,6 @@ QPointF GraphicItem::eventScenePos(const QMouseEvent* event) const
 }
 
 void GraphicItem::paint(QPainter*, const QRectF*) { }
-QByteArray GraphicItem::serialize() { return QByteArray(); }
-void GraphicItem::deserialize(const QByteArray&) { }
-void GraphicItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    deserialize(QByteArray::fromStdString(entry.SerializeAsString()));
-}
-void GraphicItem::serializeToAction(im::whiteboard::GraphicAction*) { }
 GraphicItem* GraphicItem::copy() { return nullptr; }
 bool GraphicItem::collidesWithPath(const QPainterPath&, Qt::ItemSelectionMode) const { return false; }
 bool GraphicItem::collidesWithRect(const QRectF&, Qt::ItemSelectionMode) const { return false; }

@@ -20,14 +20,6 @@ class QDragMoveEvent;
 class QDragLeaveEvent;
 class QDropEvent;
 
-namespace im::whiteboard {
-class GraphicAction;
-}
-
-namespace google::protobuf {
-class MessageLite;
-}
-
 namespace whiteboard {
 
 class GraphicScene;
@@ -154,12 +146,6 @@ public:
     QPointF mapFromItem(const GraphicItem* other, double x, double y) const;
 
     virtual void paint(QPainter* painter, const QRectF* rect = nullptr);
-    virtual QByteArray serialize();
-    virtual void deserialize(const QByteArray& data);
-    // Takes the state of a received list entry of the item's own kind, as
-    // parsed with the message: deserialize() without the bytes.
-    virtual void readEntry(const google::protobuf::MessageLite& entry);
-    virtual void serializeToAction(im::whiteboard::GraphicAction* action);
     virtual GraphicItem* copy();
     virtual bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const;
     virtual bool collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const;

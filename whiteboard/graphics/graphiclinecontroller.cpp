@@ -1,6 +1,7 @@
 #include "graphics/graphiclinecontroller.h"
 
 #include "graphics/graphiclineitem.h"
+#include "graphics/graphicpaths.h"
 
 namespace whiteboard {
 
@@ -34,7 +35,7 @@ void GraphicLineController::onControlPointMove(int type, QMouseEvent* event)
     if (!line)
         return;
     const QPointF p = eventPos(event);
-    const QRectF old = AbstractGraphicShapeItem::grownUnlessEmpty(line->outlinePath().boundingRect(), line->pen().width());
+    const QRectF old = GraphicPaths::grownUnlessEmpty(line->outlinePath().boundingRect(), line->pen().width());
     QPainterPath path = line->outlinePath();
     if (path.elementCount() == 2) {
         path.setElementPositionAt(type == StartPoint ? 0 : 1, p.x(), p.y());

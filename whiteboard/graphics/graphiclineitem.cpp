@@ -1,7 +1,8 @@
 #include "graphics/graphiclineitem.h"
 
+#include "graphics/graphichittest.h"
 #include "graphics/graphiclinecontroller.h"
-#include "proto/whiteboard.pb.h"
+#include "graphics/graphicpaths.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -41,7 +42,7 @@ bool GraphicLineItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionM
     case Qt::IntersectsItemShape: {
         if (m_outlinePath.elementCount() != 2)
             return m_outlinePath.boundingRect().contains(point);
-        return segmentHit(point);
+        return GraphicHitTest::nearSegment(m_outlinePath, hitTolerance(), point);
     }
     case Qt::ContainsItemBoundingRect:
     case Qt::IntersectsItemBoundingRect:
@@ -69,9 +70,9 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
     } else if (isEditMode()) {
         event->setAccepted(true);
         const int w = pen().width();
-        const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
+        const QRectF old = GraphicPaths::grownUnlessEmpty(m_outlinePath.boundingRect(), w);
 
-        m_outlinePath = segmentPath(m_startPoint, p);
+        m_outlinePath = GraphicPaths::segmentPath(m_startPoint, p);
 
         // A horizontal or vertical line gets a boundary as thick as its pen.
         QRectF r = m_outlinePath.boundingRect();
@@ -79,7 +80,7 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
             r.setHeight(w);
         if (r.width() == 0.0)
             r.setWidth(w);
-        setHitPath(strokeOf(m_outlinePath));
+        setHitPath(GraphicPaths::strokeOf(m_outlinePath));
         setBoundary(r);
         scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
     }
@@ -91,48 +92,6 @@ void GraphicLineItem::mouseReleaseEvent(QMouseEvent* event)
     // The hit path already follows every move of the drawing.
     endPress(event, m_pressed, false);
     m_pressed = false;
-}
-
-// --- wire message -----------------------------------------------------------
-
-void GraphicLineItem::buildMessage(im::whiteboard::Line* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_opacity(float(opacity()));
-    // Only a whole line has ends to send; anything else goes without points
-    // and leaves the receiver's geometry as it is.
-    if (m_outlinePath.elementCount() == 2)
-        writeEnds(message);
-}
-
-QByteArray GraphicLineItem::serialize()
-{
-    im::whiteboard::Line message;
-    buildMessage(&message);
-    return encode(message);
-}
-
-void GraphicLineItem::serializeToAction(im::whiteboard::GraphicAction* action)
-{
-    buildMessage(action->mutable_linedata()->add_data());
-}
-
-void GraphicLineItem::deserialize(const QByteArray& data)
-{
-    deserializeAs<im::whiteboard::Line>(data);
-}
-
-void GraphicLineItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    const auto& message = static_cast<const im::whiteboard::Line&>(entry);
-    applyCommon(message);
-    const auto ends = receivedEnds(message);
-    if (!ends)
-        return;
-    m_outlinePath = segmentPath(ends->p1(), ends->p2());
-    rebuildHitPath();
-    setBoundary(m_outlinePath.boundingRect());
 }
 
 } // namespace whiteboard

@@ -3,10 +3,6 @@
 #include "graphics/abstractgraphicshapeitem.h"
 
 
-namespace im::whiteboard {
-class Line;
-}
-
 namespace whiteboard {
 
 // One straight line, drawn by a drag. `outlinePath` is exactly moveTo(start),
@@ -23,19 +19,12 @@ public:
 
     GraphicItem* copy() override;
     GraphicController* makeController() override;
-    QByteArray serialize() override;
-    void deserialize(const QByteArray& data) override;
-    void readEntry(const google::protobuf::MessageLite& entry) override;
-    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Line* message) const;
-
     QPointF m_startPoint;
     QPointF m_lastPoint;
     bool m_pressed = false;

@@ -1,6 +1,7 @@
 #include "graphics/graphiclinesegmentcontroller.h"
 
 #include "graphics/graphiclinesegmentitem.h"
+#include "graphics/graphicpaths.h"
 
 #include <QMouseEvent>
 #include <QTransform>
@@ -92,7 +93,7 @@ void GraphicLineSegmentController::onControlPointMove(int type, QMouseEvent* eve
     // Raw view position: the scene then records this drag as a move.
     m_pressPos = QPointF(event->pos());
     segment->setBoundary(path.boundingRect());
-    repaintReshaped(segment, AbstractGraphicShapeItem::grownUnlessEmpty(old, segment->pen().width()));
+    repaintReshaped(segment, GraphicPaths::grownUnlessEmpty(old, segment->pen().width()));
 }
 
 } // namespace whiteboard

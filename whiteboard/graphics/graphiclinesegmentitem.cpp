@@ -1,7 +1,8 @@
 #include "graphics/graphiclinesegmentitem.h"
 
+#include "graphics/graphichittest.h"
 #include "graphics/graphiclinesegmentcontroller.h"
-#include "proto/whiteboard.pb.h"
+#include "graphics/graphicpaths.h"
 #include "scene/graphicscene.h"
 #include "scene/sceneexport.h"
 
@@ -85,12 +86,12 @@ void GraphicLineSegmentItem::mouseMoveEvent(QMouseEvent* event)
     if (p == m_lastPoint)
         return;
     const int w = pen().width();
-    const QRectF old = grownUnlessEmpty(m_outlinePath.boundingRect(), w);
+    const QRectF old = GraphicPaths::grownUnlessEmpty(m_outlinePath.boundingRect(), w);
     m_currentSegment.clear();
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
     if (m_outlinePath.isEmpty())
-        setHitPath(strokeOf(m_currentSegment));
+        setHitPath(GraphicPaths::strokeOf(m_currentSegment));
     scene()->updateLayer(GraphicScene::ActiveLayer,
                          QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
     m_segmentDragged = true;
@@ -104,11 +105,11 @@ void GraphicLineSegmentItem::hoverMoveEvent(QHoverEvent* event)
     event->setAccepted(true);
     const QPointF p = mapToScene(scene()->mapToScene(event->position()));
     const int w = pen().width();
-    const QRectF old = grownUnlessEmpty(m_currentSegment.boundingRect(), w);
+    const QRectF old = GraphicPaths::grownUnlessEmpty(m_currentSegment.boundingRect(), w);
     m_currentSegment.clear();
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
-    setHitPath(strokeOf(m_currentSegment));
+    setHitPath(GraphicPaths::strokeOf(m_currentSegment));
     scene()->updateLayer(GraphicScene::ActiveLayer,
                          QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
 }
@@ -119,13 +120,13 @@ bool GraphicLineSegmentItem::collidesWithPoint(const QPointF& point, Qt::ItemSel
 {
     // While the polyline is drawn its band is the rubber band's.
     if (!isEditMode() && (mode == Qt::ContainsItemShape || mode == Qt::IntersectsItemShape) && hasHitPath())
-        return nearPolyline(point, kHitBandHalfWidth);
+        return GraphicHitTest::nearPolyline(m_outlinePath, GraphicPaths::kHitBandHalfWidth, point);
     return AbstractGraphicShapeItem::collidesWithPoint(point, mode);
 }
 
 QPainterPath GraphicLineSegmentItem::makeHitPath() const
 {
-    return plainStrokeOf(m_outlinePath);
+    return GraphicPaths::plainStrokeOf(m_outlinePath);
 }
 
 void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
@@ -148,50 +149,6 @@ void GraphicLineSegmentItem::paint(QPainter* painter, const QRectF*)
     drawOutline(painter);
     painter->drawPath(m_currentSegment);
     paintSelectionVeil(painter);
-}
-
-// --- wire message -----------------------------------------------------------
-
-void GraphicLineSegmentItem::buildMessage(im::whiteboard::Polyline* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_allocated_transform(makeTransforms());
-    message->set_opacity(float(opacity()));
-    for (int i = 0; i < m_outlinePath.elementCount(); ++i)
-        message->mutable_points()->AddAllocated(makePoint(m_outlinePath.elementAt(i)));
-}
-
-QByteArray GraphicLineSegmentItem::serialize()
-{
-    im::whiteboard::Polyline message;
-    buildMessage(&message);
-    return encode(message);
-}
-
-void GraphicLineSegmentItem::serializeToAction(im::whiteboard::GraphicAction* action)
-{
-    buildMessage(action->mutable_polylinedata()->add_data());
-}
-
-void GraphicLineSegmentItem::deserialize(const QByteArray& data)
-{
-    deserializeAs<im::whiteboard::Polyline>(data);
-}
-
-void GraphicLineSegmentItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    const auto& message = static_cast<const im::whiteboard::Polyline&>(entry);
-    // A polyline without points has no first vertex to start from.
-    if (message.points_size() == 0)
-        return;
-    applyCommon(message);
-    m_outlinePath.clear();
-    m_outlinePath.moveTo(toPointF(message.points(0)));
-    for (int i = 1; i < message.points_size(); ++i)
-        m_outlinePath.lineTo(toPointF(message.points(i)));
-    setBoundary(m_outlinePath.boundingRect());
-    rebuildHitPath();
 }
 
 } // namespace whiteboard

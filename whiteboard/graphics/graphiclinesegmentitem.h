@@ -3,10 +3,6 @@
 #include "graphics/abstractgraphicshapeitem.h"
 
 
-namespace im::whiteboard {
-class Polyline;
-}
-
 namespace whiteboard {
 
 // A polyline built click by click: each left press commits the rubber band
@@ -26,10 +22,6 @@ public:
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     GraphicController* makeController() override;
-    QByteArray serialize() override;
-    void deserialize(const QByteArray& data) override;
-    void readEntry(const google::protobuf::MessageLite& entry) override;
-    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -40,9 +32,6 @@ protected:
     QPainterPath makeHitPath() const override;
 
 private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Polyline* message) const;
-
     QPainterPath m_currentSegment;
     QPointF m_lastPoint;
     bool m_segmentDragged = false;

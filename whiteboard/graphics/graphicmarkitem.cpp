@@ -46,15 +46,16 @@ GraphicMarkItem::GraphicMarkItem(const QString& text, const QFont& font, Graphic
     m_font.setPixelSize(kLabelPixelSize);
     setType(Mark);
     setCursorShape(Qt::PointingHandCursor);
+    updateMarkColor();
+    connect(this, &GraphicObject::userIdChanged, this, &GraphicMarkItem::updateMarkColor);
     SceneLocker locker(&arrowRendererMutex);
     QSvgRenderer& renderer = arrowRenderer();
     if (!renderer.isValid())
         renderer.load(QStringLiteral(":/arrow.svg"));
 }
 
-// The colour is not copied: the copy finds its own in its first frame. Marks
-// live on the mark layer, which selection never reaches, so no paste copies
-// one today.
+// Marks live on the mark layer, which selection never reaches, so no paste
+// copies one today.
 GraphicMarkItem::GraphicMarkItem(const GraphicMarkItem& other)
     : AbstractGraphicShapeItem(other)
     , m_startPoint(other.m_startPoint)
@@ -62,6 +63,14 @@ GraphicMarkItem::GraphicMarkItem(const GraphicMarkItem& other)
     , m_text(other.m_text)
     , m_font(other.m_font)
 {
+    updateMarkColor();
+    connect(this, &GraphicObject::userIdChanged, this, &GraphicMarkItem::updateMarkColor);
+}
+
+// GUI thread: the scene gives a mark its user before it files it in a layer.
+void GraphicMarkItem::updateMarkColor()
+{
+    m_markColor = colorForUser(int(userId()));
 }
 
 void GraphicMarkItem::setText(const QString& text)
@@ -83,7 +92,7 @@ void GraphicMarkItem::setFont(const QFont& font)
 QColor GraphicMarkItem::colorForUser(int userId)
 {
     // Made once; a negative index still inserts an entry, so the look-ups
-    // from several render threads take turns.
+    // of several scenes take turns.
     static QHash<int, QColor> colors {
         { 0, QColor("#ED4E4E") }, { 1, QColor("#6C9DD9") }, { 2, QColor("#EEC74E") }, { 3, QColor("#8576F2") },
         { 4, QColor("#7BCD59") }, { 5, QColor("#BE6CD9") }, { 6, QColor("#63C9BF") }, { 7, QColor("#EE6293") },
@@ -130,8 +139,6 @@ void GraphicMarkItem::paint(QPainter* painter, const QRectF*)
 
     painter->setFont(m_font);
     painter->save();
-    if (!m_markColor.isValid())
-        m_markColor = colorForUser(int(userId()));
     painter->setBrush(QBrush(m_markColor, Qt::SolidPattern));
     painter->setPen(Qt::NoPen);
     painter->drawRoundedRect(labelRect, 4.0, 4.0, Qt::AbsoluteSize);

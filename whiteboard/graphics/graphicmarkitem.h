@@ -56,6 +56,7 @@ signals:
     void fontChanged();
 
 private:
+    void updateMarkColor();
     QString label(const QFontMetricsF& metrics) const;
     static QSizeF labelSize(const QFontMetricsF& metrics, const QString& shown);
 
@@ -65,7 +66,7 @@ private:
 
     QString m_text;
     QFont m_font;
-    // Fixed by the first frame.
+    // That of the user id, set with it on the GUI thread: painting only reads it.
     QColor m_markColor;
 };
 

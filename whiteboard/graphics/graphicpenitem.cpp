@@ -1,8 +1,9 @@
 #include "graphics/graphicpenitem.h"
 
+#include "graphics/graphichittest.h"
+#include "graphics/graphicpaths.h"
 #include "graphics/graphicpencontroller.h"
 #include "inputlimits.h"
-#include "proto/whiteboard.pb.h"
 #include "scene/graphicscene.h"
 
 #include <QMouseEvent>
@@ -97,13 +98,13 @@ bool GraphicPenItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMo
     // A finished stroke is hit along its centre line; one not yet released
     // has no band.
     if ((mode == Qt::ContainsItemShape || mode == Qt::IntersectsItemShape) && hasHitPath())
-        return nearPolyline(point, kHitBandHalfWidth);
+        return GraphicHitTest::nearPolyline(m_outlinePath, GraphicPaths::kHitBandHalfWidth, point);
     return AbstractGraphicShapeItem::collidesWithPoint(point, mode);
 }
 
 QPainterPath GraphicPenItem::makeHitPath() const
 {
-    return plainStrokeOf(m_outlinePath);
+    return GraphicPaths::plainStrokeOf(m_outlinePath);
 }
 
 void GraphicPenItem::mousePressEvent(QMouseEvent* event)
@@ -209,52 +210,6 @@ void GraphicPenItem::paint(QPainter* painter, const QRectF* rect)
     QRectF r = m_outlinePath.boundingRect().adjusted(-h, -h, h, h);
     r.moveTopLeft(r.topLeft() + cacheOffset());
     painter->drawImage(r, m_cacheImage);
-}
-
-// --- wire message -----------------------------------------------------------
-
-void GraphicPenItem::buildMessage(im::whiteboard::Path* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_fillstyle(makeFillStyle());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_allocated_transform(makeTransforms());
-    message->set_opacity(float(opacity()));
-    // A receiver reads a present path as at least one point.
-    if (m_outlinePath.elementCount() >= 1)
-        message->set_path(pathString().toStdString());
-}
-
-QByteArray GraphicPenItem::serialize()
-{
-    im::whiteboard::Path message;
-    buildMessage(&message);
-    return encode(message);
-}
-
-void GraphicPenItem::serializeToAction(im::whiteboard::GraphicAction* action)
-{
-    buildMessage(action->mutable_pathdata()->add_data());
-}
-
-void GraphicPenItem::deserialize(const QByteArray& data)
-{
-    deserializeAs<im::whiteboard::Path>(data);
-}
-
-void GraphicPenItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    const auto& message = static_cast<const im::whiteboard::Path&>(entry);
-    applyCommon(message);
-    if (!message.has_path())
-        return;
-    m_outlinePath = parsePathString(QString::fromStdString(message.path()));
-    // Where the text is read, its numbers are bounded: the receiving guard
-    // has only cut the points.
-    if (InputLimits::clampPath(m_outlinePath))
-        qCWarning(lcWhiteboardInput, "clamped pen stroke %s: coordinates", qPrintable(gid()));
-    setBoundary(m_outlinePath.boundingRect());
-    rebuildHitPath();
 }
 
 } // namespace whiteboard

@@ -7,10 +7,6 @@
 #include <QSize>
 #include <QString>
 
-namespace im::whiteboard {
-class Path;
-}
-
 namespace whiteboard {
 
 // The freehand stroke: one straight piece per delivered pointer move, with no
@@ -39,10 +35,6 @@ public:
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     GraphicController* makeController() override;
-    QByteArray serialize() override;
-    void deserialize(const QByteArray& data) override;
-    void readEntry(const google::protobuf::MessageLite& entry) override;
-    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const override;
     bool collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
@@ -54,9 +46,6 @@ protected:
     QPainterPath makeHitPath() const override;
 
 private:
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Path* message) const;
-
     // Recursive: paint() holds it while it remakes the image. One of the
     // scene's lock type, so that TSan sees it like the others.
     mutable SceneRecursiveMutex m_cacheLock;

@@ -1,10 +1,9 @@
 #include "graphics/graphictextitem.h"
 
+#include "graphics/graphicpaths.h"
 #include "graphics/graphictextcontroller.h"
 #include "inputlimits.h"
-#include "proto/whiteboard.pb.h"
 
-#include <QFontInfo>
 #include <QFontMetricsF>
 #include <QGlyphRun>
 #include <QPainter>
@@ -92,7 +91,7 @@ void GraphicTextItem::layoutAt(const QPointF& position)
     // A long text in a large font would otherwise reach past any pixel range.
     if (InputLimits::clampRect(frame))
         qCWarning(lcWhiteboardInput, "clamped text %s: frame", qPrintable(gid()));
-    m_outlinePath = rectPath(frame);
+    m_outlinePath = GraphicPaths::rectPath(frame);
     rebuildHitPath();
     setBoundary(frame);
 }
@@ -194,98 +193,6 @@ void GraphicTextItem::paintLaidOut(QPainter* painter, const QPen& pen)
 bool GraphicTextItem::collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode) const
 {
     return boundary().contains(point);
-}
-
-// --- wire message -----------------------------------------------------------
-
-void GraphicTextItem::buildMessage(im::whiteboard::Text* message) const
-{
-    message->set_allocated_baseinfo(makeBaseInfo());
-    message->set_allocated_fillstyle(makeFillStyle());
-    message->set_allocated_strokestyle(makeStrokeStyle());
-    message->set_allocated_transform(makeTransforms());
-    message->set_allocated_position(makePoint(boundary().topLeft()));
-    message->set_opacity(float(opacity()));
-
-    im::whiteboard::FontStyle* style = message->mutable_fontstyle();
-    style->set_bold(m_font.weight() >= 501);
-    style->set_italic(m_font.style() != QFont::StyleNormal);
-    style->set_overline(m_font.overline());
-    style->set_underline(m_font.underline());
-    style->set_strikeout(m_font.strikeOut());
-    // A font sized in points (a host's field may be) goes out in the pixels
-    // it has here: -1 would be refused by every receiver's font.
-    style->set_pixelsize(m_font.pixelSize() > 0 ? m_font.pixelSize() : QFontInfo(m_font).pixelSize());
-    style->set_stretch(m_font.stretch());
-    style->set_wordspacing(float(m_font.wordSpacing()));
-    const QStringList families = m_font.families();
-    for (const QString& family : families)
-        style->add_familys(family.toStdString());
-
-    message->set_text(m_text.toStdString());
-    // Passed through untouched; nothing here interprets it.
-    message->set_alignment(im::whiteboard::Text_Alignment(m_alignment));
-}
-
-QByteArray GraphicTextItem::serialize()
-{
-    im::whiteboard::Text message;
-    buildMessage(&message);
-    return encode(message);
-}
-
-void GraphicTextItem::serializeToAction(im::whiteboard::GraphicAction* action)
-{
-    buildMessage(action->mutable_textdata()->add_data());
-}
-
-void GraphicTextItem::deserialize(const QByteArray& data)
-{
-    deserializeAs<im::whiteboard::Text>(data);
-}
-
-void GraphicTextItem::readEntry(const google::protobuf::MessageLite& entry)
-{
-    const auto& message = static_cast<const im::whiteboard::Text&>(entry);
-    applyCommon(message);
-    if (message.has_alignment())
-        m_alignment = message.alignment();
-    if (message.has_fontstyle()) {
-        const im::whiteboard::FontStyle& style = message.fontstyle();
-        QFont font = m_font;
-        if (style.has_bold())
-            font.setWeight(style.bold() ? QFont::Bold : QFont::Normal);
-        if (style.has_italic())
-            font.setStyle(style.italic() ? QFont::StyleItalic : QFont::StyleNormal);
-        if (style.has_overline())
-            font.setOverline(style.overline());
-        if (style.has_pixelsize() && style.pixelsize() > 0)
-            font.setPixelSize(style.pixelsize());
-        if (style.has_stretch())
-            font.setStretch(style.stretch());
-        if (style.has_strikeout())
-            font.setStrikeOut(style.strikeout());
-        if (style.has_underline())
-            font.setUnderline(style.underline());
-        if (style.has_wordspacing())
-            font.setWordSpacing(style.wordspacing());
-        // Also when empty: the sender's list replaces ours. An empty list
-        // names the application's font, as the sender's field does: set as
-        // empty, fontconfig would pick any font the machine has (a serif
-        // one, with more fonts installed), and the frame would follow it.
-        QStringList families;
-        for (const std::string& family : style.familys())
-            families << QString::fromStdString(family);
-        if (families.isEmpty())
-            families << QFont().family();
-        font.setFamilies(families);
-        setFont(font);
-    }
-    // The text arrives without a change signal; the frame below is laid out
-    // from it, one line high whatever it holds.
-    if (message.has_text())
-        m_text = QString::fromStdString(message.text());
-    layoutAt(toPointF(message.position()));
 }
 
 } // namespace whiteboard

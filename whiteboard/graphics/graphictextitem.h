@@ -10,10 +10,6 @@
 
 #include <memory>
 
-namespace im::whiteboard {
-class Text;
-}
-
 namespace whiteboard {
 
 // A block of text in a rectangular frame. Editing happens in the host's input
@@ -42,10 +38,6 @@ public:
     void paint(QPainter* painter, const QRectF* rect = nullptr) override;
     GraphicItem* copy() override;
     GraphicController* makeController() override;
-    QByteArray serialize() override;
-    void deserialize(const QByteArray& data) override;
-    void readEntry(const google::protobuf::MessageLite& entry) override;
-    void serializeToAction(im::whiteboard::GraphicAction* action) override;
     bool collidesWithPoint(const QPointF& point, Qt::ItemSelectionMode mode) const override;
 
 signals:
@@ -60,8 +52,8 @@ private:
     static constexpr int kMaxDirectLength = 2000;
     void paintLaidOut(QPainter* painter, const QPen& pen);
 
-    // The shared body of serialize() and serializeToAction().
-    void buildMessage(im::whiteboard::Text* message) const;
+    // A received text is stored without a change signal.
+    friend class ItemFields;
 
     QString m_text;
     QFont m_font;

@@ -26,16 +26,24 @@ GraphicItem* make(GraphicScene* scene)
 }
 
 const ItemKind kKinds[] = {
-    { GraphicDefine::Line, GraphicItem::Line, Action::kLinedata, &make<GraphicLineItem> },
-    { GraphicDefine::Segment, GraphicItem::Segment, Action::kPolylinedata, &make<GraphicLineSegmentItem> },
-    { GraphicDefine::Rectangle, GraphicItem::Rectangle, Action::kRectdata, &make<GraphicRectItem> },
+    { GraphicDefine::Line, GraphicItem::Line, Action::kLinedata, &make<GraphicLineItem>,
+      ItemCodec::of<&Action::mutable_linedata, GraphicLineItem>() },
+    { GraphicDefine::Segment, GraphicItem::Segment, Action::kPolylinedata, &make<GraphicLineSegmentItem>,
+      ItemCodec::of<&Action::mutable_polylinedata, GraphicLineSegmentItem>() },
+    { GraphicDefine::Rectangle, GraphicItem::Rectangle, Action::kRectdata, &make<GraphicRectItem>,
+      ItemCodec::of<&Action::mutable_rectdata, GraphicRectItem>() },
     { GraphicDefine::Text, GraphicItem::Text, Action::kTextdata,
-      [](GraphicScene* scene) -> GraphicItem* { return new GraphicTextItem(QString(), QFont(), scene, nullptr); } },
-    { GraphicDefine::Ellipse, GraphicItem::Ellipse, Action::kEllipsedata, &make<GraphicEllipseItem> },
-    { GraphicDefine::Pen, GraphicItem::Pen, Action::kPathdata, &make<GraphicPenItem> },
+      [](GraphicScene* scene) -> GraphicItem* { return new GraphicTextItem(QString(), QFont(), scene, nullptr); },
+      ItemCodec::of<&Action::mutable_textdata, GraphicTextItem>() },
+    { GraphicDefine::Ellipse, GraphicItem::Ellipse, Action::kEllipsedata, &make<GraphicEllipseItem>,
+      ItemCodec::of<&Action::mutable_ellipsedata, GraphicEllipseItem>() },
+    { GraphicDefine::Pen, GraphicItem::Pen, Action::kPathdata, &make<GraphicPenItem>,
+      ItemCodec::of<&Action::mutable_pathdata, GraphicPenItem>() },
     { GraphicDefine::Image, GraphicItem::Image, Action::kImagedata,
-      [](GraphicScene* scene) -> GraphicItem* { return new GraphicImage(QString(), scene, nullptr); } },
-    { GraphicDefine::ArrowLine, GraphicItem::ArrowLine, Action::kArrowdata, &make<GraphicArrowLineItem> },
+      [](GraphicScene* scene) -> GraphicItem* { return new GraphicImage(QString(), scene, nullptr); },
+      ItemCodec::of<&Action::mutable_imagedata, GraphicImage>() },
+    { GraphicDefine::ArrowLine, GraphicItem::ArrowLine, Action::kArrowdata, &make<GraphicArrowLineItem>,
+      ItemCodec::of<&Action::mutable_arrowdata, GraphicArrowLineItem>() },
 };
 
 template <class Matches>

@@ -8,6 +8,7 @@
 #include "graphics/graphicmarkitem.h"
 #include "inputlimits.h"
 #include "scene/inboundguard.h"
+#include "scene/itemcodec.h"
 #include "scene/itemkind.h"
 #include "scene/versionbound.h"
 #include "scene/wiremessages.h"
@@ -168,14 +169,14 @@ void SyncEngine::takeWireForm(GraphicItem* item)
 {
     // Read back as a receiving board builds it, on a fresh item: what the
     // message leaves out takes a fresh item's value here too.
-    const QByteArray bytes = item->serialize();
+    const QByteArray bytes = ItemCodec::encode(*item);
     const ItemKind* kind = ItemKind::ofType(item->type());
     if (bytes.isEmpty() || !kind)
         return;
     const std::unique_ptr<GraphicItem> fresh(kind->make(&m_scene));
-    fresh->deserialize(bytes);
+    ItemCodec::decode(*fresh, bytes);
     SceneLocker locker(&m_scene.itemsMutex());
-    item->deserialize(fresh->serialize());
+    ItemCodec::decode(*item, ItemCodec::encode(*fresh));
 }
 
 // --- inbound ----------------------------------------------------------------
@@ -283,7 +284,7 @@ QRect SyncEngine::applyUnversionedEntry(const ReceivedEntry& entry, const QShare
         // The render thread may be painting the item.
         SceneLocker locker(&m_scene.itemsMutex());
         dirty = item->boundary().toRect();
-        item->readEntry(*entry.message);
+        ItemCodec::read(*item, *entry.message);
     }
     if (known)
         m_scene.updateItemIndex(GraphicScene::ItemLayer, item);
@@ -339,7 +340,7 @@ void SyncEngine::placeVersionedEntry(const ReceivedEntry& entry, const QString& 
     const bool reuse = held && held->type() == entry.type;
     const QSharedPointer<GraphicItem> item = reuse ? held : GraphicScene::makeShared(ItemKind::ofType(entry.type)->make(&m_scene));
     const QRect before = live ? live->boundary().toRect() : QRect();
-    item->readEntry(*entry.message);
+    ItemCodec::read(*item, *entry.message);
     if (item->gid() != gid)
         item->setGid(gid);
     if (live && reuse)

@@ -1,6 +1,7 @@
 #include "scene/wiremessages.h"
 
 #include "graphics/graphicitem.h"
+#include "scene/itemcodec.h"
 
 #include "proto/whiteboard.pb.h"
 
@@ -50,7 +51,7 @@ void addItemEnvelope(pb::TransferData* data, pb::GraphicActionType type, Graphic
     action->set_gid(gid);
     setVersion(action, version);
     // Removals carry the whole item too.
-    item->serializeToAction(action);
+    ItemCodec::write(*item, action);
     pb::SingleWhiteboardData* envelope = addEnvelope(data, body, time);
     envelope->set_gid(gid);
     envelope->set_graphicactiontype(type);
