@@ -142,7 +142,7 @@ void GraphicArrowLineItem::mouseMoveEvent(QMouseEvent* event)
     m_outlinePath = shaftWithHead(m_startPoint, p);
     const QRectF r = m_outlinePath.boundingRect();
     setBoundary(r);
-    scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
+    scene()->invalidate(r.adjusted(-w, -w, w, w).united(old), GraphicScene::ActiveLayer);
 }
 
 void GraphicArrowLineItem::mouseReleaseEvent(QMouseEvent* event)

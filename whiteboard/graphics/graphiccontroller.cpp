@@ -213,21 +213,21 @@ void GraphicController::translateItem(const QPointF& target, const QPointF& from
     if (shape->cache()) {
         // The raster cache is painted at an offset; the geometry moves at release.
         shape->setCacheOffset(target - from);
-        m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(shape->outlinePath().boundingRect().toRect()));
+        m_scene->invalidate(shape->outlinePath().boundingRect(), GraphicScene::ItemLayer);
         return;
     }
     shape->setOutlinePath(shape->outlinePath().translated(target - from));
     shape->rebuildHitPath();
     shape->setBoundary(shape->outlinePath().boundingRect());
     const int w = shape->pen().width();
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(shape->boundary().adjusted(-w, -w, w, w).toRect()));
+    m_scene->invalidate(shape->boundary().adjusted(-w, -w, w, w), GraphicScene::ItemLayer);
     m_pressPos = target;
 }
 
 void GraphicController::repaintReshaped(const AbstractGraphicShapeItem* shape, const QRectF& before)
 {
     const int w = shape->pen().width();
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(shape->boundary().adjusted(-w, -w, w, w).united(before).toRect()));
+    m_scene->invalidate(shape->boundary().adjusted(-w, -w, w, w).united(before), GraphicScene::ItemLayer);
 }
 
 void GraphicController::mouseMoveEvent(QMouseEvent* event)

@@ -50,7 +50,7 @@ void GraphicEllipseController::onControlPointMove(int type, QMouseEvent* event)
     ellipse->setOutlinePath(outline);
     ellipse->setBoundary(outline.boundingRect());
     ellipse->rebuildHitPath();
-    m_scene->updateLayer(GraphicScene::ItemLayer, GraphicPaths::strokeOf(dirty));
+    m_scene->invalidate(GraphicPaths::strokeOf(dirty).boundingRect(), GraphicScene::ItemLayer);
 }
 
 } // namespace whiteboard

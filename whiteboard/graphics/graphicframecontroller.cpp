@@ -45,7 +45,7 @@ void GraphicFrameController::onControlPointMove(int type, QMouseEvent* event)
     shape->rebuildHitPath();
     dirty.addPath(shape->hitPath());
     frameResized(shape);
-    m_scene->updateLayer(GraphicScene::ItemLayer, dirty);
+    m_scene->invalidate(dirty.boundingRect(), GraphicScene::ItemLayer);
 }
 
 } // namespace whiteboard

@@ -62,10 +62,10 @@ void GraphicFrameItem::mouseMoveEvent(QMouseEvent* event)
     old.addPath(m_outlinePath);
     setHitPath(GraphicPaths::strokeOf(old));
     if (brush() == QBrush(Qt::NoBrush)) {
-        scene()->updateLayer(GraphicScene::ActiveLayer, hitPath());
+        scene()->invalidate(hitPath().boundingRect(), GraphicScene::ActiveLayer);
     } else {
         const int w = pen().width();
-        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(old.boundingRect().adjusted(-w, -w, w, w).toRect()));
+        scene()->invalidate(old.boundingRect().adjusted(-w, -w, w, w), GraphicScene::ActiveLayer);
     }
 }
 

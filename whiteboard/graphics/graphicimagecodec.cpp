@@ -89,7 +89,7 @@ void GraphicImageCodec::hand(quint64 ticket, const QImage& image)
             item->m_awaitingPixels = false;
             dirty = item->boundary().toAlignedRect();
         }
-        m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(dirty));
+        m_scene->invalidate(dirty, GraphicScene::ItemLayer);
     }
     emit pictureDecoded();
 }
@@ -98,7 +98,7 @@ void GraphicImageCodec::run(std::function<void()> work, const QRect& region)
 {
     m_pool.start([this, work = std::move(work), region] {
         work();
-        QMetaObject::invokeMethod(this, [this, region] { m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(region)); },
+        QMetaObject::invokeMethod(this, [this, region] { m_scene->invalidate(region, GraphicScene::ItemLayer); },
                                   Qt::QueuedConnection);
         SceneLocker locker(&m_taskEnd);
     });

@@ -82,7 +82,7 @@ void GraphicLineItem::mouseMoveEvent(QMouseEvent* event)
             r.setWidth(w);
         setHitPath(GraphicPaths::strokeOf(m_outlinePath));
         setBoundary(r);
-        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(r.adjusted(-w, -w, w, w).united(old).toRect()));
+        scene()->invalidate(r.adjusted(-w, -w, w, w).united(old), GraphicScene::ActiveLayer);
     }
     m_lastPoint = p;
 }

@@ -65,7 +65,7 @@ void GraphicLineSegmentItem::mousePressEvent(QMouseEvent* event)
     if (!m_currentSegment.isEmpty()) {
         const int w = pen().width();
         const QRectF dirty = m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(m_outlinePath.boundingRect());
-        scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(dirty.toRect()));
+        scene()->invalidate(dirty, GraphicScene::ActiveLayer);
         m_currentSegment.clear();
     }
     if (m_outlinePath.isEmpty())
@@ -92,8 +92,7 @@ void GraphicLineSegmentItem::mouseMoveEvent(QMouseEvent* event)
     m_currentSegment.lineTo(p);
     if (m_outlinePath.isEmpty())
         setHitPath(GraphicPaths::strokeOf(m_currentSegment));
-    scene()->updateLayer(GraphicScene::ActiveLayer,
-                         QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
+    scene()->invalidate(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old), GraphicScene::ActiveLayer);
     m_segmentDragged = true;
 }
 
@@ -110,8 +109,7 @@ void GraphicLineSegmentItem::hoverMoveEvent(QHoverEvent* event)
     m_currentSegment.moveTo(m_lastPoint);
     m_currentSegment.lineTo(p);
     setHitPath(GraphicPaths::strokeOf(m_currentSegment));
-    scene()->updateLayer(GraphicScene::ActiveLayer,
-                         QRegion(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old).toRect()));
+    scene()->invalidate(m_currentSegment.boundingRect().adjusted(-w, -w, w, w).united(old), GraphicScene::ActiveLayer);
 }
 
 void GraphicLineSegmentItem::mouseReleaseEvent(QMouseEvent*) { }

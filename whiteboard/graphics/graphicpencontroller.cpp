@@ -50,7 +50,7 @@ void GraphicPenController::onControlPointMove(int type, QMouseEvent* event)
     m_pressPos = QPointF(event->pos());
     pen->setBoundary(path.boundingRect());
     const int w = pen->pen().width();
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(pen->boundary().adjusted(-w, -w, w, w).toRect()));
+    m_scene->invalidate(pen->boundary().adjusted(-w, -w, w, w), GraphicScene::ItemLayer);
 }
 
 void GraphicPenController::onControlPointRelease(int, QMouseEvent*)

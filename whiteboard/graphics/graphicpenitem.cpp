@@ -143,7 +143,7 @@ void GraphicPenItem::mouseMoveEvent(QMouseEvent* event)
             const int w = pen().width() + 1;
             const QRectF piece(QPointF(std::min(m_lastPoint.x(), p.x()), std::min(m_lastPoint.y(), p.y())),
                                QPointF(std::max(m_lastPoint.x(), p.x()), std::max(m_lastPoint.y(), p.y())));
-            scene()->updateLayer(GraphicScene::ActiveLayer, QRegion(piece.adjusted(-w, -w, w, w).toRect()));
+            scene()->invalidate(piece.adjusted(-w, -w, w, w), GraphicScene::ActiveLayer);
         }
         m_lastPoint = p;
     } else {

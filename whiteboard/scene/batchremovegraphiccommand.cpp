@@ -35,7 +35,7 @@ void BatchRemoveGraphicCommand::redo()
     }
     const QRect rect = dirtyRect();
     m_scene->removeItems(GraphicScene::ItemLayer, m_items);
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
+    m_scene->invalidate(rect, GraphicScene::ItemLayer);
     if (m_sync && !m_announced)
         m_scene->sendItemBatch(im::whiteboard::GraphicActionRemove, m_items);
     m_announced = false;
@@ -45,7 +45,7 @@ void BatchRemoveGraphicCommand::undo()
 {
     const QRect rect = dirtyRect();
     m_scene->addItems(GraphicScene::ItemLayer, m_items);
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(rect));
+    m_scene->invalidate(rect, GraphicScene::ItemLayer);
     if (m_sync)
         m_scene->sendItemBatch(im::whiteboard::GraphicActionAdd, m_items);
 }

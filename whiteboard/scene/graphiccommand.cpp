@@ -40,7 +40,7 @@ void GraphicCommand::attach()
 
 void GraphicCommand::repaintItem()
 {
-    m_scene->updateLayer(GraphicScene::ItemLayer, QRegion(m_item->boundary().toRect()));
+    m_scene->invalidate(m_item->boundary(), GraphicScene::ItemLayer);
 }
 
 void GraphicCommand::changeItem(const std::function<void()>& change)
