@@ -159,7 +159,10 @@ void GraphicScene::setViewport(const QRectF& r)
         m_viewport = r;
     }
     emit viewportChanged();
-    update(viewportRect());
+    // Nothing on the page changed: the renderer scrolls or scales what it keeps.
+    if (m_render)
+        m_render->makeViewDirty();
+    requestFrame();
 }
 
 void GraphicScene::setBackgroundBrush(const QBrush& brush)

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <thread>
 
 namespace whiteboard {
@@ -24,15 +25,75 @@ namespace whiteboard {
 namespace {
 
 // A region of many rectangles costs more to query piece by piece than as
-// its bounding rectangle. Frames keep more pieces than the thumbnails: a
-// burst of received moves scattered over a big board would otherwise
-// repaint, and record under itemsMutex, every item of the page.
+// tiles. Frames keep more pieces than the thumbnails: a burst of received
+// moves scattered over a big board would otherwise repaint, and record under
+// itemsMutex, every item of the page.
 constexpr int kMaxQueryRects = 16;
 constexpr int kMaxFrameRects = 64;
+constexpr int kTile = 64;
 // Below these a repaint is not worth splitting into bands: readying the
 // recording and handing the bands over cost more than another core saves.
 constexpr int kBandItems = 512;
 constexpr int kBandRows = 64;
+
+// Adds `rect` to `region`, which turns into tiles beyond `maxRects` pieces:
+// once tiled, what is added is grown to the tiles it touches, so that the
+// pieces stay few without tiling the whole again at every change.
+void accumulate(QRegion& region, const QRect& rect, int maxRects)
+{
+    if (region.rectCount() <= maxRects) {
+        region += rect;
+        if (region.rectCount() > maxRects)
+            region = DirtyArea::tiled(region, maxRects, kTile);
+    } else {
+        const int left = int(std::floor(double(rect.left()) / kTile)) * kTile;
+        const int top = int(std::floor(double(rect.top()) / kTile)) * kTile;
+        const int right = (int(std::floor(double(rect.right()) / kTile)) + 1) * kTile;
+        const int bottom = (int(std::floor(double(rect.bottom()) / kTile)) + 1) * kTile;
+        region += QRect(QPoint(left, top), QPoint(right - 1, bottom - 1));
+        if (region.rectCount() > maxRects * 4)
+            region = DirtyArea::tiled(region, maxRects, kTile);
+    }
+}
+
+// Scrolls the pixels of `image` by `by` device pixels; what comes into view
+// keeps its old pixels until repainted.
+void scrollImage(QImage& image, const QPoint& by)
+{
+    const int width = image.width() - std::abs(by.x());
+    if (width <= 0 || std::abs(by.y()) >= image.height())
+        return;
+    const int pixel = image.depth() / 8;
+    const qsizetype line = image.bytesPerLine();
+    uchar* const bits = image.bits();
+    const int from = std::max(0, -by.x()) * pixel;
+    const int to = std::max(0, by.x()) * pixel;
+    const auto row = [&](int y) { std::memmove(bits + y * line + to, bits + (y - by.y()) * line + from, size_t(width) * pixel); };
+    if (by.y() > 0) {
+        for (int y = image.height() - 1; y >= by.y(); --y)
+            row(y);
+    } else {
+        for (int y = 0; y < image.height() + by.y(); ++y)
+            row(y);
+    }
+}
+
+// How far a page painted with `before` moves, in view units, when painted
+// with `after` at the same zoom; false unless by whole view and device pixels.
+bool scrollShift(const FrameState& before, const FrameState& after, double ratio, QPoint* shift)
+{
+    if (before.scale != after.scale || before.viewport.size() != after.viewport.size())
+        return false;
+    const QTransform from = before.sceneToView();
+    const QTransform to = after.sceneToView();
+    const QPointF by(to.dx() - from.dx(), to.dy() - from.dy());
+    const QPoint whole(int(std::lround(by.x())), int(std::lround(by.y())));
+    const auto integral = [](double value) { return value == std::round(value); };
+    if (by.x() != whole.x() || by.y() != whole.y() || !integral(whole.x() * ratio) || !integral(whole.y() * ratio))
+        return false;
+    *shift = whole;
+    return true;
+}
 
 QRect boundsOf(const DirtyArea& area)
 {
@@ -113,9 +174,7 @@ void SceneRender::record(const DirtyArea& area, GraphicScene::SceneLayer layer)
     // Kept apart from the lists: a thumbnail pass may come long after the
     // frame that consumed them.
     if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole && area.isVisible()) {
-        m_thumbnailDirty += boundsOf(area);
-        if (m_thumbnailDirty.rectCount() > kMaxQueryRects)
-            m_thumbnailDirty = m_thumbnailDirty.boundingRect();
+        accumulate(m_thumbnailDirty, boundsOf(area), kMaxQueryRects);
     }
 }
 
@@ -133,14 +192,15 @@ void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer
     // Grown by a pixel so that a line without width still covers its pixels.
     const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
     SceneLocker locker(&m_dirtyMutex);
-    m_silentDirty += area;
-    if (m_silentDirty.rectCount() > kMaxFrameRects)
-        m_silentDirty = m_silentDirty.boundingRect();
-    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole) {
-        m_thumbnailDirty += area;
-        if (m_thumbnailDirty.rectCount() > kMaxQueryRects)
-            m_thumbnailDirty = m_thumbnailDirty.boundingRect();
-    }
+    accumulate(m_silentDirty, area, kMaxFrameRects);
+    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole)
+        accumulate(m_thumbnailDirty, area, kMaxQueryRects);
+}
+
+void SceneRender::makeViewDirty()
+{
+    SceneLocker locker(&m_dirtyMutex);
+    m_viewMoved = true;
 }
 
 void SceneRender::makeDirtyPath(const QPainterPath& path, GraphicScene::SceneLayer layer)
@@ -235,29 +295,34 @@ void SceneRender::paint()
         return;
     if (!m_paintTimer) {
         m_paintTimer = new QTimer(this);
-        m_paintTimer->setInterval(kFrameInterval);
         m_paintTimer->setSingleShot(true);
         connect(m_paintTimer, &QTimer::timeout, this, &SceneRender::paint);
     }
+    const int interval = m_frameInterval;
+    m_paintTimer->setInterval(interval);
     // Measured from the end of the last frame: long frames cannot run back
     // to back and starve the GUI thread.
-    if (QDateTime::currentMSecsSinceEpoch() - m_lastPaintTime < kFrameInterval) {
+    const qint64 since = QDateTime::currentMSecsSinceEpoch() - m_lastPaintTime;
+    if (since < interval) {
         // Too early: one timer arm, and the trailing request is never lost.
         if (!m_paintTimer->isActive())
-            m_paintTimer->start();
+            m_paintTimer->start(int(interval - since));
         return;
     }
 
     QList<DirtyArea> lists[GraphicScene::kLayerCount];
     QRegion changed;
+    // A preview shown asks for its exact page.
+    bool dirty = m_silentDue || m_previewStart != 0;
     {
         SceneLocker locker(&m_dirtyMutex);
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
             lists[key] = m_dirtyAreas.take(GraphicScene::SceneLayer(key));
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
             m_dirtyAreas.insert(GraphicScene::SceneLayer(key), QList<DirtyArea>());
+        dirty = dirty || m_viewMoved;
+        m_viewMoved = false;
     }
-    bool dirty = m_silentDue;
     m_silentDue = false;
     for (int key = 0; key < GraphicScene::kLayerCount && !dirty; ++key)
         dirty = std::any_of(lists[key].cbegin(), lists[key].cend(), [](const DirtyArea& area) { return area.isVisible(); });
@@ -282,10 +347,7 @@ void SceneRender::paint()
         for (const DirtyArea& area : list) {
             if (!area.isVisible())
                 continue;
-            changed += boundsOf(area);
-            // Unions of many pieces cost more than they save.
-            if (changed.rectCount() > kMaxFrameRects)
-                changed = changed.boundingRect();
+            accumulate(changed, boundsOf(area), kMaxFrameRects);
         }
     }
     composeFrame(state, changed);
@@ -298,12 +360,12 @@ void SceneRender::paint()
     {
         SceneLocker locker(&m_dirtyMutex);
         m_silentDue = !m_silentDirty.isEmpty();
-        pending = m_silentDue;
+        pending = m_silentDue || m_viewMoved || m_previewStart != 0;
         for (auto it = m_dirtyAreas.cbegin(); it != m_dirtyAreas.cend() && !pending; ++it)
             pending = std::any_of(it->cbegin(), it->cend(), [](const DirtyArea& area) { return area.isVisible(); });
     }
     if (pending && !m_paintTimer->isActive())
-        m_paintTimer->start();
+        m_paintTimer->start(m_frameInterval);
 }
 
 void SceneRender::composeFrame()
@@ -321,18 +383,53 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     const QImage base = baseImage();
     if (base.isNull())
         return;
-    const bool whole = m_pageImage.size() != base.size() || m_pageImage.devicePixelRatio() != base.devicePixelRatio()
-        || !state.samePage(m_pageState) || changed.isEmpty();
+    const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
+    const bool kept = !m_pageImage.isNull() && m_pageImage.size() == base.size() && m_pageImage.devicePixelRatio() == base.devicePixelRatio()
+        && state.samePicture(m_pageState);
+    QPoint shift;
+    const bool scrolled = kept && !state.samePage(m_pageState) && scrollShift(m_pageState, state, base.devicePixelRatio(), &shift)
+        && std::abs(shift.x()) < pageRect.width() && std::abs(shift.y()) < pageRect.height();
+    const bool partial = kept && state.samePage(m_pageState) && !changed.isEmpty();
+    if (kept && !scrolled && !partial && state.scale != m_pageState.scale) {
+        // A zoom: the kept page scaled at once, for a while, unless this is
+        // the very state previewed (its exact page is due) or the preview
+        // has lasted long enough.
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        const bool previewed = m_previewStart != 0 && state.samePage(m_previewState);
+        if (!previewed && (m_previewStart == 0 || now - m_previewStart < kPreviewSpan)) {
+            if (m_previewStart == 0)
+                m_previewStart = now;
+            m_previewState = state;
+            // What changed meanwhile waits for the exact page.
+            if (!changed.isEmpty()) {
+                SceneLocker locker(&m_dirtyMutex);
+                for (const QRect& rect : changed)
+                    accumulate(m_silentDirty, rect, kMaxFrameRects);
+            }
+            composePreview(state, base);
+            return;
+        }
+    }
+    m_previewStart = 0;
+    const bool whole = !scrolled && !partial;
     QRegion dirty;
     if (whole) {
         m_pageImage = base;
-        dirty = QRegion(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
+        dirty = QRegion(pageRect);
     } else {
-        dirty = imageRegion(changed, state.sceneToView(), state.paintMargin)
-                    .intersected(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
+        if (scrolled) {
+            // Whole device pixels: the kept pixels are those a repaint at the
+            // new place gives. What comes into view is repainted, and so is
+            // what the page's edge uncovers or covers (the border is
+            // rounded to view pixels, and the ground outside it is plain).
+            scrollImage(m_pageImage, (QPointF(shift) * base.devicePixelRatio()).toPoint());
+            dirty = QRegion(pageRect) - QRegion(pageRect.translated(shift));
+            dirty += state.borderRegion.xored(m_pageState.borderRegion.translated(shift));
+        }
+        dirty += imageRegion(changed, state.sceneToView(), state.paintMargin);
+        dirty = dirty.intersected(pageRect);
     }
     m_pageState = state;
-    const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
     // A mark sizes itself as it paints, and items change while a frame
     // paints: what changed meanwhile is painted again in this same frame,
     // twice at most. What changes during the last pass stays for the next
@@ -353,25 +450,52 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
         }
         dirty = grown.isEmpty() ? QRegion() : imageRegion(grown, state.sceneToView(), state.paintMargin).intersected(pageRect);
     }
-    QImage frame = m_pageImage;
+    if (handOver(state, m_pageImage, whole, scrolled))
+        scheduleThumbnails();
+}
+
+void SceneRender::composePreview(const FrameState& state, const QImage& base)
+{
+    QImage frame(base.size(), base.format());
+    frame.setDevicePixelRatio(base.devicePixelRatio());
+    {
+        QPainter painter(&frame);
+        const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        painter.fillRect(pageRect, state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent));
+        painter.setClipRegion(state.borderRegion);
+        // The kept page's view units to the new ones; nearest pixels, for
+        // speed: the exact page follows.
+        painter.setTransform(m_pageState.sceneToView().inverted() * state.sceneToView());
+        painter.drawImage(QPointF(0, 0), m_pageImage);
+    }
+    handOver(state, frame, false, false);
+}
+
+bool SceneRender::handOver(const FrameState& state, QImage frame, bool whole, bool scrolled)
+{
     if (!finishFrame(state, frame))
-        return;
+        return false;
     {
         SceneLocker locker(&m_imageMutex);
         m_frameImage = frame;
     }
-    {
-        // Handed over under itemsMutex: the scene's destructor takes it after
-        // asking us to quit, so no receiver sees a scene being torn down.
-        SceneLocker locker(&m_scene->itemsMutex());
-        if (quitRequested())
-            return;
+    // Handed over under itemsMutex: the scene's destructor takes it after
+    // asking us to quit, so no receiver sees a scene being torn down.
+    SceneLocker locker(&m_scene->itemsMutex());
+    if (quitRequested())
+        return false;
+    if (m_previewStart != 0) {
+        ++m_previewFrames;
+    } else {
         ++m_composedFrames;
         if (!whole)
             ++m_partialFrames;
-        emit finished(frame);
+        if (scrolled)
+            ++m_scrolledFrames;
     }
-    scheduleThumbnails();
+    emit finished(frame);
+    return true;
 }
 
 GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const
@@ -384,7 +508,7 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
         return back.mapRect(QRectF(rect)).adjusted(-margin, -margin, margin, margin);
     };
     GraphicItemList found;
-    if (area.rectCount() == 1 || area.rectCount() > kMaxFrameRects) {
+    if (area.rectCount() == 1) {
         found = root->query(sceneRect(area.boundingRect()));
     } else {
         QSet<const GraphicItem*> seen;

@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QRegion>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -24,12 +25,16 @@ class BandWorkers;
 class PaintRecording;
 
 // The render worker. Lives on "graphic_render_thread"; turns at most one
-// frame request per 40 ms into a finished image. It keeps the painted page
-// and repaints only what the dirty lists name, from a FrameState copied under
-// the scene's itemsMutex. The items of a repaint are found and recorded under
-// that lock and painted from the recording without it (PaintRecording), so
-// the GUI thread never waits for a frame's painting. A big repaint is
-// painted in horizontal bands at once, one per core (BandWorkers).
+// frame request per frame interval (40 ms unless the host asks for less) into
+// a finished image. It keeps the painted page and repaints only what the
+// dirty lists name, from a FrameState copied under the scene's itemsMutex. A
+// pan by whole pixels scrolls the kept page and repaints the strip that comes
+// into view; a zoom first shows the kept page scaled (a preview), then the
+// exact page one frame interval later. The items of a repaint are found and
+// recorded under that lock and painted from the recording without it
+// (PaintRecording), so the GUI thread never waits for a frame's painting. A
+// big repaint is painted in horizontal bands at once, one per core
+// (BandWorkers).
 //
 // Locks: imageMutex guards the images the GUI thread resizes; it is never
 // held while another lock is taken. thumbnailMutex guards the thumbnail pass
@@ -39,7 +44,11 @@ class SceneRender : public QObject
     Q_OBJECT
 
 public:
+    // The default least time between frames.
     static constexpr int kFrameInterval = 40;
+    // A zoom is previewed from the kept page for this long at most; the
+    // exact page follows within a frame interval after.
+    static constexpr int kPreviewSpan = 100;
     // The thumbnails may lag the view by this much.
     static constexpr int kThumbnailInterval = 200;
 
@@ -61,9 +70,18 @@ public:
     // their dirty regions, and thumbnail passes. A frame counted after a
     // change was made may have started before it; thumbnailImage() brings
     // the thumbnails up to date whatever the count.
+    // Previews are counted apart: a composed frame is always exact, and
+    // the frame after a preview is one.
     int composedFrames() const { return m_composedFrames; }
     int partialFrames() const { return m_partialFrames; }
+    int scrolledFrames() const { return m_scrolledFrames; }
+    int previewFrames() const { return m_previewFrames; }
     int thumbnailPasses() const { return m_thumbnailPasses; }
+
+    // Any thread: the least time between the end of a frame and the start
+    // of the next, in ms (at least 1).
+    int frameInterval() const { return m_frameInterval; }
+    void setFrameInterval(int interval) { m_frameInterval = std::max(1, interval); }
 
     // Render thread, or GUI thread with the render thread stopped: composes
     // one frame now; a full one unless only dirty regions are due.
@@ -93,6 +111,9 @@ public slots:
     // Any thread: a change that makes no frame due, repainted with the next
     // frame that is (items added, removed or moved). Takes dirtyMutex only.
     void makeDirtySilently(const QRectF& rect, whiteboard::GraphicScene::SceneLayer layer);
+    // Any thread: the viewport moved or zoomed; a frame is due, and the
+    // page's items are not dirty. Takes dirtyMutex only.
+    void makeViewDirty();
     // Render thread only.
     void paint();
     // Render thread, queued; also the GUI thread inside updateRenderSize.
@@ -108,8 +129,15 @@ private:
     // Any thread, takes dirtyMutex.
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer) EXCLUDES(m_dirtyMutex);
     // Render thread: a whole frame, or one that repaints `changed` (scene
-    // units) of the kept page when nothing else moved.
+    // units) of the kept page when nothing else moved, or scrolls it when
+    // only the viewport did, or previews a zoom.
     void composeFrame(const FrameState& state, const QRegion& changed);
+    // Render thread: the kept page scaled to `state`, handed over; the
+    // exact page is due next.
+    void composePreview(const FrameState& state, const QImage& base);
+    // Render thread: control points, surround, hand-over; false when
+    // abandoned.
+    bool handOver(const FrameState& state, QImage frame, bool whole, bool scrolled);
     // Render thread: paints `page` in full, or only `dirty` (view units);
     // false when the frame was abandoned.
     bool repaintPage(const FrameState& state, const QRegion& dirty);
@@ -138,6 +166,9 @@ private:
     std::atomic<int> m_composedFrames { 0 };
     std::atomic<int> m_partialFrames { 0 };
     std::atomic<int> m_thumbnailPasses { 0 };
+    std::atomic<int> m_scrolledFrames { 0 };
+    std::atomic<int> m_previewFrames { 0 };
+    std::atomic<int> m_frameInterval { kFrameInterval };
     // After thumbnailMutex and the scene's itemsMutex (see GraphicScene).
     SceneMutex m_dirtyMutex ACQUIRED_AFTER(m_thumbnailMutex);
     // A leaf: nothing else is taken while it is held.
@@ -168,6 +199,12 @@ private:
     QRegion m_silentDirty GUARDED_BY(m_dirtyMutex);
     // Render thread only: silent changes made during the last frame.
     bool m_silentDue = false;
+    // Render thread only: when the shown zoom preview began (0: none shown),
+    // and the state it previewed.
+    qint64 m_previewStart = 0;
+    FrameState m_previewState;
+    // The viewport moved since the last frame.
+    bool m_viewMoved GUARDED_BY(m_dirtyMutex) = false;
     // Under dirtyMutex, like the lists above.
     bool m_thumbnailWhole GUARDED_BY(m_dirtyMutex) = true;
     // thumbnailMutex guards these: the images as last painted, their serial
