@@ -79,6 +79,8 @@ private slots:
     void growthWhilePaintingComesWithLaterFrames();
     void framesPaintAsTheItemsDo_data();
     void framesPaintAsTheItemsDo();
+    void keptPixelsAreThoseOfAFreshRepaint_data();
+    void keptPixelsAreThoseOfAFreshRepaint();
     void thumbnailsShowFinishedItemsOnly();
     void exportWritesThePage();
     void renderSizeFollowsTheView();
@@ -248,6 +250,90 @@ void tst_Render::framesPaintAsTheItemsDo()
     // The large thumbnail of a page of its size is the items alone, painted
     // the same way, in bands too when crowded.
     QCOMPARE(*f.scene->thumbnailImage(false), paintedDirectly(f.scene, Qt::transparent));
+}
+
+// A pan by whole pixels scrolls the kept page and repaints the strip that
+// comes into view; a zoom shows the kept page scaled, then the exact page.
+// Either way the frame that settles is the one a whole repaint gives.
+void tst_Render::keptPixelsAreThoseOfAFreshRepaint_data()
+{
+    QTest::addColumn<double>("scale");
+    QTest::addColumn<double>("ratio");
+    QTest::addColumn<double>("zoomTo");
+    // The page covers the view.
+    QTest::newRow("zoomed in") << 2.0 << 1.0 << 2.2;
+    // The page's edges are in view and move with it.
+    QTest::newRow("zoomed out") << 0.75 << 1.0 << 0.6;
+    QTest::newRow("two device pixels a unit") << 2.0 << 2.0 << 1.5;
+}
+
+void tst_Render::keptPixelsAreThoseOfAFreshRepaint()
+{
+    QFETCH(double, scale);
+    QFETCH(double, ratio);
+    QFETCH(double, zoomTo);
+    ViewFixture f;
+    f.scene->setDevicePixelRatio(ratio);
+    f.scene->setBackgroundColor(Qt::white);
+    QRandomGenerator random(7);
+    for (int i = 0; i < 600; ++i) {
+        // Whole and fractional edges, outlined and filled, some wide pens.
+        const QRectF frame(random.bounded(1040) + (i % 4) * 0.25, random.bounded(690) + (i % 3) * 0.5, 6 + random.bounded(40), 4 + random.bounded(30));
+        auto item = addRect(f.scene, frame, 1, i % 3 ? QColor() : QColor::fromHsv(i % 360, 120, 230, 160), GraphicScene::ItemLayer, i + 1);
+        if (i % 7 == 0)
+            static_cast<AbstractGraphicShapeItem*>(item.data())->setPen(QPen(QColor(0, 90, 0), 1 + i % 9));
+    }
+    auto* ellipse = new GraphicEllipseItem(f.scene);
+    QPainterPath oval;
+    oval.addEllipse(QRectF(250.5, 150, 260, 180.25));
+    ellipse->setOutlinePath(oval);
+    ellipse->setBoundary(oval.boundingRect());
+    ellipse->setPen(QPen(QColor(0, 120, 0), 5));
+    ellipse->setTimestamp(1000);
+    f.scene->addItem(GraphicScene::ItemLayer, ellipse);
+    auto* text = new GraphicTextItem(QStringLiteral("kept and scrolled"), QFont(), f.scene);
+    text->setBoundary(QRectF(500, 300, 300, 60));
+    text->setTimestamp(1001);
+    f.scene->addItem(GraphicScene::ItemLayer, text);
+    f.view->scaleSceneToCenter(scale);
+    f.frame();
+
+    // A whole repaint of the view as it stands: the ground changes and back.
+    const auto fresh = [&] {
+        f.scene->setBackgroundColor(Qt::black);
+        f.frame();
+        f.scene->setBackgroundColor(Qt::white);
+        return f.frame();
+    };
+    SceneRender* render = f.scene->renderer();
+    const auto pan = [&](QPoint by) {
+        // Space and a drag, as a user pans: the content follows the hand.
+        const QPoint from(540, 360);
+        QTest::keyPress(f.window.get(), Qt::Key_Space);
+        f.press(from);
+        f.move(from + by);
+        f.release(from + by);
+        QTest::keyRelease(f.window.get(), Qt::Key_Space);
+    };
+
+    const int scrolled = render->scrolledFrames();
+    pan(QPoint(-12, -8));
+    QImage kept = f.frame();
+    QVERIFY(render->scrolledFrames() > scrolled);
+    QCOMPARE(kept, fresh());
+    pan(QPoint(12, 8));
+    kept = f.frame();
+    QVERIFY(render->scrolledFrames() > scrolled + 1);
+    QCOMPARE(kept, fresh());
+
+    // The preview is not exact; the frame after it is, and comes by itself.
+    const int previews = render->previewFrames();
+    const int frames = render->composedFrames();
+    f.view->scaleSceneToCenter(zoomTo);
+    QTRY_VERIFY(render->previewFrames() > previews);
+    QTRY_VERIFY(render->composedFrames() > frames);
+    kept = f.frame();
+    QCOMPARE(kept, fresh());
 }
 
 void tst_Render::thumbnailsShowFinishedItemsOnly()

@@ -35,6 +35,8 @@ constexpr int kTile = 64;
 // recording and handing the bands over cost more than another core saves.
 constexpr int kBandItems = 512;
 constexpr int kBandRows = 64;
+// A repaint of more pieces than this is painted in rows across the image.
+constexpr int kMaxPieces = 8;
 
 // Adds `rect` to `region`, which turns into tiles beyond `maxRects` pieces:
 // once tiled, what is added is grown to the tiles it touches, so that the
@@ -546,52 +548,82 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
     return !quitRequested();
 }
 
-std::vector<QRect> SceneRender::bandRows(const QImage& image, const QRect& area, int items) const
+std::vector<QRect> SceneRender::pieces(const QImage& image, const QRegion& dirty, int items) const
 {
     const double ratio = image.devicePixelRatio();
     const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
-    const int count = items < kBandItems || area.height() < 2 * kBandRows ? 1 : m_bands->width();
-    // Band edges fall on logical rows that are whole device rows too, so
-    // that the bands' clips neither overlap nor leave a row out.
-    std::vector<int> edges { whole.top() };
-    for (int band = 1; band < count; ++band) {
-        int row = area.top() + area.height() * band / count;
-        for (int step = 0; step < 8 && std::abs(row * ratio - std::round(row * ratio)) > 1e-6; ++step)
-            ++row;
-        if (std::abs(row * ratio - std::round(row * ratio)) > 1e-6 || row <= edges.back() || row > area.bottom())
-            break;
-        edges.push_back(row);
+    const int count = items < kBandItems ? 1 : m_bands->width();
+    // Cuts [first, first + length) into `count` spans at logical pixels that
+    // are whole device pixels too, so that the pieces' clips neither overlap
+    // nor leave a pixel out.
+    const auto cuts = [&](int first, int length) {
+        std::vector<int> edges { first };
+        for (int piece = 1; piece < count && length >= 2 * kBandRows; ++piece) {
+            int at = first + length * piece / count;
+            for (int step = 0; step < 8 && std::abs(at * ratio - std::round(at * ratio)) > 1e-6; ++step)
+                ++at;
+            if (std::abs(at * ratio - std::round(at * ratio)) > 1e-6 || at <= edges.back() || at >= first + length)
+                break;
+            edges.push_back(at);
+        }
+        edges.push_back(first + length);
+        return edges;
+    };
+    std::vector<QRect> result;
+    if (dirty.rectCount() > kMaxPieces) {
+        // Many pieces (tiles): rows across the image, each clipped to them.
+        const QRect area = dirty.boundingRect();
+        std::vector<int> edges = cuts(area.top(), area.height());
+        edges.front() = whole.top();
+        edges.back() = whole.bottom() + 1;
+        for (size_t band = 0; band + 1 < edges.size(); ++band)
+            result.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
+        return result;
     }
-    edges.push_back(whole.bottom() + 1);
-    std::vector<QRect> bands;
-    for (size_t band = 0; band + 1 < edges.size(); ++band)
-        bands.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
-    return bands;
+    // Few pieces (a pan's strips): each cut along its longer side, so that
+    // a thin strip is shared by the threads and each painter's clip is a
+    // rectangle, which the rasterizer bounds its work by.
+    for (const QRect& rect : dirty) {
+        const bool across = rect.width() > rect.height();
+        const std::vector<int> edges = across ? cuts(rect.left(), rect.width()) : cuts(rect.top(), rect.height());
+        for (size_t piece = 0; piece + 1 < edges.size(); ++piece) {
+            if (across)
+                result.emplace_back(edges[piece], rect.top(), edges[piece + 1] - edges[piece], rect.height());
+            else
+                result.emplace_back(rect.left(), edges[piece], rect.width(), edges[piece + 1] - edges[piece]);
+        }
+    }
+    return result;
 }
 
 void SceneRender::paintRecording(QImage& image, const PaintRecording& recording, const QRegion& dirty, const QColor& ground,
                                  const QRegion& clip, const QTransform& toImage)
 {
-    const std::vector<QRect> bands = bandRows(image, dirty.boundingRect(), recording.itemCount());
-    // Every band paints through its own image over the same pixels, clipped
-    // to its rows. Not a strip of its own: the rasterizer rounds coordinates
+    const std::vector<QRect> parts = pieces(image, dirty, recording.itemCount());
+    const int threads = std::min(int(parts.size()), recording.itemCount() < kBandItems ? 1 : m_bands->width());
+    // Every piece paints through its own image over the same pixels, clipped
+    // to it. Not a strip of its own: the rasterizer rounds coordinates
     // toward zero, so a shape crossing a strip's top edge would be covered a
     // little differently than over the whole image.
-    uchar* const bits = image.bits(); // detached here, once, before the bands share it
-    m_bands->run(int(bands.size()), [&](int index) {
-        const QRect& band = bands[size_t(index)];
+    uchar* const bits = image.bits(); // detached here, once, before the threads share it
+    m_bands->run(threads, [&](int thread) {
         QImage shared(bits, image.width(), image.height(), image.bytesPerLine(), image.format());
         shared.setDevicePixelRatio(image.devicePixelRatio());
-        QPainter painter(&shared);
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
-        for (const QRect& rect : dirty)
-            painter.fillRect(rect.intersected(band), ground);
-        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-        // A clip on every painter: thin pens stroke slowly without one.
-        painter.setClipRegion(clip.intersected(band));
-        painter.setTransform(toImage);
-        painter.setRenderHints(kRenderHints);
-        recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
+        // The pieces are dealt in turn: a pan's two strips are each cut in
+        // as many pieces as there are threads.
+        for (size_t index = size_t(thread); index < parts.size(); index += size_t(threads)) {
+            const QRect& part = parts[index];
+            QPainter painter(&shared);
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            for (const QRect& rect : dirty)
+                painter.fillRect(rect.intersected(part), ground);
+            painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+            // A clip on every painter: thin pens stroke slowly without one.
+            painter.setClipRegion(clip.intersected(part));
+            painter.setTransform(toImage);
+            painter.setRenderHints(kRenderHints);
+            recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
+        }
     });
 }
 

@@ -143,12 +143,13 @@ private:
     bool repaintPage(const FrameState& state, const QRegion& dirty);
     // Render thread: control points and surround over a copy of the page.
     bool finishFrame(const FrameState& state, QImage& frame);
-    // The rows (logical pixels of `image`) of the bands a repaint of `area`
-    // with `items` recorded items is split into: one when it is not worth it.
-    std::vector<QRect> bandRows(const QImage& image, const QRect& area, int items) const;
+    // The pieces (logical pixels of `image`) a repaint of `dirty` with
+    // `items` recorded items is painted in, by as many threads as are worth
+    // it: its rectangles, or rows across when it has many.
+    std::vector<QRect> pieces(const QImage& image, const QRegion& dirty, int items) const;
     // No lock held: repaints `dirty` (logical pixels of `image`) with
     // `ground`, then `recording` through `toImage`, clipped to `clip`; its
-    // bands at once.
+    // pieces at once.
     void paintRecording(QImage& image, const PaintRecording& recording, const QRegion& dirty, const QColor& ground, const QRegion& clip,
                         const QTransform& toImage);
     // Under itemsMutex: the items of `layer` that may paint into `area`
