@@ -300,15 +300,12 @@ void SceneRender::paint()
         m_paintTimer->setSingleShot(true);
         connect(m_paintTimer, &QTimer::timeout, this, &SceneRender::paint);
     }
-    const int interval = m_frameInterval;
-    m_paintTimer->setInterval(interval);
-    // Measured from the end of the last frame: long frames cannot run back
-    // to back and starve the GUI thread.
-    const qint64 since = QDateTime::currentMSecsSinceEpoch() - m_lastPaintTime;
-    if (since < interval) {
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const int wait = frameWait(now);
+    if (wait > 0) {
         // Too early: one timer arm, and the trailing request is never lost.
         if (!m_paintTimer->isActive())
-            m_paintTimer->start(int(interval - since));
+            m_paintTimer->start(int(wait));
         return;
     }
 
@@ -328,10 +325,12 @@ void SceneRender::paint()
     m_silentDue = false;
     for (int key = 0; key < GraphicScene::kLayerCount && !dirty; ++key)
         dirty = std::any_of(lists[key].cbegin(), lists[key].cend(), [](const DirtyArea& area) { return area.isVisible(); });
-    if (!dirty) {
-        m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
+    // Nothing due is no frame: the pacing still counts from the last one,
+    // or a stream of requests that each find nothing new (a change recorded
+    // just after the frame that took it) would put the next frame off for
+    // as long as it lasts.
+    if (!dirty)
         return;
-    }
     {
         // Taken only by a frame that is due: silent changes wait for one.
         SceneLocker locker(&m_dirtyMutex);
@@ -352,6 +351,7 @@ void SceneRender::paint()
             accumulate(changed, boundsOf(area), kMaxFrameRects);
         }
     }
+    m_lastFrameStart = now;
     composeFrame(state, changed);
     m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
 
@@ -367,7 +367,17 @@ void SceneRender::paint()
             pending = std::any_of(it->cbegin(), it->cend(), [](const DirtyArea& area) { return area.isVisible(); });
     }
     if (pending && !m_paintTimer->isActive())
-        m_paintTimer->start(m_frameInterval);
+        m_paintTimer->start(std::max(1, frameWait(QDateTime::currentMSecsSinceEpoch())));
+}
+
+int SceneRender::frameWait(qint64 now) const
+{
+    // An interval from the start of the last frame, and a quarter of one
+    // after its end: a long frame (a stream of changes all over a big page)
+    // is followed by the next one soon, but never back to back, so that
+    // the GUI thread has its turn at the items and a core.
+    const int interval = m_frameInterval;
+    return int(std::max(m_lastFrameStart + interval, m_lastPaintTime + interval / 4) - now);
 }
 
 void SceneRender::composeFrame()
@@ -434,8 +444,10 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     m_pageState = state;
     // A mark sizes itself as it paints, and items change while a frame
     // paints: what changed meanwhile is painted again in this same frame,
-    // twice at most. What changes during the last pass stays for the next
-    // frame, which the silent change makes due.
+    // twice at most, when it is small. What changes during the last pass,
+    // or much (a stream of received moves), stays for the next frame, which
+    // the silent change makes due: a frame under such a stream repainted
+    // most of the page three times.
     for (int pass = 0; !dirty.isEmpty(); ++pass) {
         if (!repaintPage(state, dirty)) {
             // Half painted: the next frame starts over.
@@ -444,13 +456,15 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
         }
         if (pass == 2)
             break;
-        QRegion grown;
-        {
-            SceneLocker locker(&m_dirtyMutex);
-            grown = m_silentDirty;
-            m_silentDirty = QRegion();
-        }
-        dirty = grown.isEmpty() ? QRegion() : imageRegion(grown, state.sceneToView(), state.paintMargin).intersected(pageRect);
+        SceneLocker locker(&m_dirtyMutex);
+        dirty = m_silentDirty.isEmpty() ? QRegion()
+                                        : imageRegion(m_silentDirty, state.sceneToView(), state.paintMargin).intersected(pageRect);
+        qint64 area = 0;
+        for (const QRect& rect : dirty)
+            area += qint64(rect.width()) * rect.height();
+        if (area * 8 > qint64(pageRect.width()) * pageRect.height())
+            break;
+        m_silentDirty = QRegion();
     }
     if (handOver(state, m_pageImage, whole, scrolled))
         scheduleThumbnails();

@@ -126,6 +126,8 @@ private slots:
     void paintThumbnails();
 
 private:
+    // Render thread: ms until the next frame may start (<= 0: now).
+    int frameWait(qint64 now) const;
     // Any thread, takes dirtyMutex.
     void record(const DirtyArea& area, GraphicScene::SceneLayer layer) EXCLUDES(m_dirtyMutex);
     // Render thread: a whole frame, or one that repaints `changed` (scene
@@ -188,6 +190,8 @@ private:
     std::unique_ptr<PaintRecording> m_pageRecording;
     // Shared by frames and thumbnail passes; its threads start on first use.
     std::unique_ptr<BandWorkers> m_bands;
+    // Render thread only: when the last frame started and ended.
+    qint64 m_lastFrameStart = 0;
     qint64 m_lastPaintTime = 0;
     QTimer* m_paintTimer = nullptr;
     QTimer* m_thumbnailTimer = nullptr;
