@@ -219,22 +219,23 @@ struct Board
         const int previews = render()->previewFrames();
         const int frames = render()->composedFrames();
         QElapsedTimer clock;
+        std::atomic<qint64> preview { 0 };
+        QEventLoop loop;
+        // Connected first: the preview may be out before the call returns.
+        const QMetaObject::Connection timing = QObject::connect(render(), &SceneRender::finished, render(), [&] {
+            if (preview == 0 && render()->previewFrames() > previews)
+                preview = clock.nsecsElapsed();
+            if (render()->composedFrames() > frames)
+                QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        }, Qt::DirectConnection);
+        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
         clock.start();
         view->scaleSceneToCenter(scale);
-        double preview = 0.0;
-        QEventLoop loop;
-        const auto check = [&] {
-            if (preview == 0.0 && render()->previewFrames() > previews)
-                preview = clock.nsecsElapsed() / 1e6;
-            if (render()->composedFrames() > frames)
-                loop.quit();
-        };
-        QObject::connect(render(), &SceneRender::finished, &loop, check, Qt::DirectConnection);
-        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
         loop.exec();
+        QObject::disconnect(timing);
         const double exact = clock.nsecsElapsed() / 1e6;
         // No preview: the exact frame came first.
-        return { preview == 0.0 ? exact : preview, exact };
+        return { preview == 0 ? exact : preview / 1e6, exact };
     }
 
     void join(int count, const std::vector<Shape>& items)

@@ -37,6 +37,8 @@ constexpr int kBandItems = 512;
 constexpr int kBandRows = 64;
 // A repaint of more pieces than this is painted in rows across the image.
 constexpr int kMaxPieces = 8;
+// View pixels kept painted beyond each side of the view, for pans.
+constexpr int kMargin = 64;
 
 // Adds `rect` to `region`, which turns into tiles beyond `maxRects` pieces:
 // once tiled, what is added is grown to the tiles it touches, so that the
@@ -395,12 +397,17 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     const QImage base = baseImage();
     if (base.isNull())
         return;
-    const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
-    const bool kept = !m_pageImage.isNull() && m_pageImage.size() == base.size() && m_pageImage.devicePixelRatio() == base.devicePixelRatio()
+    const double ratio = base.devicePixelRatio();
+    const QRect viewRect(QPoint(0, 0), (QSizeF(base.size()) / ratio).toSize());
+    const int margin = marginFor(ratio);
+    const QRect inImage = viewRect.translated(margin, margin);
+    const QRect imageRect(0, 0, viewRect.width() + 2 * margin, viewRect.height() + 2 * margin);
+    const QSize pixels(base.width() + int(std::lround(2 * margin * ratio)), base.height() + int(std::lround(2 * margin * ratio)));
+    const bool kept = !m_pageImage.isNull() && m_pageImage.size() == pixels && m_pageImage.devicePixelRatio() == ratio
         && state.samePicture(m_pageState);
     QPoint shift;
-    const bool scrolled = kept && !state.samePage(m_pageState) && scrollShift(m_pageState, state, base.devicePixelRatio(), &shift)
-        && std::abs(shift.x()) < pageRect.width() && std::abs(shift.y()) < pageRect.height();
+    const bool scrolled = kept && !state.samePage(m_pageState) && scrollShift(m_pageState, state, ratio, &shift)
+        && std::abs(shift.x()) < imageRect.width() && std::abs(shift.y()) < imageRect.height();
     const bool partial = kept && state.samePage(m_pageState) && !changed.isEmpty();
     if (kept && !scrolled && !partial && state.scale != m_pageState.scale) {
         // A zoom: the kept page scaled at once, for a while, unless this is
@@ -418,30 +425,32 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
                 for (const QRect& rect : changed)
                     accumulate(m_silentDirty, rect, kMaxFrameRects);
             }
-            composePreview(state, base);
+            composePreview(state, base, margin);
             return;
         }
     }
     m_previewStart = 0;
     const bool whole = !scrolled && !partial;
-    QRegion dirty;
     if (whole) {
-        m_pageImage = base;
-        dirty = QRegion(pageRect);
-    } else {
-        if (scrolled) {
-            // Whole device pixels: the kept pixels are those a repaint at the
-            // new place gives. What comes into view is repainted, and so is
-            // what the page's edge uncovers or covers (the border is
-            // rounded to view pixels, and the ground outside it is plain).
-            scrollImage(m_pageImage, (QPointF(shift) * base.devicePixelRatio()).toPoint());
-            dirty = QRegion(pageRect) - QRegion(pageRect.translated(shift));
-            dirty += state.borderRegion.xored(m_pageState.borderRegion.translated(shift));
-        }
-        dirty += imageRegion(changed, state.sceneToView(), state.paintMargin);
-        dirty = dirty.intersected(pageRect);
+        // The margin is painted after the frame is handed over.
+        m_pageImage = QImage(pixels, base.format());
+        m_pageImage.setDevicePixelRatio(ratio);
+        m_pageValid = QRegion();
+        m_keptBorder = QRegion();
+    } else if (scrolled) {
+        // Whole device pixels: the kept pixels are those a repaint at the
+        // new place gives.
+        scrollImage(m_pageImage, (QPointF(shift) * ratio).toPoint());
+        m_pageValid = m_pageValid.translated(shift).intersected(imageRect);
+        m_keptBorder = m_keptBorder.translated(shift).intersected(imageRect);
     }
     m_pageState = state;
+    const QTransform toImage = imageTransform(state, margin);
+    m_pageValid -= imageRegion(changed, toImage, state.paintMargin);
+    // What the page's edge now covers or uncovers: the edge is rounded to
+    // view pixels, and the ground outside it is plain.
+    m_pageValid -= imageBorder(state, margin).xored(m_keptBorder);
+    QRegion dirty = QRegion(inImage) - m_pageValid;
     // A mark sizes itself as it paints, and items change while a frame
     // paints: what changed meanwhile is painted again in this same frame,
     // twice at most, when it is small. What changes during the last pass,
@@ -449,7 +458,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     // the silent change makes due: a frame under such a stream repainted
     // most of the page three times.
     for (int pass = 0; !dirty.isEmpty(); ++pass) {
-        if (!repaintPage(state, dirty)) {
+        if (!repaintPage(state, dirty, margin)) {
             // Half painted: the next frame starts over.
             m_pageImage = QImage();
             return;
@@ -457,33 +466,82 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
         if (pass == 2)
             break;
         SceneLocker locker(&m_dirtyMutex);
-        dirty = m_silentDirty.isEmpty() ? QRegion()
-                                        : imageRegion(m_silentDirty, state.sceneToView(), state.paintMargin).intersected(pageRect);
+        dirty = m_silentDirty.isEmpty() ? QRegion() : imageRegion(m_silentDirty, toImage, state.paintMargin).intersected(imageRect);
         qint64 area = 0;
         for (const QRect& rect : dirty)
             area += qint64(rect.width()) * rect.height();
-        if (area * 8 > qint64(pageRect.width()) * pageRect.height())
+        if (area * 8 > qint64(imageRect.width()) * imageRect.height())
             break;
         m_silentDirty = QRegion();
     }
-    if (handOver(state, m_pageImage, whole, scrolled))
+    QImage frame = margin == 0 ? m_pageImage : m_pageImage.copy(QRect(QPointF(inImage.topLeft() * ratio).toPoint(), base.size()));
+    frame.setDevicePixelRatio(ratio);
+    if (handOver(state, frame, whole, scrolled))
         scheduleThumbnails();
+    if (m_pageValid != QRegion(imageRect))
+        QMetaObject::invokeMethod(this, &SceneRender::fillMargin, Qt::QueuedConnection);
 }
 
-void SceneRender::composePreview(const FrameState& state, const QImage& base)
+int SceneRender::marginFor(double ratio)
+{
+    // Only where it is whole device pixels, so that the view is a copy.
+    const double pixels = kMargin * ratio;
+    return pixels == std::round(pixels) ? kMargin : 0;
+}
+
+QTransform SceneRender::imageTransform(const FrameState& state, int margin)
+{
+    // Both offsets are whole or snapped: the sum is exact.
+    return state.sceneToView() * QTransform::fromTranslate(margin, margin);
+}
+
+QRegion SceneRender::imageBorder(const FrameState& state, int margin)
+{
+    QRegion border = state.borderRegion.translated(margin, margin);
+    if (margin == 0)
+        return border;
+    // Beyond the view the page lies where the scene would put it were the
+    // view that large (the view's own border is the view when the page
+    // covers it).
+    const QPointF topLeft = state.viewport.topLeft();
+    const QRectF onScreen(-topLeft.x() / state.viewport.width() * state.viewRect.width(),
+                          -topLeft.y() / state.viewport.height() * state.viewRect.height(),
+                          GraphicScene::roundPixel(state.sceneSize.width() * state.scale),
+                          GraphicScene::roundPixel(state.sceneSize.height() * state.scale));
+    const QRect view = state.viewRect.toRect().translated(margin, margin);
+    border += QRegion(onScreen.toRect().translated(margin, margin)) - QRegion(view);
+    return border;
+}
+
+void SceneRender::fillMargin()
+{
+    // Not while a preview waits for its exact page: the kept one is old.
+    if (m_pageImage.isNull() || m_previewStart != 0 || quitRequested())
+        return;
+    const double ratio = m_pageImage.devicePixelRatio();
+    const QRect imageRect(QPoint(0, 0), (QSizeF(m_pageImage.size()) / ratio).toSize());
+    const QRegion dirty = QRegion(imageRect) - m_pageValid;
+    if (dirty.isEmpty())
+        return;
+    if (!repaintPage(m_pageState, dirty, marginFor(ratio)))
+        m_pageImage = QImage();
+}
+
+void SceneRender::composePreview(const FrameState& state, const QImage& base, int margin)
 {
     QImage frame(base.size(), base.format());
     frame.setDevicePixelRatio(base.devicePixelRatio());
     {
         QPainter painter(&frame);
-        const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
+        const QRect viewRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
         painter.setCompositionMode(QPainter::CompositionMode_Source);
-        painter.fillRect(pageRect, state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent));
+        painter.fillRect(viewRect, state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent));
         painter.setClipRegion(state.borderRegion);
         // The kept page's view units to the new ones; nearest pixels, for
-        // speed: the exact page follows.
+        // speed: the exact page follows. Its margin shows what a zoom out
+        // brings into view, where it is painted.
         painter.setTransform(m_pageState.sceneToView().inverted() * state.sceneToView());
-        painter.drawImage(QPointF(0, 0), m_pageImage);
+        painter.drawImage(QPointF(-margin, -margin), m_pageImage);
     }
     handOver(state, frame, false, false);
 }
@@ -541,25 +599,32 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
     return found;
 }
 
-bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
+bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty, int margin)
 {
     if (dirty.isEmpty())
         return true;
-    const QTransform toView = state.sceneToView();
+    const QTransform toImage = imageTransform(state, margin);
     {
         // The only wait the GUI thread has on a frame: finding and recording
         // the items; they are painted from the recording after.
         SceneLocker locker(&m_scene->itemsMutex());
         GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
-            all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
+            all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toImage, state.paintMargin));
         m_pageRecording->record(all, kRenderHints, state.paintMargin);
     }
     // The ground replaces what was there; an invalid colour leaves transparency.
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
-    paintRecording(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(state.borderRegion), toView);
+    const QRegion border = imageBorder(state, margin);
+    paintRecording(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(border), toImage);
     m_pageRecording->clear();
-    return !quitRequested();
+    if (quitRequested())
+        return false;
+    // Painted on either side of the page's edge as it lies now: a pixel
+    // kept across a pan is exact only if the edge still puts it there.
+    m_pageValid += dirty;
+    m_keptBorder = (m_keptBorder - dirty) + dirty.intersected(border);
+    return true;
 }
 
 std::vector<QRect> SceneRender::pieces(const QImage& image, const QRegion& dirty, int items) const

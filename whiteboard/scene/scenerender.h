@@ -136,13 +136,23 @@ private:
     void composeFrame(const FrameState& state, const QRegion& changed);
     // Render thread: the kept page scaled to `state`, handed over; the
     // exact page is due next.
-    void composePreview(const FrameState& state, const QImage& base);
+    void composePreview(const FrameState& state, const QImage& base, int margin);
+    // Render thread, queued after a frame: paints what the kept page misses
+    // beyond the view, so that a pan finds it painted.
+    void fillMargin();
+    // The kept page's margin (view units) for a device pixel ratio.
+    static int marginFor(double ratio);
+    // Scene units to the kept page's pixels (view units plus the margin).
+    static QTransform imageTransform(const FrameState& state, int margin);
+    // Where items may paint on the kept page: the view's border, and the
+    // page beyond the view.
+    static QRegion imageBorder(const FrameState& state, int margin);
     // Render thread: control points, surround, hand-over; false when
     // abandoned.
     bool handOver(const FrameState& state, QImage frame, bool whole, bool scrolled);
-    // Render thread: paints `page` in full, or only `dirty` (view units);
-    // false when the frame was abandoned.
-    bool repaintPage(const FrameState& state, const QRegion& dirty);
+    // Render thread: repaints `dirty` (view units plus `margin`) of the kept
+    // page; false when the frame was abandoned.
+    bool repaintPage(const FrameState& state, const QRegion& dirty, int margin);
     // Render thread: control points and surround over a copy of the page.
     bool finishFrame(const FrameState& state, QImage& frame);
     // The pieces (logical pixels of `image`) a repaint of `dirty` with
@@ -183,10 +193,14 @@ private:
     QImage m_baseImage GUARDED_BY(m_imageMutex);
     QImage m_frameImage GUARDED_BY(m_imageMutex);
     QRegion m_borderRegion GUARDED_BY(m_imageMutex);
-    // Render thread only: the page as last painted, the state it was painted
-    // with, and the recording of its last repaint.
+    // Render thread only: the page as last painted, a margin beyond the view
+    // on each side, the state it was painted with, what of it is up to date
+    // and what of that was painted inside the page's edge (its pixels'
+    // coordinates, view units), and the recording of its last repaint.
     QImage m_pageImage;
     FrameState m_pageState;
+    QRegion m_pageValid;
+    QRegion m_keptBorder;
     std::unique_ptr<PaintRecording> m_pageRecording;
     // Shared by frames and thumbnail passes; its threads start on first use.
     std::unique_ptr<BandWorkers> m_bands;
