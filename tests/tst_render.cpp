@@ -220,15 +220,7 @@ void tst_Render::framesPaintAsTheItemsDo()
         addRect(f.scene, frame, 1, i % 3 ? QColor() : QColor::fromHsv(i % 360, 120, 230, 160), GraphicScene::ItemLayer, i + 1);
     }
     addRect(f.scene, QRectF(100, 100, 300, 200), 1, QColor(), GraphicScene::ItemLayer, crowd + 1);
-    auto* ellipse = new GraphicEllipseItem(f.scene);
-    QPainterPath oval;
-    oval.addEllipse(QRectF(250, 150, 260, 180));
-    ellipse->setOutlinePath(oval);
-    ellipse->setBoundary(oval.boundingRect());
-    ellipse->setPen(QPen(QColor(0, 120, 0), 5));
-    ellipse->setBrush(QColor(200, 220, 255));
-    ellipse->setTimestamp(crowd + 2);
-    f.scene->addItem(GraphicScene::ItemLayer, ellipse);
+    addEllipse(f.scene, QRectF(250, 150, 260, 180), QPen(QColor(0, 120, 0), 5), QColor(200, 220, 255), crowd + 2);
     auto* text = new GraphicTextItem(QStringLiteral("recorded and live"), QFont(), f.scene);
     text->setBoundary(QRectF(280, 200, 300, 60));
     text->setTimestamp(crowd + 3);
@@ -277,20 +269,17 @@ void tst_Render::keptPixelsAreThoseOfAFreshRepaint()
     f.scene->setBackgroundColor(Qt::white);
     QRandomGenerator random(7);
     for (int i = 0; i < 600; ++i) {
-        // Whole and fractional edges, outlined and filled, some wide pens.
+        // Whole and fractional edges, outlined and filled, some wide pens;
+        // none thinner than a device pixel at the smallest zoom here: the
+        // raster engine draws those with its thin-line stroker, whose
+        // pixels depend on the painter's clip rectangle, so that no repaint
+        // of a part of the view was ever exact for them.
         const QRectF frame(random.bounded(1040) + (i % 4) * 0.25, random.bounded(690) + (i % 3) * 0.5, 6 + random.bounded(40), 4 + random.bounded(30));
         auto item = addRect(f.scene, frame, 1, i % 3 ? QColor() : QColor::fromHsv(i % 360, 120, 230, 160), GraphicScene::ItemLayer, i + 1);
-        if (i % 7 == 0)
-            static_cast<AbstractGraphicShapeItem*>(item.data())->setPen(QPen(QColor(0, 90, 0), 1 + i % 9));
+        if (i % 3 != 0)
+            static_cast<AbstractGraphicShapeItem*>(item.data())->setPen(QPen(QColor(0, 90, 0), 2 + i % 9));
     }
-    auto* ellipse = new GraphicEllipseItem(f.scene);
-    QPainterPath oval;
-    oval.addEllipse(QRectF(250.5, 150, 260, 180.25));
-    ellipse->setOutlinePath(oval);
-    ellipse->setBoundary(oval.boundingRect());
-    ellipse->setPen(QPen(QColor(0, 120, 0), 5));
-    ellipse->setTimestamp(1000);
-    f.scene->addItem(GraphicScene::ItemLayer, ellipse);
+    addEllipse(f.scene, QRectF(250.5, 150, 260, 180.25), QPen(QColor(0, 120, 0), 5), QColor(), 1000);
     auto* text = new GraphicTextItem(QStringLiteral("kept and scrolled"), QFont(), f.scene);
     text->setBoundary(QRectF(500, 300, 300, 60));
     text->setTimestamp(1001);
@@ -333,6 +322,28 @@ void tst_Render::keptPixelsAreThoseOfAFreshRepaint()
     QTRY_VERIFY(render->previewFrames() > previews);
     QTRY_VERIFY(render->composedFrames() > frames);
     kept = f.frame();
+    QCOMPARE(kept, fresh());
+
+    // Scattered changes, more than a frame keeps apart: repainted as the
+    // tiles they touch, in a frame of the kept page.
+    const int partial = render->partialFrames();
+    {
+        QMutexLocker locker(&f.scene->itemsMutex());
+        const GraphicItemList all = f.scene->items(GraphicScene::ItemLayer, 1);
+        for (int i = 0; i < all.size(); i += 6) {
+            auto* shape = qobject_cast<AbstractGraphicShapeItem*>(all.at(i).data());
+            if (!shape || shape->type() != GraphicItem::Rectangle)
+                continue;
+            const QRectF before = shape->boundary();
+            QPainterPath outline;
+            outline.addRect(before.translated(3, 2));
+            shape->setOutlinePath(outline);
+            shape->setBoundary(outline.boundingRect());
+            f.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(shape->boundary()).toAlignedRect()));
+        }
+    }
+    kept = f.frame();
+    QVERIFY(render->partialFrames() > partial);
     QCOMPARE(kept, fresh());
 }
 

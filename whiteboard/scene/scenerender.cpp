@@ -659,11 +659,12 @@ std::vector<QRect> SceneRender::pieces(const QImage& image, const QRegion& dirty
             result.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
         return result;
     }
-    // Few pieces (a pan's strips): each cut along its longer side, so that
-    // a thin strip is shared by the threads and each painter's clip is a
-    // rectangle, which the rasterizer bounds its work by.
+    // Few pieces (a pan's strips, a whole view): each cut into rows, as a
+    // whole view always was, or into columns when too short for rows, so
+    // that a thin strip is shared by the threads and each painter's clip is
+    // a rectangle, which the rasterizer bounds its work by.
     for (const QRect& rect : dirty) {
-        const bool across = rect.width() > rect.height();
+        const bool across = rect.height() < 2 * kBandRows && rect.width() > rect.height();
         const std::vector<int> edges = across ? cuts(rect.left(), rect.width()) : cuts(rect.top(), rect.height());
         for (size_t piece = 0; piece + 1 < edges.size(); ++piece) {
             if (across)
