@@ -690,10 +690,13 @@ void SceneRender::paintRecording(QImage& image, const PaintRecording& recording,
         QImage shared(bits, image.width(), image.height(), image.bytesPerLine(), image.format());
         shared.setDevicePixelRatio(image.devicePixelRatio());
         // The pieces are dealt in turn: a pan's two strips are each cut in
-        // as many pieces as there are threads.
+        // as many pieces as there are threads. One painter a thread, its
+        // state saved around each piece: beginning a painter costs more
+        // than a small piece.
+        QPainter painter(&shared);
         for (size_t index = size_t(thread); index < parts.size(); index += size_t(threads)) {
             const QRect& part = parts[index];
-            QPainter painter(&shared);
+            painter.save();
             painter.setCompositionMode(QPainter::CompositionMode_Source);
             for (const QRect& rect : dirty)
                 painter.fillRect(rect.intersected(part), ground);
@@ -703,6 +706,7 @@ void SceneRender::paintRecording(QImage& image, const PaintRecording& recording,
             painter.setTransform(toImage);
             painter.setRenderHints(kRenderHints);
             recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
+            painter.restore();
         }
     });
 }

@@ -26,15 +26,15 @@ class PaintRecording;
 
 // The render worker. Lives on "graphic_render_thread"; turns at most one
 // frame request per frame interval (40 ms unless the host asks for less) into
-// a finished image. It keeps the painted page and repaints only what the
-// dirty lists name, from a FrameState copied under the scene's itemsMutex. A
-// pan by whole pixels scrolls the kept page and repaints the strip that comes
-// into view; a zoom first shows the kept page scaled (a preview), then the
-// exact page one frame interval later. The items of a repaint are found and
-// recorded under that lock and painted from the recording without it
-// (PaintRecording), so the GUI thread never waits for a frame's painting. A
-// big repaint is painted in horizontal bands at once, one per core
-// (BandWorkers).
+// a finished image. It keeps the painted page, with a margin past the view
+// painted after each frame, and repaints only what the dirty lists name, from
+// a FrameState copied under the scene's itemsMutex. A pan by whole device
+// pixels scrolls the kept page and repaints what it does not hold; a zoom
+// first shows the kept page scaled (a preview), then the exact page one frame
+// interval later. The items of a repaint are found and recorded under that
+// lock and painted from the recording without it (PaintRecording), so the
+// GUI thread never waits for a frame's painting. A big repaint is painted in
+// pieces at once, one thread per core (BandWorkers).
 //
 // Locks: imageMutex guards the images the GUI thread resizes; it is never
 // held while another lock is taken. thumbnailMutex guards the thumbnail pass
@@ -67,19 +67,19 @@ public:
     QRegion borderRegion() const;
     double devicePixelRatio() const;
     // Any thread: frames handed over, of them those that repainted only
-    // their dirty regions, and thumbnail passes. A frame counted after a
-    // change was made may have started before it; thumbnailImage() brings
-    // the thumbnails up to date whatever the count.
-    // Previews are counted apart: a composed frame is always exact, and
-    // the frame after a preview is one.
+    // their dirty regions, of those the pans that scrolled the kept page,
+    // zoom previews, and thumbnail passes. A frame counted after a change
+    // was made may have started before it; thumbnailImage() brings the
+    // thumbnails up to date whatever the count. Previews are not composed
+    // frames: those are exact, and the frame after a preview is one.
     int composedFrames() const { return m_composedFrames; }
     int partialFrames() const { return m_partialFrames; }
     int scrolledFrames() const { return m_scrolledFrames; }
     int previewFrames() const { return m_previewFrames; }
     int thumbnailPasses() const { return m_thumbnailPasses; }
 
-    // Any thread: the least time between the end of a frame and the start
-    // of the next, in ms (at least 1).
+    // Any thread: the least time between the starts of two frames, in ms
+    // (at least 1); a quarter of it also passes after each frame's end.
     int frameInterval() const { return m_frameInterval; }
     void setFrameInterval(int interval) { m_frameInterval = std::max(1, interval); }
 
