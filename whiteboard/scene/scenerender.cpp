@@ -19,6 +19,7 @@
 #include <cmath>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 namespace whiteboard {
 
@@ -97,6 +98,20 @@ bool scrollShift(const FrameState& before, const FrameState& after, double ratio
         return false;
     *shift = whole;
     return true;
+}
+
+// A region of many pieces that covers most of its bounding box, as that
+// box: the rasterizer clips every item against a region piece by piece, and
+// a join's or a stream's tiles painted slower than their whole box.
+QRegion coarse(const QRegion& region)
+{
+    if (region.rectCount() <= kMaxPieces)
+        return region;
+    qint64 area = 0;
+    for (const QRect& rect : region)
+        area += qint64(rect.width()) * rect.height();
+    const QRect bounds = region.boundingRect();
+    return area * 2 >= qint64(bounds.width()) * bounds.height() ? QRegion(bounds) : region;
 }
 
 QRect boundsOf(const DirtyArea& area)
@@ -476,7 +491,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     }
     QImage frame = margin == 0 ? m_pageImage : m_pageImage.copy(QRect(QPointF(inImage.topLeft() * ratio).toPoint(), base.size()));
     frame.setDevicePixelRatio(ratio);
-    if (handOver(state, frame, whole, scrolled))
+    if (handOver(state, std::move(frame), whole, scrolled))
         scheduleThumbnails();
     if (m_pageValid != QRegion(imageRect))
         QMetaObject::invokeMethod(this, &SceneRender::fillMargin, Qt::QueuedConnection);
@@ -543,7 +558,7 @@ void SceneRender::composePreview(const FrameState& state, const QImage& base, in
         painter.setTransform(m_pageState.sceneToView().inverted() * state.sceneToView());
         painter.drawImage(QPointF(-margin, -margin), m_pageImage);
     }
-    handOver(state, frame, false, false);
+    handOver(state, std::move(frame), false, false);
 }
 
 bool SceneRender::handOver(const FrameState& state, QImage frame, bool whole, bool scrolled)
@@ -599,10 +614,11 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
     return found;
 }
 
-bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty, int margin)
+bool SceneRender::repaintPage(const FrameState& state, const QRegion& wanted, int margin)
 {
-    if (dirty.isEmpty())
+    if (wanted.isEmpty())
         return true;
+    const QRegion dirty = coarse(wanted);
     const QTransform toImage = imageTransform(state, margin);
     {
         // The only wait the GUI thread has on a frame: finding and recording
@@ -834,7 +850,7 @@ bool SceneRender::updateThumbnails()
             dirty = QRegion(m_thumbnailLarge.rect());
             m_thumbnailPage = page;
         } else {
-            dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect());
+            dirty = coarse(imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect()));
         }
         m_smallThumbnailSize = scene->smallThumbnailSize();
         m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,

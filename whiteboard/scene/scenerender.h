@@ -148,7 +148,7 @@ private:
     // page beyond the view.
     static QRegion imageBorder(const FrameState& state, int margin);
     // Render thread: control points, surround, hand-over; false when
-    // abandoned.
+    // abandoned. Moved in: a second holder would make the painter copy it.
     bool handOver(const FrameState& state, QImage frame, bool whole, bool scrolled);
     // Render thread: repaints `dirty` (view units plus `margin`) of the kept
     // page; false when the frame was abandoned.
