@@ -32,8 +32,8 @@ namespace {
 constexpr int kMaxQueryRects = 16;
 constexpr int kMaxFrameRects = 64;
 constexpr int kTile = 64;
-// Below these a repaint is not worth splitting into bands: readying the
-// recording and handing the bands over cost more than another core saves.
+// Below these a repaint is not worth splitting among threads: readying the
+// recording and handing the pieces over cost more than another core saves.
 constexpr int kBandItems = 512;
 constexpr int kBandRows = 64;
 // A repaint of more pieces than this is painted in rows across the image.
