@@ -1,7 +1,8 @@
 // Big boards side by side with QGraphicsScene doing the same work, in one
-// process: frames, partial repaints, hit tests, remote updates, removals, late
-// joins, memory and export. Prints one table. Run by hand, offscreen:
-//   QT_QPA_PLATFORM=offscreen ./bench_board [memory] [frames] [hits] [sync] [export]
+// process: frames, partial repaints, pans and zooms (beside a QGraphicsView),
+// hit tests, remote updates, removals, late joins, memory and export. Prints
+// one table. Run by hand, offscreen:
+//   QT_QPA_PLATFORM=offscreen ./bench_board [memory] [frames] [pan] [flood] [hits] [sync] [export]
 #include "graphics/abstractgraphicshapeitem.h"
 #include "scene/graphicscene.h"
 #include "scene/scenerender.h"
@@ -23,6 +24,7 @@
 #include <QProcess>
 #include <QQuickWindow>
 #include <QRandomGenerator>
+#include <QScrollBar>
 #include <QSvgGenerator>
 #include <QTemporaryDir>
 #include <QTest>
@@ -31,7 +33,9 @@
 
 #include <malloc.h>
 
+#include <atomic>
 #include <functional>
+#include <mutex>
 #include <memory>
 #include <string>
 #include <vector>
@@ -208,6 +212,32 @@ struct Board
         return clock.nsecsElapsed() / 1e6;
     }
 
+    // Milliseconds from a zoom to its preview, and to its exact frame.
+    std::pair<double, double> timeZoom(double scale)
+    {
+        settle();
+        const int previews = render()->previewFrames();
+        const int frames = render()->composedFrames();
+        QElapsedTimer clock;
+        std::atomic<qint64> preview { 0 };
+        QEventLoop loop;
+        // Connected first: the preview may be out before the call returns.
+        const QMetaObject::Connection timing = QObject::connect(render(), &SceneRender::finished, render(), [&] {
+            if (preview == 0 && render()->previewFrames() > previews)
+                preview = clock.nsecsElapsed();
+            if (render()->composedFrames() > frames)
+                QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        }, Qt::DirectConnection);
+        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+        clock.start();
+        view->scaleSceneToCenter(scale);
+        loop.exec();
+        QObject::disconnect(timing);
+        const double exact = clock.nsecsElapsed() / 1e6;
+        // No preview: the exact frame came first.
+        return { preview == 0 ? exact : preview / 1e6, exact };
+    }
+
     void join(int count, const std::vector<Shape>& items)
     {
         std::vector<pb::WhiteboardData> bodies;
@@ -363,6 +393,227 @@ void frames()
              moved / graphicsMoved, QStringLiteral("< 5 ms"));
     printf("|   (frames painted %d, of them partial %d, thumbnail passes %d)\n", board.render()->composedFrames(),
            board.render()->partialFrames(), board.render()->thumbnailPasses());
+}
+
+// A QGraphicsView of the same rectangles, the same size, at the same zoom:
+// each step is timed from the call to its repaint, flushed.
+struct GraphicsBoard
+{
+    explicit GraphicsBoard(const std::vector<Shape>& items)
+        : scene(QRectF(0, 0, 1080, 720))
+    {
+        for (const Shape& shape : items)
+            scene.addItem(graphicsItem(shape));
+        view.setScene(&scene);
+        view.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
+        view.setBackgroundBrush(Qt::white);
+        view.setFrameShape(QFrame::NoFrame);
+        view.setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        view.setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        view.resize(kView);
+        view.show();
+        (void)QTest::qWaitForWindowExposed(&view);
+        QCoreApplication::processEvents();
+    }
+
+    double step(const std::function<void()>& change)
+    {
+        QCoreApplication::processEvents();
+        QElapsedTimer clock;
+        clock.start();
+        change();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::UpdateRequest);
+        QCoreApplication::processEvents();
+        return clock.nsecsElapsed() / 1e6;
+    }
+
+    QGraphicsScene scene;
+    QGraphicsView view;
+};
+
+struct Spread
+{
+    double median = 0.0;
+    double worst = 0.0;
+};
+
+Spread spread(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return { values[values.size() / 2], values.back() };
+}
+
+QString spreadText(const Spread& value)
+{
+    return ms(value.median) + QStringLiteral(" / ") + ms(value.worst);
+}
+
+// Pans and zooms of a view at scale 2 over boards of 1,000 to 50,000
+// rectangles, each step timed from the call to the frame that shows it, with
+// the render thread idle between steps.
+void panAndZoom()
+{
+    constexpr int kSteps = 15;
+    for (const int count : { 1000, 10000, 50000 }) {
+        const std::vector<Shape> items = shapes(count, QRectF(0, 0, 1080, 720), 20);
+        Board board;
+        board.join(count, items);
+        board.view->scaleSceneToCenter(2.0);
+        board.idle(board.render()->composedFrames());
+        GraphicsBoard graphics(items);
+        graphics.view.setTransform(QTransform::fromScale(2.0, 2.0));
+        graphics.view.centerOn(540, 360);
+        QCoreApplication::processEvents();
+
+        std::vector<double> ours;
+        std::vector<double> theirs;
+        const int scrolled = board.render()->scrolledFrames();
+        for (int i = 0; i < kSteps; ++i) {
+            // There and back, so that the view stays over the board.
+            const QPointF by = i % 2 ? QPointF(-12, -8) : QPointF(12, 8);
+            ours.push_back(board.timeFrame([&] { board.scene->move(by); }));
+            theirs.push_back(graphics.step([&] {
+                QScrollBar* h = graphics.view.horizontalScrollBar();
+                QScrollBar* v = graphics.view.verticalScrollBar();
+                h->setValue(h->value() + int(by.x()));
+                v->setValue(v->value() + int(by.y()));
+            }));
+        }
+        const Spread pan = spread(ours);
+        const Spread graphicsPan = spread(theirs);
+        printRow(QStringLiteral("pan 12 x 8 px at scale 2, %1 items (median / worst)").arg(count), spreadText(pan), spreadText(graphicsPan),
+                 pan.median / graphicsPan.median, count >= 10000 ? QStringLiteral("<= 0.5x%1").arg(count == 50000 ? ", < 8 ms" : "") : QString());
+        printf("|   (of %d pans, %d scrolled the kept page)\n", kSteps, board.render()->scrolledFrames() - scrolled);
+        if (count == 1000)
+            continue;
+
+        std::vector<double> previews;
+        std::vector<double> exacts;
+        std::vector<double> graphicsZooms;
+        for (int i = 0; i < kSteps; ++i) {
+            const double scale = i % 2 ? 2.0 : 2.2;
+            const auto [preview, exact] = board.timeZoom(scale);
+            previews.push_back(preview);
+            exacts.push_back(exact);
+            graphicsZooms.push_back(graphics.step([&] { graphics.view.setTransform(QTransform::fromScale(scale, scale)); }));
+        }
+        const Spread preview = spread(previews);
+        const Spread exact = spread(exacts);
+        const Spread graphicsZoom = spread(graphicsZooms);
+        printRow(QStringLiteral("zoom 2.0 <-> 2.2, %1 items: preview (median / worst)").arg(count), spreadText(preview),
+                 spreadText(graphicsZoom), preview.median / graphicsZoom.median, count == 50000 ? QStringLiteral("< 8 ms") : QString());
+        printRow(QStringLiteral("  the exact frame after it"), spreadText(exact), spreadText(graphicsZoom), exact.median / graphicsZoom.median,
+                 QStringLiteral("< 200 ms"));
+    }
+
+    // A burst of scattered remote moves in one message: 200 items across
+    // a 10,000-item board, at scale 1. The other side repaints the same
+    // items' old and new places.
+    const std::vector<Shape> items = shapes(10000, QRectF(0, 0, 1080, 720), 20);
+    Board board;
+    board.join(int(items.size()), items);
+    board.idle(board.render()->composedFrames());
+    GraphicsBoard graphics(items);
+    QRandomGenerator random(9);
+    std::vector<double> ours;
+    std::vector<double> theirs;
+    for (int round = 0; round < 7; ++round) {
+        std::vector<pb::WhiteboardData> bodies;
+        std::vector<std::pair<int, QRectF>> moves;
+        for (int n = 0; n < 200; ++n) {
+            const int i = int(random.bounded(int(items.size())));
+            Shape shape = items[size_t(i)];
+            shape.rect.translate(random.bounded(10.0), random.bounded(10.0));
+            bodies.push_back(rectBody(pb::GraphicActionUpdate, i, shape));
+            moves.emplace_back(i, shape.rect);
+        }
+        ours.push_back(board.timeFrame([&] { board.view->receiveData(message(bodies)); }));
+        const QList<QGraphicsItem*> all = graphics.scene.items(Qt::AscendingOrder);
+        theirs.push_back(graphics.step([&] {
+            for (const auto& [i, rect] : moves)
+                static_cast<QGraphicsRectItem*>(all.at(i))->setRect(rect);
+        }));
+    }
+    const Spread burst = spread(ours);
+    const Spread graphicsBurst = spread(theirs);
+    printRow(QStringLiteral("burst of 200 scattered remote moves, 10,000 items"), spreadText(burst), spreadText(graphicsBurst),
+             burst.median / graphicsBurst.median, QString());
+}
+
+// The longest gap between frames while 10,000 remote updates arrive one
+// message each, the GUI thread handling its events every 64 messages as
+// with a live connection; beside it, a QGraphicsView's longest gap between
+// repaints while its scene takes the same updates the same way.
+void flood()
+{
+    const std::vector<Shape> items = shapes(10000, QRectF(0, 0, 1080, 720), 20);
+    Board board;
+    board.join(int(items.size()), items);
+    board.idle(board.render()->composedFrames());
+
+    std::mutex stampsMutex;
+    std::vector<qint64> stamps;
+    QElapsedTimer clock;
+    clock.start();
+    const QMetaObject::Connection stamping = QObject::connect(board.render(), &SceneRender::finished, board.render(), [&](const QImage&) {
+        std::lock_guard<std::mutex> locker(stampsMutex);
+        stamps.push_back(clock.nsecsElapsed());
+    }, Qt::DirectConnection);
+    const auto longestGap = [](std::vector<qint64> times, qint64 start, qint64 end) {
+        times.insert(times.begin(), start);
+        times.push_back(end);
+        qint64 longest = 0;
+        for (size_t i = 1; i < times.size(); ++i)
+            longest = std::max(longest, times[i] - times[i - 1]);
+        return longest / 1e6;
+    };
+    QRandomGenerator random(3);
+    const qint64 start = clock.nsecsElapsed();
+    for (int n = 0; n < 10000; ++n) {
+        const int i = int(random.bounded(int(items.size())));
+        Shape shape = items[size_t(i)];
+        shape.rect.translate(random.bounded(10.0), random.bounded(10.0));
+        board.view->receiveData(message({ rectBody(pb::GraphicActionUpdate, i, shape) }));
+        if (n % 64 == 0)
+            QCoreApplication::processEvents();
+    }
+    const qint64 end = clock.nsecsElapsed();
+    QObject::disconnect(stamping);
+    std::vector<qint64> ours;
+    {
+        std::lock_guard<std::mutex> locker(stampsMutex);
+        ours = stamps;
+    }
+
+    GraphicsBoard graphics(items);
+    const QList<QGraphicsItem*> all = graphics.scene.items(Qt::AscendingOrder);
+    struct Painted : QObject
+    {
+        bool eventFilter(QObject*, QEvent* event) override
+        {
+            if (event->type() == QEvent::Paint)
+                times.push_back(clock->nsecsElapsed());
+            return false;
+        }
+        QElapsedTimer* clock = nullptr;
+        std::vector<qint64> times;
+    } painted;
+    painted.clock = &clock;
+    graphics.view.viewport()->installEventFilter(&painted);
+    QRandomGenerator again(3);
+    const qint64 graphicsStart = clock.nsecsElapsed();
+    for (int n = 0; n < 10000; ++n) {
+        const int i = int(again.bounded(int(items.size())));
+        static_cast<QGraphicsRectItem*>(all.at(i))->setRect(items[size_t(i)].rect.translated(again.bounded(10.0), again.bounded(10.0)));
+        if (n % 64 == 0)
+            QCoreApplication::processEvents();
+    }
+    const qint64 graphicsEnd = clock.nsecsElapsed();
+    graphics.view.viewport()->removeEventFilter(&painted);
+    printRow(QStringLiteral("longest gap between frames, 10,000 updates arriving"), ms(longestGap(ours, start, end)),
+             ms(longestGap(painted.times, graphicsStart, graphicsEnd)), 0.0, QStringLiteral("< 100 ms"));
+    printf("|   (%zu frames in %.0f ms of updates; QGraphicsView painted %zu times in %.0f ms)\n", ours.size(), (end - start) / 1e6,
+           painted.times.size(), (graphicsEnd - graphicsStart) / 1e6);
 }
 
 void hitTests()
@@ -742,7 +993,7 @@ int main(int argc, char** argv)
     printf("| %-58s | %14s | %14s | %7s | %-26s |\n", "scenario", "board", "QGraphicsScene", "ratio", "goal");
     printf("|%s|%s|%s|%s|%s|\n", QByteArray(60, '-').constData(), QByteArray(16, '-').constData(), QByteArray(16, '-').constData(),
            QByteArray(9, '-').constData(), QByteArray(28, '-').constData());
-    // A section name runs that section alone: memory, frames, hits, sync, export.
+    // A section name runs that section alone: memory, frames, pan, flood, hits, sync, export.
     const QStringList only = QCoreApplication::arguments().mid(1);
     const auto wanted = [&](const QString& name) { return only.isEmpty() || only.contains(name); };
     if (only == QStringList { QStringLiteral("memory") })
@@ -751,6 +1002,10 @@ int main(int argc, char** argv)
         memoryRowsApart();
     if (wanted(QStringLiteral("frames")))
         frames();
+    if (wanted(QStringLiteral("pan")))
+        panAndZoom();
+    if (wanted(QStringLiteral("flood")))
+        flood();
     if (wanted(QStringLiteral("hits")))
         hitTests();
     if (wanted(QStringLiteral("sync")))

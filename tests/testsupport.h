@@ -2,6 +2,7 @@
 
 // Shared fixtures: a real WhiteboardView in an offscreen QQuickWindow, driven
 // by QTest events, with frames awaited through signals.
+#include "graphics/graphicellipseitem.h"
 #include "graphics/graphicrectitem.h"
 #include "moduleregistration.h"
 #include "scene/graphicscene.h"
@@ -47,6 +48,23 @@ inline QSharedPointer<whiteboard::GraphicItem> addRect(whiteboard::GraphicScene*
     }
     item->setTimestamp(timestamp >= 0 ? timestamp : scene->itemCount(layer) + 1);
     return scene->addItem(layer, item);
+}
+
+// An ellipse in the item layer, outlined by `pen`, filled with `fill` if valid.
+inline whiteboard::GraphicEllipseItem* addEllipse(whiteboard::GraphicScene* scene, const QRectF& frame, const QPen& pen,
+                                                  const QColor& fill, qlonglong timestamp)
+{
+    auto* ellipse = new whiteboard::GraphicEllipseItem(scene);
+    QPainterPath oval;
+    oval.addEllipse(frame);
+    ellipse->setOutlinePath(oval);
+    ellipse->setBoundary(oval.boundingRect());
+    ellipse->setPen(pen);
+    if (fill.isValid())
+        ellipse->setBrush(fill);
+    ellipse->setTimestamp(timestamp);
+    scene->addItem(whiteboard::GraphicScene::ItemLayer, ellipse);
+    return ellipse;
 }
 
 // The items of the item layer painted directly, in order, over `ground`, as

@@ -79,6 +79,8 @@ private slots:
     void growthWhilePaintingComesWithLaterFrames();
     void framesPaintAsTheItemsDo_data();
     void framesPaintAsTheItemsDo();
+    void keptPixelsAreThoseOfAFreshRepaint_data();
+    void keptPixelsAreThoseOfAFreshRepaint();
     void thumbnailsShowFinishedItemsOnly();
     void exportWritesThePage();
     void renderSizeFollowsTheView();
@@ -218,15 +220,7 @@ void tst_Render::framesPaintAsTheItemsDo()
         addRect(f.scene, frame, 1, i % 3 ? QColor() : QColor::fromHsv(i % 360, 120, 230, 160), GraphicScene::ItemLayer, i + 1);
     }
     addRect(f.scene, QRectF(100, 100, 300, 200), 1, QColor(), GraphicScene::ItemLayer, crowd + 1);
-    auto* ellipse = new GraphicEllipseItem(f.scene);
-    QPainterPath oval;
-    oval.addEllipse(QRectF(250, 150, 260, 180));
-    ellipse->setOutlinePath(oval);
-    ellipse->setBoundary(oval.boundingRect());
-    ellipse->setPen(QPen(QColor(0, 120, 0), 5));
-    ellipse->setBrush(QColor(200, 220, 255));
-    ellipse->setTimestamp(crowd + 2);
-    f.scene->addItem(GraphicScene::ItemLayer, ellipse);
+    addEllipse(f.scene, QRectF(250, 150, 260, 180), QPen(QColor(0, 120, 0), 5), QColor(200, 220, 255), crowd + 2);
     auto* text = new GraphicTextItem(QStringLiteral("recorded and live"), QFont(), f.scene);
     text->setBoundary(QRectF(280, 200, 300, 60));
     text->setTimestamp(crowd + 3);
@@ -248,6 +242,109 @@ void tst_Render::framesPaintAsTheItemsDo()
     // The large thumbnail of a page of its size is the items alone, painted
     // the same way, in bands too when crowded.
     QCOMPARE(*f.scene->thumbnailImage(false), paintedDirectly(f.scene, Qt::transparent));
+}
+
+// A pan by whole pixels scrolls the kept page and repaints the strip that
+// comes into view; a zoom shows the kept page scaled, then the exact page.
+// Either way the frame that settles is the one a whole repaint gives.
+void tst_Render::keptPixelsAreThoseOfAFreshRepaint_data()
+{
+    QTest::addColumn<double>("scale");
+    QTest::addColumn<double>("ratio");
+    QTest::addColumn<double>("zoomTo");
+    // The page covers the view.
+    QTest::newRow("zoomed in") << 2.0 << 1.0 << 2.2;
+    // The page's edges are in view and move with it.
+    QTest::newRow("zoomed out") << 0.75 << 1.0 << 0.6;
+    QTest::newRow("two device pixels a unit") << 2.0 << 2.0 << 1.5;
+}
+
+void tst_Render::keptPixelsAreThoseOfAFreshRepaint()
+{
+    QFETCH(double, scale);
+    QFETCH(double, ratio);
+    QFETCH(double, zoomTo);
+    ViewFixture f;
+    f.scene->setDevicePixelRatio(ratio);
+    f.scene->setBackgroundColor(Qt::white);
+    QRandomGenerator random(7);
+    for (int i = 0; i < 600; ++i) {
+        // Whole and fractional edges, outlined and filled, some wide pens;
+        // none thinner than a device pixel at the smallest zoom here: the
+        // raster engine draws those with its thin-line stroker, whose
+        // pixels depend on the painter's clip rectangle, so that no repaint
+        // of a part of the view was ever exact for them.
+        const QRectF frame(random.bounded(1040) + (i % 4) * 0.25, random.bounded(690) + (i % 3) * 0.5, 6 + random.bounded(40), 4 + random.bounded(30));
+        auto item = addRect(f.scene, frame, 1, i % 3 ? QColor() : QColor::fromHsv(i % 360, 120, 230, 160), GraphicScene::ItemLayer, i + 1);
+        if (i % 3 != 0)
+            static_cast<AbstractGraphicShapeItem*>(item.data())->setPen(QPen(QColor(0, 90, 0), 2 + i % 9));
+    }
+    addEllipse(f.scene, QRectF(250.5, 150, 260, 180.25), QPen(QColor(0, 120, 0), 5), QColor(), 1000);
+    auto* text = new GraphicTextItem(QStringLiteral("kept and scrolled"), QFont(), f.scene);
+    text->setBoundary(QRectF(500, 300, 300, 60));
+    text->setTimestamp(1001);
+    f.scene->addItem(GraphicScene::ItemLayer, text);
+    f.view->scaleSceneToCenter(scale);
+    f.frame();
+
+    // A whole repaint of the view as it stands: the ground changes and back.
+    const auto fresh = [&] {
+        f.scene->setBackgroundColor(Qt::black);
+        f.frame();
+        f.scene->setBackgroundColor(Qt::white);
+        return f.frame();
+    };
+    SceneRender* render = f.scene->renderer();
+    const auto pan = [&](QPoint by) {
+        // Space and a drag, as a user pans: the content follows the hand.
+        const QPoint from(540, 360);
+        QTest::keyPress(f.window.get(), Qt::Key_Space);
+        f.press(from);
+        f.move(from + by);
+        f.release(from + by);
+        QTest::keyRelease(f.window.get(), Qt::Key_Space);
+    };
+
+    const int scrolled = render->scrolledFrames();
+    pan(QPoint(-12, -8));
+    QImage kept = f.frame();
+    QVERIFY(render->scrolledFrames() > scrolled);
+    QCOMPARE(kept, fresh());
+    pan(QPoint(12, 8));
+    kept = f.frame();
+    QVERIFY(render->scrolledFrames() > scrolled + 1);
+    QCOMPARE(kept, fresh());
+
+    // The preview is not exact; the frame after it is, and comes by itself.
+    const int previews = render->previewFrames();
+    const int frames = render->composedFrames();
+    f.view->scaleSceneToCenter(zoomTo);
+    QTRY_VERIFY(render->previewFrames() > previews);
+    QTRY_VERIFY(render->composedFrames() > frames);
+    kept = f.frame();
+    QCOMPARE(kept, fresh());
+
+    // Scattered changes, more than a frame keeps apart: repainted as the
+    // tiles they touch, in a frame of the kept page.
+    const int partial = render->partialFrames();
+    {
+        QMutexLocker locker(&f.scene->itemsMutex());
+        const GraphicItemList all = f.scene->items(GraphicScene::ItemLayer, 1);
+        for (int i = 0; i < all.size(); i += 6) {
+            auto* shape = qobject_cast<AbstractGraphicShapeItem*>(all.at(i).data());
+            if (!shape || shape->type() != GraphicItem::Rectangle)
+                continue;
+            const QRectF before = shape->boundary();
+            QPainterPath outline;
+            outline.addRect(before.translated(3, 2));
+            shape->setOutlinePath(outline);
+            shape->setBoundary(outline.boundingRect());
+            f.scene->updateLayer(GraphicScene::ItemLayer, QRegion(before.united(shape->boundary()).toAlignedRect()));
+        }
+    }
+    kept = f.frame();
+    QVERIFY(render->partialFrames() > partial);
+    QCOMPARE(kept, fresh());
 }
 
 void tst_Render::thumbnailsShowFinishedItemsOnly()

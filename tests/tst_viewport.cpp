@@ -215,6 +215,7 @@ void tst_Viewport::repeatedWritesEmitOnce_data()
     QTest::newRow("view isOwner") << false << QByteArray("isOwner") << QVariant(true);
     QTest::newRow("view canUndo") << false << QByteArray("canUndo") << QVariant(true);
     QTest::newRow("view thumbnailSize") << false << QByteArray("thumbnailSize") << QVariant(QSize(500, 500));
+    QTest::newRow("view frameInterval") << false << QByteArray("frameInterval") << QVariant(16);
     QTest::newRow("scene backgroundColor") << true << QByteArray("backgroundColor") << QVariant(QColor(Qt::white));
     QTest::newRow("scene rotation") << true << QByteArray("rotation") << QVariant(15.0);
     QTest::newRow("scene fillShape") << true << QByteArray("fillShape") << QVariant(true);

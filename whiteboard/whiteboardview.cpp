@@ -2,6 +2,7 @@
 
 #include "scene/graphicscene.h"
 #include "scene/sceneexport.h"
+#include "scene/scenerender.h"
 #include "util.h"
 
 #include "proto/whiteboard.pb.h"
@@ -173,6 +174,16 @@ void WhiteboardView::setThumbnailSize(const QSize& size)
     m_thumbnailSize = size;
     m_scene->updateThumbnailSize();
     emit thumbnailSizeChanged();
+}
+
+void WhiteboardView::setFrameInterval(int interval)
+{
+    interval = std::max(1, interval);
+    if (m_frameInterval == interval)
+        return;
+    m_frameInterval = interval;
+    m_scene->renderer()->setFrameInterval(interval);
+    emit frameIntervalChanged();
 }
 
 void WhiteboardView::moveSceneTo(QPointF point)

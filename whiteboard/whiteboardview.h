@@ -39,6 +39,9 @@ class WhiteboardView : public QQuickPaintedItem
     Q_PROPERTY(QString userName READ userName WRITE setUserName NOTIFY userNameChanged)
     Q_PROPERTY(bool isOwner READ isOwner WRITE setIsOwner NOTIFY isOwnerChanged)
     Q_PROPERTY(QSize thumbnailSize READ thumbnailSize WRITE setThumbnailSize NOTIFY thumbnailSizeChanged)
+    // The least time between frames, in ms: 40 unless the host asks for
+    // less (16 on a 60 Hz display); at least 1.
+    Q_PROPERTY(int frameInterval READ frameInterval WRITE setFrameInterval NOTIFY frameIntervalChanged)
 
 public:
     explicit WhiteboardView(QQuickItem* parent = nullptr);
@@ -72,6 +75,8 @@ public:
     bool isOwner() const { return m_isOwner; }
     void setIsOwner(bool isOwner);
     QSize thumbnailSize() const { return m_thumbnailSize; }
+    int frameInterval() const { return m_frameInterval; }
+    void setFrameInterval(int interval);
     void setThumbnailSize(const QSize& size);
 
     void paint(QPainter* painter) override;
@@ -118,6 +123,7 @@ signals:
     void userNameChanged();
     void isOwnerChanged();
     void thumbnailSizeChanged();
+    void frameIntervalChanged();
     // The picture at `path` could not be placed; `reason` says why.
     void pictureRefused(const QString& path, const QString& reason);
     // An export that exportScene accepted is over: `filePath` is written
@@ -157,6 +163,7 @@ private:
     QString m_userName;
     bool m_isOwner = false;
     QSize m_thumbnailSize = QSize(1080, 720);
+    int m_frameInterval = 40;
     QPoint m_pressPoint;
     // Made on the first export that paints off the GUI thread.
     std::unique_ptr<whiteboard::SceneExport> m_export;

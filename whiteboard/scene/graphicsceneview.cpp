@@ -35,7 +35,10 @@ void GraphicScene::setViewport(const QRectF& r)
         m_geometry.viewport = r;
     }
     emit viewportChanged();
-    invalidate(viewportRect());
+    // Nothing on the page changed: the renderer scrolls or scales what it keeps.
+    if (m_render)
+        m_render->makeViewDirty();
+    invalidate();
 }
 
 void GraphicScene::setSceneSize(const QSize& size)

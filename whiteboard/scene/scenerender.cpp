@@ -17,22 +17,102 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <thread>
+#include <utility>
 
 namespace whiteboard {
 
 namespace {
 
 // A region of many rectangles costs more to query piece by piece than as
-// its bounding rectangle. Frames keep more pieces than the thumbnails: a
-// burst of received moves scattered over a big board would otherwise
-// repaint, and record under itemsMutex, every item of the page.
+// tiles. Frames keep more pieces than the thumbnails: a burst of received
+// moves scattered over a big board would otherwise repaint, and record under
+// itemsMutex, every item of the page.
 constexpr int kMaxQueryRects = 16;
 constexpr int kMaxFrameRects = 64;
-// Below these a repaint is not worth splitting into bands: readying the
-// recording and handing the bands over cost more than another core saves.
+constexpr int kTile = 64;
+// Below these a repaint is not worth splitting among threads: readying the
+// recording and handing the pieces over cost more than another core saves.
 constexpr int kBandItems = 512;
 constexpr int kBandRows = 64;
+// A repaint of more pieces than this is painted in rows across the image.
+constexpr int kMaxPieces = 8;
+// View pixels kept painted beyond each side of the view, for pans.
+constexpr int kMargin = 64;
+
+// Adds `rect` to `region`, which turns into tiles beyond `maxRects` pieces:
+// once tiled, what is added is grown to the tiles it touches, so that the
+// pieces stay few without tiling the whole again at every change.
+void accumulate(QRegion& region, const QRect& rect, int maxRects)
+{
+    if (region.rectCount() <= maxRects) {
+        region += rect;
+        if (region.rectCount() > maxRects)
+            region = DirtyArea::tiled(region, maxRects, kTile);
+    } else {
+        const int left = int(std::floor(double(rect.left()) / kTile)) * kTile;
+        const int top = int(std::floor(double(rect.top()) / kTile)) * kTile;
+        const int right = (int(std::floor(double(rect.right()) / kTile)) + 1) * kTile;
+        const int bottom = (int(std::floor(double(rect.bottom()) / kTile)) + 1) * kTile;
+        region += QRect(QPoint(left, top), QPoint(right - 1, bottom - 1));
+        if (region.rectCount() > maxRects * 4)
+            region = DirtyArea::tiled(region, maxRects, kTile);
+    }
+}
+
+// Scrolls the pixels of `image` by `by` device pixels; what comes into view
+// keeps its old pixels until repainted.
+void scrollImage(QImage& image, const QPoint& by)
+{
+    const int width = image.width() - std::abs(by.x());
+    if (width <= 0 || std::abs(by.y()) >= image.height())
+        return;
+    const int pixel = image.depth() / 8;
+    const qsizetype line = image.bytesPerLine();
+    uchar* const bits = image.bits();
+    const int from = std::max(0, -by.x()) * pixel;
+    const int to = std::max(0, by.x()) * pixel;
+    const auto row = [&](int y) { std::memmove(bits + y * line + to, bits + (y - by.y()) * line + from, size_t(width) * pixel); };
+    if (by.y() > 0) {
+        for (int y = image.height() - 1; y >= by.y(); --y)
+            row(y);
+    } else {
+        for (int y = 0; y < image.height() + by.y(); ++y)
+            row(y);
+    }
+}
+
+// How far a page painted with `before` moves, in view units, when painted
+// with `after` at the same zoom; false unless by whole view and device pixels.
+bool scrollShift(const FrameState& before, const FrameState& after, double ratio, QPoint* shift)
+{
+    if (before.scale != after.scale || before.viewport.size() != after.viewport.size())
+        return false;
+    const QTransform from = before.sceneToView();
+    const QTransform to = after.sceneToView();
+    const QPointF by(to.dx() - from.dx(), to.dy() - from.dy());
+    const QPoint whole(int(std::lround(by.x())), int(std::lround(by.y())));
+    const auto integral = [](double value) { return value == std::round(value); };
+    if (by.x() != whole.x() || by.y() != whole.y() || !integral(whole.x() * ratio) || !integral(whole.y() * ratio))
+        return false;
+    *shift = whole;
+    return true;
+}
+
+// A region of many pieces that covers most of its bounding box, as that
+// box: the rasterizer clips every item against a region piece by piece, and
+// a join's or a stream's tiles painted slower than their whole box.
+QRegion coarse(const QRegion& region)
+{
+    if (region.rectCount() <= kMaxPieces)
+        return region;
+    qint64 area = 0;
+    for (const QRect& rect : region)
+        area += qint64(rect.width()) * rect.height();
+    const QRect bounds = region.boundingRect();
+    return area * 2 >= qint64(bounds.width()) * bounds.height() ? QRegion(bounds) : region;
+}
 
 QRect boundsOf(const DirtyArea& area)
 {
@@ -113,9 +193,7 @@ void SceneRender::record(const DirtyArea& area, GraphicScene::SceneLayer layer)
     // Kept apart from the lists: a thumbnail pass may come long after the
     // frame that consumed them.
     if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole && area.isVisible()) {
-        m_thumbnailDirty += boundsOf(area);
-        if (m_thumbnailDirty.rectCount() > kMaxQueryRects)
-            m_thumbnailDirty = m_thumbnailDirty.boundingRect();
+        accumulate(m_thumbnailDirty, boundsOf(area), kMaxQueryRects);
     }
 }
 
@@ -133,14 +211,15 @@ void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer
     // Grown by a pixel so that a line without width still covers its pixels.
     const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
     SceneLocker locker(&m_dirtyMutex);
-    m_silentDirty += area;
-    if (m_silentDirty.rectCount() > kMaxFrameRects)
-        m_silentDirty = m_silentDirty.boundingRect();
-    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole) {
-        m_thumbnailDirty += area;
-        if (m_thumbnailDirty.rectCount() > kMaxQueryRects)
-            m_thumbnailDirty = m_thumbnailDirty.boundingRect();
-    }
+    accumulate(m_silentDirty, area, kMaxFrameRects);
+    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole)
+        accumulate(m_thumbnailDirty, area, kMaxQueryRects);
+}
+
+void SceneRender::makeViewDirty()
+{
+    SceneLocker locker(&m_dirtyMutex);
+    m_viewMoved = true;
 }
 
 void SceneRender::makeDirtyPath(const QPainterPath& path, GraphicScene::SceneLayer layer)
@@ -237,36 +316,40 @@ void SceneRender::paint()
         return;
     if (!m_paintTimer) {
         m_paintTimer = new QTimer(this);
-        m_paintTimer->setInterval(kFrameInterval);
         m_paintTimer->setSingleShot(true);
         connect(m_paintTimer, &QTimer::timeout, this, &SceneRender::paint);
     }
-    // Measured from the end of the last frame: long frames cannot run back
-    // to back and starve the GUI thread.
-    if (QDateTime::currentMSecsSinceEpoch() - m_lastPaintTime < kFrameInterval) {
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const int wait = frameWait(now);
+    if (wait > 0) {
         // Too early: one timer arm, and the trailing request is never lost.
         if (!m_paintTimer->isActive())
-            m_paintTimer->start();
+            m_paintTimer->start(int(wait));
         return;
     }
 
     QList<DirtyArea> lists[GraphicScene::kLayerCount];
     QRegion changed;
+    // A preview shown asks for its exact page.
+    bool dirty = m_silentDue || m_previewStart != 0;
     {
         SceneLocker locker(&m_dirtyMutex);
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
             lists[key] = m_dirtyAreas.take(GraphicScene::SceneLayer(key));
         for (int key = 0; key < GraphicScene::kLayerCount; ++key)
             m_dirtyAreas.insert(GraphicScene::SceneLayer(key), QList<DirtyArea>());
+        dirty = dirty || m_viewMoved;
+        m_viewMoved = false;
     }
-    bool dirty = m_silentDue;
     m_silentDue = false;
     for (int key = 0; key < GraphicScene::kLayerCount && !dirty; ++key)
         dirty = std::any_of(lists[key].cbegin(), lists[key].cend(), [](const DirtyArea& area) { return area.isVisible(); });
-    if (!dirty) {
-        m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
+    // Nothing due is no frame: the pacing still counts from the last one,
+    // or a stream of requests that each find nothing new (a change recorded
+    // just after the frame that took it) would put the next frame off for
+    // as long as it lasts.
+    if (!dirty)
         return;
-    }
     {
         // Taken only by a frame that is due: silent changes wait for one.
         SceneLocker locker(&m_dirtyMutex);
@@ -284,12 +367,10 @@ void SceneRender::paint()
         for (const DirtyArea& area : list) {
             if (!area.isVisible())
                 continue;
-            changed += boundsOf(area);
-            // Unions of many pieces cost more than they save.
-            if (changed.rectCount() > kMaxFrameRects)
-                changed = changed.boundingRect();
+            accumulate(changed, boundsOf(area), kMaxFrameRects);
         }
     }
+    m_lastFrameStart = now;
     composeFrame(state, changed);
     m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
 
@@ -300,12 +381,22 @@ void SceneRender::paint()
     {
         SceneLocker locker(&m_dirtyMutex);
         m_silentDue = !m_silentDirty.isEmpty();
-        pending = m_silentDue;
+        pending = m_silentDue || m_viewMoved || m_previewStart != 0;
         for (auto it = m_dirtyAreas.cbegin(); it != m_dirtyAreas.cend() && !pending; ++it)
             pending = std::any_of(it->cbegin(), it->cend(), [](const DirtyArea& area) { return area.isVisible(); });
     }
     if (pending && !m_paintTimer->isActive())
-        m_paintTimer->start();
+        m_paintTimer->start(std::max(1, frameWait(QDateTime::currentMSecsSinceEpoch())));
+}
+
+int SceneRender::frameWait(qint64 now) const
+{
+    // An interval from the start of the last frame, and a quarter of one
+    // after its end: a long frame (a stream of changes all over a big page)
+    // is followed by the next one soon, but never back to back, so that
+    // the GUI thread has its turn at the items and a core.
+    const int interval = m_frameInterval;
+    return int(std::max(m_lastFrameStart + interval, m_lastPaintTime + interval / 4) - now);
 }
 
 void SceneRender::composeFrame()
@@ -323,57 +414,179 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     const QImage base = baseImage();
     if (base.isNull())
         return;
-    const bool whole = m_pageImage.size() != base.size() || m_pageImage.devicePixelRatio() != base.devicePixelRatio()
-        || !state.samePage(m_pageState) || changed.isEmpty();
-    QRegion dirty;
+    const double ratio = base.devicePixelRatio();
+    const QRect viewRect(QPoint(0, 0), (QSizeF(base.size()) / ratio).toSize());
+    const int margin = marginFor(ratio);
+    const QRect inImage = viewRect.translated(margin, margin);
+    const QRect imageRect(0, 0, viewRect.width() + 2 * margin, viewRect.height() + 2 * margin);
+    const QSize pixels(base.width() + int(std::lround(2 * margin * ratio)), base.height() + int(std::lround(2 * margin * ratio)));
+    const bool kept = !m_pageImage.isNull() && m_pageImage.size() == pixels && m_pageImage.devicePixelRatio() == ratio
+        && state.samePicture(m_pageState);
+    QPoint shift;
+    const bool scrolled = kept && !state.samePage(m_pageState) && scrollShift(m_pageState, state, ratio, &shift)
+        && std::abs(shift.x()) < imageRect.width() && std::abs(shift.y()) < imageRect.height();
+    const bool partial = kept && state.samePage(m_pageState) && !changed.isEmpty();
+    if (kept && !scrolled && !partial && state.scale != m_pageState.scale) {
+        // A zoom: the kept page scaled at once, for a while, unless this is
+        // the very state previewed (its exact page is due) or the preview
+        // has lasted long enough.
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        const bool previewed = m_previewStart != 0 && state.samePage(m_previewState);
+        if (!previewed && (m_previewStart == 0 || now - m_previewStart < kPreviewSpan)) {
+            if (m_previewStart == 0)
+                m_previewStart = now;
+            m_previewState = state;
+            // What changed meanwhile waits for the exact page.
+            if (!changed.isEmpty()) {
+                SceneLocker locker(&m_dirtyMutex);
+                for (const QRect& rect : changed)
+                    accumulate(m_silentDirty, rect, kMaxFrameRects);
+            }
+            composePreview(state, base, margin);
+            return;
+        }
+    }
+    m_previewStart = 0;
+    const bool whole = !scrolled && !partial;
     if (whole) {
-        m_pageImage = base;
-        dirty = QRegion(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
-    } else {
-        dirty = imageRegion(changed, state.sceneToView(), state.paintMargin)
-                    .intersected(QRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize()));
+        // The margin is painted after the frame is handed over.
+        m_pageImage = QImage(pixels, base.format());
+        m_pageImage.setDevicePixelRatio(ratio);
+        m_pageValid = QRegion();
+        m_keptBorder = QRegion();
+    } else if (scrolled) {
+        // Whole device pixels: the kept pixels are those a repaint at the
+        // new place gives.
+        scrollImage(m_pageImage, (QPointF(shift) * ratio).toPoint());
+        m_pageValid = m_pageValid.translated(shift).intersected(imageRect);
+        m_keptBorder = m_keptBorder.translated(shift).intersected(imageRect);
     }
     m_pageState = state;
-    const QRect pageRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
+    const QTransform toImage = imageTransform(state, margin);
+    m_pageValid -= imageRegion(changed, toImage, state.paintMargin);
+    // What the page's edge now covers or uncovers: the edge is rounded to
+    // view pixels, and the ground outside it is plain.
+    m_pageValid -= imageBorder(state, margin).xored(m_keptBorder);
+    QRegion dirty = QRegion(inImage) - m_pageValid;
     // A mark sizes itself as it paints, and items change while a frame
     // paints: what changed meanwhile is painted again in this same frame,
-    // twice at most. What changes during the last pass stays for the next
-    // frame, which the silent change makes due.
+    // twice at most, when it is small. What changes during the last pass,
+    // or much (a stream of received moves), stays for the next frame, which
+    // the silent change makes due: a frame under such a stream repainted
+    // most of the page three times.
     for (int pass = 0; !dirty.isEmpty(); ++pass) {
-        if (!repaintPage(state, dirty)) {
+        if (!repaintPage(state, dirty, margin)) {
             // Half painted: the next frame starts over.
             m_pageImage = QImage();
             return;
         }
         if (pass == 2)
             break;
-        QRegion grown;
-        {
-            SceneLocker locker(&m_dirtyMutex);
-            grown = m_silentDirty;
-            m_silentDirty = QRegion();
-        }
-        dirty = grown.isEmpty() ? QRegion() : imageRegion(grown, state.sceneToView(), state.paintMargin).intersected(pageRect);
+        SceneLocker locker(&m_dirtyMutex);
+        dirty = m_silentDirty.isEmpty() ? QRegion() : imageRegion(m_silentDirty, toImage, state.paintMargin).intersected(imageRect);
+        qint64 area = 0;
+        for (const QRect& rect : dirty)
+            area += qint64(rect.width()) * rect.height();
+        if (area * 8 > qint64(imageRect.width()) * imageRect.height())
+            break;
+        m_silentDirty = QRegion();
     }
-    QImage frame = m_pageImage;
-    if (!finishFrame(state, frame))
+    QImage frame = margin == 0 ? m_pageImage : m_pageImage.copy(QRect(QPointF(inImage.topLeft() * ratio).toPoint(), base.size()));
+    frame.setDevicePixelRatio(ratio);
+    if (handOver(state, std::move(frame), whole, scrolled))
+        scheduleThumbnails();
+    if (m_pageValid != QRegion(imageRect))
+        QMetaObject::invokeMethod(this, &SceneRender::fillMargin, Qt::QueuedConnection);
+}
+
+int SceneRender::marginFor(double ratio)
+{
+    // Only where it is whole device pixels, so that the view is a copy.
+    const double pixels = kMargin * ratio;
+    return pixels == std::round(pixels) ? kMargin : 0;
+}
+
+QTransform SceneRender::imageTransform(const FrameState& state, int margin)
+{
+    // Both offsets are whole or snapped: the sum is exact.
+    return state.sceneToView() * QTransform::fromTranslate(margin, margin);
+}
+
+QRegion SceneRender::imageBorder(const FrameState& state, int margin)
+{
+    QRegion border = state.borderRegion.translated(margin, margin);
+    if (margin == 0)
+        return border;
+    // Beyond the view the page lies where the scene would put it were the
+    // view that large (the view's own border is the view when the page
+    // covers it).
+    const QPointF topLeft = state.viewport.topLeft();
+    const QRectF onScreen(-topLeft.x() / state.viewport.width() * state.viewRect.width(),
+                          -topLeft.y() / state.viewport.height() * state.viewRect.height(),
+                          GraphicScene::roundPixel(state.sceneSize.width() * state.scale),
+                          GraphicScene::roundPixel(state.sceneSize.height() * state.scale));
+    const QRect view = state.viewRect.toRect().translated(margin, margin);
+    border += QRegion(onScreen.toRect().translated(margin, margin)) - QRegion(view);
+    return border;
+}
+
+void SceneRender::fillMargin()
+{
+    // Not while a preview waits for its exact page: the kept one is old.
+    if (m_pageImage.isNull() || m_previewStart != 0 || quitRequested())
         return;
+    const double ratio = m_pageImage.devicePixelRatio();
+    const QRect imageRect(QPoint(0, 0), (QSizeF(m_pageImage.size()) / ratio).toSize());
+    const QRegion dirty = QRegion(imageRect) - m_pageValid;
+    if (dirty.isEmpty())
+        return;
+    if (!repaintPage(m_pageState, dirty, marginFor(ratio)))
+        m_pageImage = QImage();
+}
+
+void SceneRender::composePreview(const FrameState& state, const QImage& base, int margin)
+{
+    QImage frame(base.size(), base.format());
+    frame.setDevicePixelRatio(base.devicePixelRatio());
+    {
+        QPainter painter(&frame);
+        const QRect viewRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        painter.fillRect(viewRect, state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent));
+        painter.setClipRegion(state.borderRegion);
+        // The kept page's view units to the new ones; nearest pixels, for
+        // speed: the exact page follows. Its margin shows what a zoom out
+        // brings into view, where it is painted.
+        painter.setTransform(m_pageState.sceneToView().inverted() * state.sceneToView());
+        painter.drawImage(QPointF(-margin, -margin), m_pageImage);
+    }
+    handOver(state, std::move(frame), false, false);
+}
+
+bool SceneRender::handOver(const FrameState& state, QImage frame, bool whole, bool scrolled)
+{
+    if (!finishFrame(state, frame))
+        return false;
     {
         SceneLocker locker(&m_imageMutex);
         m_frameImage = frame;
     }
-    {
-        // Handed over under itemsMutex: the scene's destructor takes it after
-        // asking us to quit, so no receiver sees a scene being torn down.
-        SceneLocker locker(&m_scene->itemsMutex());
-        if (quitRequested())
-            return;
+    // Handed over under itemsMutex: the scene's destructor takes it after
+    // asking us to quit, so no receiver sees a scene being torn down.
+    SceneLocker locker(&m_scene->itemsMutex());
+    if (quitRequested())
+        return false;
+    if (m_previewStart != 0) {
+        ++m_previewFrames;
+    } else {
         ++m_composedFrames;
         if (!whole)
             ++m_partialFrames;
-        emit finished(frame);
+        if (scrolled)
+            ++m_scrolledFrames;
     }
-    scheduleThumbnails();
+    emit finished(frame);
+    return true;
 }
 
 GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const
@@ -386,7 +599,7 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
         return back.mapRect(QRectF(rect)).adjusted(-margin, -margin, margin, margin);
     };
     GraphicItemList found;
-    if (area.rectCount() == 1 || area.rectCount() > kMaxFrameRects) {
+    if (area.rectCount() == 1) {
         found = root->query(sceneRect(area.boundingRect()));
     } else {
         QSet<const GraphicItem*> seen;
@@ -403,73 +616,116 @@ GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const 
     return found;
 }
 
-bool SceneRender::repaintPage(const FrameState& state, const QRegion& dirty)
+bool SceneRender::repaintPage(const FrameState& state, const QRegion& wanted, int margin)
 {
-    if (dirty.isEmpty())
+    if (wanted.isEmpty())
         return true;
-    const QTransform toView = state.sceneToView();
+    const QRegion dirty = coarse(wanted);
+    const QTransform toImage = imageTransform(state, margin);
     {
         // The only wait the GUI thread has on a frame: finding and recording
         // the items; they are painted from the recording after.
         SceneLocker locker(&m_scene->itemsMutex());
         GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
-            all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toView, state.paintMargin));
+            all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toImage, state.paintMargin));
         m_pageRecording->record(all, kRenderHints, state.paintMargin);
     }
     // The ground replaces what was there; an invalid colour leaves transparency.
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
-    paintRecording(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(state.borderRegion), toView);
+    const QRegion border = imageBorder(state, margin);
+    paintRecording(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(border), toImage);
     m_pageRecording->clear();
-    return !quitRequested();
+    if (quitRequested())
+        return false;
+    // Painted on either side of the page's edge as it lies now: a pixel
+    // kept across a pan is exact only if the edge still puts it there.
+    m_pageValid += dirty;
+    m_keptBorder = (m_keptBorder - dirty) + dirty.intersected(border);
+    return true;
 }
 
-std::vector<QRect> SceneRender::bandRows(const QImage& image, const QRect& area, int items) const
+std::vector<QRect> SceneRender::pieces(const QImage& image, const QRegion& dirty, int items) const
 {
     const double ratio = image.devicePixelRatio();
     const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
-    const int count = items < kBandItems || area.height() < 2 * kBandRows ? 1 : m_bands->width();
-    // Band edges fall on logical rows that are whole device rows too, so
-    // that the bands' clips neither overlap nor leave a row out.
-    std::vector<int> edges { whole.top() };
-    for (int band = 1; band < count; ++band) {
-        int row = area.top() + area.height() * band / count;
-        for (int step = 0; step < 8 && std::abs(row * ratio - std::round(row * ratio)) > 1e-6; ++step)
-            ++row;
-        if (std::abs(row * ratio - std::round(row * ratio)) > 1e-6 || row <= edges.back() || row > area.bottom())
-            break;
-        edges.push_back(row);
+    const int count = items < kBandItems ? 1 : m_bands->width();
+    // Cuts [first, first + length) into `count` spans at logical pixels that
+    // are whole device pixels too, so that the pieces' clips neither overlap
+    // nor leave a pixel out.
+    const auto cuts = [&](int first, int length) {
+        std::vector<int> edges { first };
+        for (int piece = 1; piece < count && length >= 2 * kBandRows; ++piece) {
+            int at = first + length * piece / count;
+            for (int step = 0; step < 8 && std::abs(at * ratio - std::round(at * ratio)) > 1e-6; ++step)
+                ++at;
+            if (std::abs(at * ratio - std::round(at * ratio)) > 1e-6 || at <= edges.back() || at >= first + length)
+                break;
+            edges.push_back(at);
+        }
+        edges.push_back(first + length);
+        return edges;
+    };
+    std::vector<QRect> result;
+    if (dirty.rectCount() > kMaxPieces) {
+        // Many pieces (tiles): rows across the image, each clipped to them.
+        const QRect area = dirty.boundingRect();
+        std::vector<int> edges = cuts(area.top(), area.height());
+        edges.front() = whole.top();
+        edges.back() = whole.bottom() + 1;
+        for (size_t band = 0; band + 1 < edges.size(); ++band)
+            result.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
+        return result;
     }
-    edges.push_back(whole.bottom() + 1);
-    std::vector<QRect> bands;
-    for (size_t band = 0; band + 1 < edges.size(); ++band)
-        bands.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
-    return bands;
+    // Few pieces (a pan's strips, a whole view): each cut into rows, as a
+    // whole view always was, or into columns when too short for rows, so
+    // that a thin strip is shared by the threads and each painter's clip is
+    // a rectangle, which the rasterizer bounds its work by.
+    for (const QRect& rect : dirty) {
+        const bool across = rect.height() < 2 * kBandRows && rect.width() > rect.height();
+        const std::vector<int> edges = across ? cuts(rect.left(), rect.width()) : cuts(rect.top(), rect.height());
+        for (size_t piece = 0; piece + 1 < edges.size(); ++piece) {
+            if (across)
+                result.emplace_back(edges[piece], rect.top(), edges[piece + 1] - edges[piece], rect.height());
+            else
+                result.emplace_back(rect.left(), edges[piece], rect.width(), edges[piece + 1] - edges[piece]);
+        }
+    }
+    return result;
 }
 
 void SceneRender::paintRecording(QImage& image, const PaintRecording& recording, const QRegion& dirty, const QColor& ground,
                                  const QRegion& clip, const QTransform& toImage)
 {
-    const std::vector<QRect> bands = bandRows(image, dirty.boundingRect(), recording.itemCount());
-    // Every band paints through its own image over the same pixels, clipped
-    // to its rows. Not a strip of its own: the rasterizer rounds coordinates
+    const std::vector<QRect> parts = pieces(image, dirty, recording.itemCount());
+    const int threads = std::min(int(parts.size()), recording.itemCount() < kBandItems ? 1 : m_bands->width());
+    // Every piece paints through its own image over the same pixels, clipped
+    // to it. Not a strip of its own: the rasterizer rounds coordinates
     // toward zero, so a shape crossing a strip's top edge would be covered a
     // little differently than over the whole image.
-    uchar* const bits = image.bits(); // detached here, once, before the bands share it
-    m_bands->run(int(bands.size()), [&](int index) {
-        const QRect& band = bands[size_t(index)];
+    uchar* const bits = image.bits(); // detached here, once, before the threads share it
+    m_bands->run(threads, [&](int thread) {
         QImage shared(bits, image.width(), image.height(), image.bytesPerLine(), image.format());
         shared.setDevicePixelRatio(image.devicePixelRatio());
+        // The pieces are dealt in turn: a pan's two strips are each cut in
+        // as many pieces as there are threads. One painter a thread, its
+        // state saved around each piece: beginning a painter costs more
+        // than a small piece.
         QPainter painter(&shared);
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
-        for (const QRect& rect : dirty)
-            painter.fillRect(rect.intersected(band), ground);
-        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-        // A clip on every painter: thin pens stroke slowly without one.
-        painter.setClipRegion(clip.intersected(band));
-        painter.setTransform(toImage);
-        painter.setRenderHints(kRenderHints);
-        recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
+        for (size_t index = size_t(thread); index < parts.size(); index += size_t(threads)) {
+            const QRect& part = parts[index];
+            painter.save();
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            for (const QRect& rect : dirty)
+                painter.fillRect(rect.intersected(part), ground);
+            painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+            // A clip on every painter: thin pens stroke slowly without one.
+            painter.setClipRegion(clip.intersected(part));
+            painter.setTransform(toImage);
+            painter.setRenderHints(kRenderHints);
+            recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
+            painter.restore();
+        }
     });
 }
 
@@ -596,7 +852,7 @@ bool SceneRender::updateThumbnails()
             dirty = QRegion(m_thumbnailLarge.rect());
             m_thumbnailPage = page;
         } else {
-            dirty = imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect());
+            dirty = coarse(imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect()));
         }
         m_smallThumbnailSize = scene->smallThumbnailSize();
         m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,
