@@ -147,6 +147,9 @@ private slots:
     void copyAndPaste()
     {
         const QSharedPointer<GraphicItem> source = addRect(f->scene, QRectF(100, 100, 50, 50));
+        // A second older than now, so that the copy's time of now is later
+        // even when both fall in one millisecond.
+        source->setTimestamp(source->timestamp() - 1000);
         QTest::mouseClick(f->window.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 125));
         QCOMPARE(f->scene->selectedItems(), GraphicItemList { source });
 

@@ -247,7 +247,7 @@ LayerIndex* GraphicScene::layerIndex(SceneLayer layer) const
 void GraphicScene::noteFiled(const QRectF& area, SceneLayer layer)
 {
     if (m_render)
-        m_render->makeDirtySilently(area, layer);
+        m_render->dirt().makeDirtySilently(area, layer);
 }
 
 // Adding and removing dirty the items' places, without asking for a frame:

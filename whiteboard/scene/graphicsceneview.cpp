@@ -37,7 +37,7 @@ void GraphicScene::setViewport(const QRectF& r)
     emit viewportChanged();
     // Nothing on the page changed: the renderer scrolls or scales what it keeps.
     if (m_render)
-        m_render->makeViewDirty();
+        m_render->dirt().makeViewDirty();
     invalidate();
 }
 
@@ -232,7 +232,7 @@ void GraphicScene::notePaintMargin(double margin)
 void GraphicScene::invalidate(const QRectF& rect, SceneLayer layer)
 {
     if (m_render && rect.width() > 0.0 && rect.height() > 0.0)
-        m_render->makeDirtyRegion(QRegion(rect.toAlignedRect()), layer);
+        m_render->dirt().makeDirtyRegion(QRegion(rect.toAlignedRect()), layer);
     // Once until the render thread begins the frame, which takes every
     // change recorded before it.
     if (m_frameAsked.exchange(true))

@@ -2,8 +2,9 @@
 
 #include "graphics/graphiccontroller.h"
 #include "graphics/graphicitem.h"
-#include "scene/bandworkers.h"
 #include "scene/graphicscene.h"
+#include "scene/pagepainter.h"
+#include "scene/thumbnailpass.h"
 #include "scene/layerindex.h"
 #include "scene/paintrecording.h"
 
@@ -12,54 +13,19 @@
 #include <QMutexLocker>
 #include <QPainter>
 #include <QQuickItem>
-#include <QSet>
 #include <QTimer>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <thread>
 #include <utility>
 
 namespace whiteboard {
 
 namespace {
 
-// A region of many rectangles costs more to query piece by piece than as
-// tiles. Frames keep more pieces than the thumbnails: a burst of received
-// moves scattered over a big board would otherwise repaint, and record under
-// itemsMutex, every item of the page.
-constexpr int kMaxQueryRects = 16;
-constexpr int kMaxFrameRects = 64;
-constexpr int kTile = 64;
-// Below these a repaint is not worth splitting among threads: readying the
-// recording and handing the pieces over cost more than another core saves.
-constexpr int kBandItems = 512;
-constexpr int kBandRows = 64;
-// A repaint of more pieces than this is painted in rows across the image.
-constexpr int kMaxPieces = 8;
 // View pixels kept painted beyond each side of the view, for pans.
 constexpr int kMargin = 64;
-
-// Adds `rect` to `region`, which turns into tiles beyond `maxRects` pieces:
-// once tiled, what is added is grown to the tiles it touches, so that the
-// pieces stay few without tiling the whole again at every change.
-void accumulate(QRegion& region, const QRect& rect, int maxRects)
-{
-    if (region.rectCount() <= maxRects) {
-        region += rect;
-        if (region.rectCount() > maxRects)
-            region = DirtyArea::tiled(region, maxRects, kTile);
-    } else {
-        const int left = int(std::floor(double(rect.left()) / kTile)) * kTile;
-        const int top = int(std::floor(double(rect.top()) / kTile)) * kTile;
-        const int right = (int(std::floor(double(rect.right()) / kTile)) + 1) * kTile;
-        const int bottom = (int(std::floor(double(rect.bottom()) / kTile)) + 1) * kTile;
-        region += QRect(QPoint(left, top), QPoint(right - 1, bottom - 1));
-        if (region.rectCount() > maxRects * 4)
-            region = DirtyArea::tiled(region, maxRects, kTile);
-    }
-}
 
 // Scrolls the pixels of `image` by `by` device pixels; what comes into view
 // keeps its old pixels until repainted.
@@ -100,46 +66,13 @@ bool scrollShift(const FrameState& before, const FrameState& after, double ratio
     return true;
 }
 
-// A region of many pieces that covers most of its bounding box, as that
-// box: the rasterizer clips every item against a region piece by piece, and
-// a join's or a stream's tiles painted slower than their whole box.
-QRegion coarse(const QRegion& region)
-{
-    if (region.rectCount() <= kMaxPieces)
-        return region;
-    qint64 area = 0;
-    for (const QRect& rect : region)
-        area += qint64(rect.width()) * rect.height();
-    const QRect bounds = region.boundingRect();
-    return area * 2 >= qint64(bounds.width()) * bounds.height() ? QRegion(bounds) : region;
-}
-
-QRect boundsOf(const DirtyArea& area)
-{
-    return area.kind == DirtyArea::RegionKind ? area.region.boundingRect() : area.path.boundingRect().toAlignedRect();
-}
-
-// The hints of every frame and thumbnail painter, and of their recordings.
-constexpr QPainter::RenderHints kRenderHints = QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform;
-
-// `area` in scene units mapped into an image through `toImage`, grown to
-// whole pixels plus `margin` scene units.
-QRegion imageRegion(const QRegion& area, const QTransform& toImage, double margin)
-{
-    QRegion result;
-    const double grow = margin * std::max(std::abs(toImage.m11()) + std::abs(toImage.m21()), std::abs(toImage.m12()) + std::abs(toImage.m22())) + 1.0;
-    for (const QRect& rect : area)
-        result += toImage.mapRect(QRectF(rect)).adjusted(-grow, -grow, grow, grow).toAlignedRect();
-    return result;
-}
-
 } // namespace
 
 SceneRender::SceneRender(GraphicScene* scene)
     : m_scene(scene)
     , m_pageRecording(std::make_unique<PaintRecording>())
-    , m_bands(std::make_unique<BandWorkers>(std::clamp(int(std::thread::hardware_concurrency()) - 1, 0, 3)))
-    , m_thumbnailRecording(std::make_unique<PaintRecording>())
+    , m_painter(std::make_unique<PagePainter>(scene))
+    , m_thumbnails(std::make_unique<ThumbnailPass>(scene, this, m_dirt, *m_painter))
 {
 }
 
@@ -149,10 +82,15 @@ SceneRender::~SceneRender()
         m_paintTimer->stop();
 }
 
-QList<DirtyArea> SceneRender::dirtyAreas(GraphicScene::SceneLayer layer)
+void SceneRender::requestQuit()
 {
-    SceneLocker locker(&m_dirtyMutex);
-    return m_dirtyAreas.value(layer);
+    m_quitRequested = 1;
+    m_thumbnails->requestQuit();
+}
+
+int SceneRender::thumbnailPasses() const
+{
+    return m_thumbnails->passes();
 }
 
 QImage SceneRender::baseImage() const
@@ -179,63 +117,6 @@ double SceneRender::devicePixelRatio() const
     return m_devicePixelRatio;
 }
 
-// --- dirty tracking ---------------------------------------------------------
-
-void SceneRender::record(const DirtyArea& area, GraphicScene::SceneLayer layer)
-{
-    SceneLocker locker(&m_dirtyMutex);
-    if (layer == GraphicScene::AllLayers) {
-        for (int key = GraphicScene::BackgroundLayer; key < GraphicScene::kLayerCount; ++key)
-            m_dirtyAreas[GraphicScene::SceneLayer(key)].append(area);
-    } else {
-        m_dirtyAreas[layer].append(area);
-    }
-    // Kept apart from the lists: a thumbnail pass may come long after the
-    // frame that consumed them.
-    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole && area.isVisible()) {
-        accumulate(m_thumbnailDirty, boundsOf(area), kMaxQueryRects);
-    }
-}
-
-void SceneRender::makeDirty(const QRectF& rect, GraphicScene::SceneLayer layer)
-{
-    if (!(rect.width() > 0.0 && rect.height() > 0.0))
-        return;
-    record(DirtyArea(QRegion(rect.toRect())), layer);
-}
-
-void SceneRender::makeDirtySilently(const QRectF& rect, GraphicScene::SceneLayer layer)
-{
-    if (rect.isNull())
-        return;
-    // Grown by a pixel so that a line without width still covers its pixels.
-    const QRect area = rect.toAlignedRect().adjusted(-1, -1, 1, 1);
-    SceneLocker locker(&m_dirtyMutex);
-    accumulate(m_silentDirty, area, kMaxFrameRects);
-    if ((layer == GraphicScene::AllLayers || layer == GraphicScene::ItemLayer) && !m_thumbnailWhole)
-        accumulate(m_thumbnailDirty, area, kMaxQueryRects);
-}
-
-void SceneRender::makeViewDirty()
-{
-    SceneLocker locker(&m_dirtyMutex);
-    m_viewMoved = true;
-}
-
-void SceneRender::makeDirtyPath(const QPainterPath& path, GraphicScene::SceneLayer layer)
-{
-    if (path.isEmpty())
-        return;
-    record(DirtyArea(path), layer);
-}
-
-void SceneRender::makeDirtyRegion(const QRegion& region, GraphicScene::SceneLayer layer)
-{
-    if (region.isEmpty())
-        return;
-    record(DirtyArea(region), layer);
-}
-
 // --- life -------------------------------------------------------------------
 
 void SceneRender::onInitScene()
@@ -249,8 +130,7 @@ void SceneRender::quit()
 {
     if (m_paintTimer)
         m_paintTimer->stop();
-    if (m_thumbnailTimer)
-        m_thumbnailTimer->stop();
+    m_thumbnails->stop();
     // The scene deletes us once the thread has ended; this lock is what
     // orders our work before that, for ThreadSanitizer as for the reader.
     SceneLocker locker(&m_scene->itemsMutex());
@@ -328,34 +208,18 @@ void SceneRender::paint()
         return;
     }
 
-    QList<DirtyArea> lists[GraphicScene::kLayerCount];
-    QRegion changed;
     // A preview shown asks for its exact page.
-    bool dirty = m_silentDue || m_previewStart != 0;
-    {
-        SceneLocker locker(&m_dirtyMutex);
-        for (int key = 0; key < GraphicScene::kLayerCount; ++key)
-            lists[key] = m_dirtyAreas.take(GraphicScene::SceneLayer(key));
-        for (int key = 0; key < GraphicScene::kLayerCount; ++key)
-            m_dirtyAreas.insert(GraphicScene::SceneLayer(key), QList<DirtyArea>());
-        dirty = dirty || m_viewMoved;
-        m_viewMoved = false;
-    }
+    DirtyTracker::Taken taken = m_dirt.take();
+    const bool due = taken.due || m_silentDue || m_previewStart != 0;
     m_silentDue = false;
-    for (int key = 0; key < GraphicScene::kLayerCount && !dirty; ++key)
-        dirty = std::any_of(lists[key].cbegin(), lists[key].cend(), [](const DirtyArea& area) { return area.isVisible(); });
     // Nothing due is no frame: the pacing still counts from the last one,
     // or a stream of requests that each find nothing new (a change recorded
     // just after the frame that took it) would put the next frame off for
     // as long as it lasts.
-    if (!dirty)
+    if (!due)
         return;
-    {
-        // Taken only by a frame that is due: silent changes wait for one.
-        SceneLocker locker(&m_dirtyMutex);
-        changed += m_silentDirty;
-        m_silentDirty = QRegion();
-    }
+    // Taken only by a frame that is due: silent changes wait for one.
+    taken.changed += m_dirt.takeSilent();
     // dirtyMutex is released before we wait here: the GUI thread may hold
     // itemsMutex while it records dirty areas.
     FrameState state;
@@ -363,28 +227,14 @@ void SceneRender::paint()
         SceneLocker locker(&m_scene->itemsMutex());
         m_scene->fillFrameState(state);
     }
-    for (const QList<DirtyArea>& list : lists) {
-        for (const DirtyArea& area : list) {
-            if (!area.isVisible())
-                continue;
-            accumulate(changed, boundsOf(area), kMaxFrameRects);
-        }
-    }
     m_lastFrameStart = now;
-    composeFrame(state, changed);
+    composeFrame(state, taken.changed);
     m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
 
     // What changed while we painted has asked for its frame, unless the
     // frame itself wrote it (a mark sizes itself as it paints): then the
     // silent change is due.
-    bool pending = false;
-    {
-        SceneLocker locker(&m_dirtyMutex);
-        m_silentDue = !m_silentDirty.isEmpty();
-        pending = m_silentDue || m_viewMoved || m_previewStart != 0;
-        for (auto it = m_dirtyAreas.cbegin(); it != m_dirtyAreas.cend() && !pending; ++it)
-            pending = std::any_of(it->cbegin(), it->cend(), [](const DirtyArea& area) { return area.isVisible(); });
-    }
+    const bool pending = m_dirt.pending(&m_silentDue) || m_previewStart != 0;
     if (pending && !m_paintTimer->isActive())
         m_paintTimer->start(std::max(1, frameWait(QDateTime::currentMSecsSinceEpoch())));
 }
@@ -437,11 +287,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
                 m_previewStart = now;
             m_previewState = state;
             // What changed meanwhile waits for the exact page.
-            if (!changed.isEmpty()) {
-                SceneLocker locker(&m_dirtyMutex);
-                for (const QRect& rect : changed)
-                    accumulate(m_silentDirty, rect, kMaxFrameRects);
-            }
+            m_dirt.defer(changed);
             composePreview(state, base, margin);
             return;
         }
@@ -463,7 +309,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     }
     m_pageState = state;
     const QTransform toImage = imageTransform(state, margin);
-    m_pageValid -= imageRegion(changed, toImage, state.paintMargin);
+    m_pageValid -= PagePainter::imageRegion(changed, toImage, state.paintMargin);
     // What the page's edge now covers or uncovers: the edge is rounded to
     // view pixels, and the ground outside it is plain.
     m_pageValid -= imageBorder(state, margin).xored(m_keptBorder);
@@ -482,19 +328,14 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
         }
         if (pass == 2)
             break;
-        SceneLocker locker(&m_dirtyMutex);
-        dirty = m_silentDirty.isEmpty() ? QRegion() : imageRegion(m_silentDirty, toImage, state.paintMargin).intersected(imageRect);
-        qint64 area = 0;
-        for (const QRect& rect : dirty)
-            area += qint64(rect.width()) * rect.height();
-        if (area * 8 > qint64(imageRect.width()) * imageRect.height())
-            break;
-        m_silentDirty = QRegion();
+        dirty = m_dirt.takeSilentWithin([&](const QRegion& silent) {
+            return PagePainter::imageRegion(silent, toImage, state.paintMargin).intersected(imageRect);
+        }, qint64(imageRect.width()) * imageRect.height() / 8);
     }
     QImage frame = margin == 0 ? m_pageImage : m_pageImage.copy(QRect(QPointF(inImage.topLeft() * ratio).toPoint(), base.size()));
     frame.setDevicePixelRatio(ratio);
     if (handOver(state, std::move(frame), whole, scrolled))
-        scheduleThumbnails();
+        m_thumbnails->schedule();
     if (m_pageValid != QRegion(imageRect))
         QMetaObject::invokeMethod(this, &SceneRender::fillMargin, Qt::QueuedConnection);
 }
@@ -589,38 +430,11 @@ bool SceneRender::handOver(const FrameState& state, QImage frame, bool whole, bo
     return true;
 }
 
-GraphicItemList SceneRender::itemsMeeting(GraphicScene::SceneLayer layer, const QRegion& area, const QTransform& toArea, double margin) const
-{
-    const LayerIndex* root = m_scene->layerIndex(layer);
-    if (!root)
-        return {};
-    const QTransform back = toArea.inverted();
-    const auto sceneRect = [&](const QRect& rect) {
-        return back.mapRect(QRectF(rect)).adjusted(-margin, -margin, margin, margin);
-    };
-    GraphicItemList found;
-    if (area.rectCount() == 1) {
-        found = root->query(sceneRect(area.boundingRect()));
-    } else {
-        QSet<const GraphicItem*> seen;
-        for (const QRect& rect : area) {
-            for (const QSharedPointer<GraphicItem>& item : root->query(sceneRect(rect))) {
-                if (!seen.contains(item.data())) {
-                    seen.insert(item.data());
-                    found.append(item);
-                }
-            }
-        }
-    }
-    LayerIndex::sort(found, Qt::AscendingOrder);
-    return found;
-}
-
 bool SceneRender::repaintPage(const FrameState& state, const QRegion& wanted, int margin)
 {
     if (wanted.isEmpty())
         return true;
-    const QRegion dirty = coarse(wanted);
+    const QRegion dirty = PagePainter::coarse(wanted);
     const QTransform toImage = imageTransform(state, margin);
     {
         // The only wait the GUI thread has on a frame: finding and recording
@@ -628,13 +442,13 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& wanted, in
         SceneLocker locker(&m_scene->itemsMutex());
         GraphicItemList all;
         for (int layer = GraphicScene::BackgroundLayer; layer < GraphicScene::kLayerCount; ++layer)
-            all.append(itemsMeeting(GraphicScene::SceneLayer(layer), dirty, toImage, state.paintMargin));
-        m_pageRecording->record(all, kRenderHints, state.paintMargin);
+            all.append(PagePainter::itemsMeeting(*m_scene, GraphicScene::SceneLayer(layer), dirty, toImage, state.paintMargin));
+        m_pageRecording->record(all, PagePainter::kRenderHints, state.paintMargin);
     }
     // The ground replaces what was there; an invalid colour leaves transparency.
     const QColor ground = state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent);
     const QRegion border = imageBorder(state, margin);
-    paintRecording(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(border), toImage);
+    m_painter->paint(m_pageImage, *m_pageRecording, dirty, ground, dirty.intersected(border), toImage, [this] { return quitRequested(); });
     m_pageRecording->clear();
     if (quitRequested())
         return false;
@@ -645,104 +459,22 @@ bool SceneRender::repaintPage(const FrameState& state, const QRegion& wanted, in
     return true;
 }
 
-std::vector<QRect> SceneRender::pieces(const QImage& image, const QRegion& dirty, int items) const
-{
-    const double ratio = image.devicePixelRatio();
-    const QRect whole(QPoint(0, 0), (QSizeF(image.size()) / ratio).toSize());
-    const int count = items < kBandItems ? 1 : m_bands->width();
-    // Cuts [first, first + length) into `count` spans at logical pixels that
-    // are whole device pixels too, so that the pieces' clips neither overlap
-    // nor leave a pixel out.
-    const auto cuts = [&](int first, int length) {
-        std::vector<int> edges { first };
-        for (int piece = 1; piece < count && length >= 2 * kBandRows; ++piece) {
-            int at = first + length * piece / count;
-            for (int step = 0; step < 8 && std::abs(at * ratio - std::round(at * ratio)) > 1e-6; ++step)
-                ++at;
-            if (std::abs(at * ratio - std::round(at * ratio)) > 1e-6 || at <= edges.back() || at >= first + length)
-                break;
-            edges.push_back(at);
-        }
-        edges.push_back(first + length);
-        return edges;
-    };
-    std::vector<QRect> result;
-    if (dirty.rectCount() > kMaxPieces) {
-        // Many pieces (tiles): rows across the image, each clipped to them.
-        const QRect area = dirty.boundingRect();
-        std::vector<int> edges = cuts(area.top(), area.height());
-        edges.front() = whole.top();
-        edges.back() = whole.bottom() + 1;
-        for (size_t band = 0; band + 1 < edges.size(); ++band)
-            result.emplace_back(whole.left(), edges[band], whole.width(), edges[band + 1] - edges[band]);
-        return result;
-    }
-    // Few pieces (a pan's strips, a whole view): each cut into rows, as a
-    // whole view always was, or into columns when too short for rows, so
-    // that a thin strip is shared by the threads and each painter's clip is
-    // a rectangle, which the rasterizer bounds its work by.
-    for (const QRect& rect : dirty) {
-        const bool across = rect.height() < 2 * kBandRows && rect.width() > rect.height();
-        const std::vector<int> edges = across ? cuts(rect.left(), rect.width()) : cuts(rect.top(), rect.height());
-        for (size_t piece = 0; piece + 1 < edges.size(); ++piece) {
-            if (across)
-                result.emplace_back(edges[piece], rect.top(), edges[piece + 1] - edges[piece], rect.height());
-            else
-                result.emplace_back(rect.left(), edges[piece], rect.width(), edges[piece + 1] - edges[piece]);
-        }
-    }
-    return result;
-}
-
-void SceneRender::paintRecording(QImage& image, const PaintRecording& recording, const QRegion& dirty, const QColor& ground,
-                                 const QRegion& clip, const QTransform& toImage)
-{
-    const std::vector<QRect> parts = pieces(image, dirty, recording.itemCount());
-    const int threads = std::min(int(parts.size()), recording.itemCount() < kBandItems ? 1 : m_bands->width());
-    // Every piece paints through its own image over the same pixels, clipped
-    // to it. Not a strip of its own: the rasterizer rounds coordinates
-    // toward zero, so a shape crossing a strip's top edge would be covered a
-    // little differently than over the whole image.
-    uchar* const bits = image.bits(); // detached here, once, before the threads share it
-    m_bands->run(threads, [&](int thread) {
-        QImage shared(bits, image.width(), image.height(), image.bytesPerLine(), image.format());
-        shared.setDevicePixelRatio(image.devicePixelRatio());
-        // The pieces are dealt in turn: a pan's two strips are each cut in
-        // as many pieces as there are threads. One painter a thread, its
-        // state saved around each piece: beginning a painter costs more
-        // than a small piece.
-        QPainter painter(&shared);
-        for (size_t index = size_t(thread); index < parts.size(); index += size_t(threads)) {
-            const QRect& part = parts[index];
-            painter.save();
-            painter.setCompositionMode(QPainter::CompositionMode_Source);
-            for (const QRect& rect : dirty)
-                painter.fillRect(rect.intersected(part), ground);
-            painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-            // A clip on every painter: thin pens stroke slowly without one.
-            painter.setClipRegion(clip.intersected(part));
-            painter.setTransform(toImage);
-            painter.setRenderHints(kRenderHints);
-            recording.replay(&painter, m_scene->itemsMutex(), [this] { return quitRequested(); });
-            painter.restore();
-        }
-    });
-}
-
 bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
 {
     QPainter painter(&frame);
     painter.save();
     painter.setClipRegion(state.borderRegion, Qt::ReplaceClip);
     painter.setTransform(state.sceneToView());
-    painter.setRenderHints(kRenderHints);
+    painter.setRenderHints(PagePainter::kRenderHints);
     // Control points lie above all layers and are clipped to the page.
     const GraphicItemList controlled = !state.selectedItems.isEmpty() ? state.selectedItems
         : state.focusItem                                             ? GraphicItemList { state.focusItem }
                                                                       : GraphicItemList();
     for (const QSharedPointer<GraphicItem>& item : controlled) {
-        if (quitRequested())
+        if (quitRequested()) {
+            painter.restore();
             return false;
+        }
         SceneLocker locker(&m_scene->itemsMutex());
         if (GraphicController* controller = item->controller())
             controller->paint(&painter);
@@ -761,114 +493,14 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
 
 // --- thumbnails -------------------------------------------------------------
 
-void SceneRender::scheduleThumbnails()
-{
-    {
-        SceneLocker locker(&m_dirtyMutex);
-        if (!m_thumbnailWhole && m_thumbnailDirty.isEmpty())
-            return;
-    }
-    if (!m_thumbnailTimer) {
-        m_thumbnailTimer = new QTimer(this);
-        m_thumbnailTimer->setSingleShot(true);
-        connect(m_thumbnailTimer, &QTimer::timeout, this, &SceneRender::paintThumbnails);
-    }
-    const qint64 wait = m_lastThumbnailTime + kThumbnailInterval - QDateTime::currentMSecsSinceEpoch();
-    if (wait <= 0) {
-        paintThumbnails();
-    } else if (!m_thumbnailTimer->isActive()) {
-        m_thumbnailTimer->start(int(wait));
-    }
-}
-
-void SceneRender::paintThumbnails()
-{
-    {
-        SceneLocker locker(&m_thumbnailMutex);
-        if (!updateThumbnails())
-            return;
-    }
-    m_lastThumbnailTime = QDateTime::currentMSecsSinceEpoch();
-    // The scene's images are the GUI thread's: handed over there.
-    GraphicScene* scene = m_scene;
-    QMetaObject::invokeMethod(scene, [scene] {
-        if (SceneRender* render = scene->renderer())
-            render->publishThumbnails();
-    }, Qt::QueuedConnection);
-}
-
 void SceneRender::catchUpThumbnails()
 {
-    {
-        // Waits for a pass under way; before the first frame there is
-        // nothing to catch up with.
-        SceneLocker locker(&m_thumbnailMutex);
-        if (!m_thumbnailLarge.isNull())
-            updateThumbnails();
-    }
-    publishThumbnails();
+    m_thumbnails->catchUp();
 }
 
 void SceneRender::publishThumbnails()
 {
-    QImage large;
-    QImage small;
-    {
-        SceneLocker locker(&m_thumbnailMutex);
-        if (m_thumbnailSerial == m_publishedSerial)
-            return;
-        m_publishedSerial = m_thumbnailSerial;
-        large = m_thumbnailLarge;
-        small = m_thumbnailSmall;
-    }
-    m_scene->setThumbnails(large, small);
-}
-
-bool SceneRender::updateThumbnails()
-{
-    GraphicScene* scene = m_scene;
-    QRegion changed;
-    QRegion dirty;
-    QTransform toThumbnail;
-    {
-        SceneLocker locker(&m_scene->itemsMutex());
-        const QSize page = scene->sceneSize();
-        const QSize size = scene->thumbnailSize();
-        bool whole = m_thumbnailLarge.isNull() || page != m_thumbnailPage || m_thumbnailLarge.size() != size;
-        {
-            // Taken under itemsMutex: a change recorded from here on is
-            // either seen by this recording or left for the next pass.
-            SceneLocker dirtyLocker(&m_dirtyMutex);
-            whole = whole || m_thumbnailWhole;
-            changed = m_thumbnailDirty;
-            if (!whole && changed.isEmpty())
-                return true;
-            m_thumbnailDirty = QRegion();
-            m_thumbnailWhole = false;
-        }
-        toThumbnail.scale(double(size.width()) / page.width(), double(size.height()) / page.height());
-        if (whole) {
-            m_thumbnailLarge = QImage(size, QImage::Format_ARGB32_Premultiplied);
-            dirty = QRegion(m_thumbnailLarge.rect());
-            m_thumbnailPage = page;
-        } else {
-            dirty = coarse(imageRegion(changed, toThumbnail, scene->paintMargin()).intersected(m_thumbnailLarge.rect()));
-        }
-        m_smallThumbnailSize = scene->smallThumbnailSize();
-        m_thumbnailRecording->record(itemsMeeting(GraphicScene::ItemLayer, dirty, toThumbnail, scene->paintMargin()), kRenderHints,
-                                     scene->paintMargin());
-    }
-    paintRecording(m_thumbnailLarge, *m_thumbnailRecording, dirty, Qt::transparent, dirty, toThumbnail);
-    m_thumbnailRecording->clear();
-    if (quitRequested()) {
-        m_thumbnailLarge = QImage();
-        return false;
-    }
-    // Scaled from the large one rather than painted again from every item.
-    m_thumbnailSmall = m_thumbnailLarge.scaled(m_smallThumbnailSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    ++m_thumbnailSerial;
-    ++m_thumbnailPasses;
-    return true;
+    m_thumbnails->publish();
 }
 
 } // namespace whiteboard
