@@ -87,10 +87,11 @@ using GraphicItemList = QList<QSharedPointer<GraphicItem>>;
 // annotated ones):
 //   1. the export's jobMutex (held for a whole export);
 //   2. renderMutex (the frame handed to the view);
-//   3. the worker's thumbnailMutex (a thumbnail pass);
+//   3. ThumbnailPass's thumbnailMutex (a thumbnail pass);
 //   4. itemsMutex (items, indexes and what frames read of the scene;
-//      recursive: tools re-enter it through the scene's queries);
-//   5. the worker's dirtyMutex (the dirty lists): the GUI thread records
+//      recursive: tools re-enter it through the scene's queries; fair: a
+//      thread that lets it go while the other waits gives way);
+//   5. DirtyTracker's dirtyMutex (the dirty lists): the GUI thread records
 //      dirty areas holding itemsMutex, and a thumbnail pass takes it under
 //      itemsMutex; the render thread releases it before it waits for
 //      itemsMutex.
