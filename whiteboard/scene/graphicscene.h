@@ -280,7 +280,8 @@ public:
     // `layer` is dirty, and a frame is asked for unless one is asked already
     // and the render thread has not begun it: a burst of changes, such as a
     // received message of many envelopes, makes one queued request. An empty
-    // rect asks for a frame alone. Any thread that may change items.
+    // rect asks for a frame alone. GUI thread: the request is a queued call
+    // to the render thread.
     void invalidate(const QRectF& rect = QRectF(), SceneLayer layer = AllLayers);
     // Render thread, as a frame begins: changes from now on ask for the next.
     void frameBegun() { m_frameAsked.store(false); }
