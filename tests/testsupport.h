@@ -180,7 +180,7 @@ struct ViewFixture
         whiteboard::SceneRender* render = scene->renderer();
         QMetaObject::invokeMethod(render, [] {}, Qt::BlockingQueuedConnection);
         for (int layer = 0; layer < whiteboard::GraphicScene::kLayerCount; ++layer) {
-            const QList<whiteboard::DirtyArea> areas = render->dirt().areas(whiteboard::GraphicScene::SceneLayer(layer));
+            const QList<whiteboard::DirtyArea> areas = render->dirtyAreas(whiteboard::GraphicScene::SceneLayer(layer));
             if (std::any_of(areas.cbegin(), areas.cend(), [](const whiteboard::DirtyArea& area) { return area.isVisible(); }))
                 return false;
         }

@@ -137,12 +137,12 @@ void tst_Render::dirtyListsPerLayer()
     // No view: nothing is painted, so the lists stay as recorded.
     GraphicScene scene;
     SceneRender* render = scene.renderer();
-    render->dirt().makeDirty(QRectF(0, 0, 10, 10), GraphicScene::AllLayers);
-    render->dirt().makeDirtyRegion(QRegion(0, 0, 5, 5), GraphicScene::ActiveLayer);
-    render->dirt().makeDirty(QRectF(0, 0, 0, 10), GraphicScene::ItemLayer);
+    render->makeDirty(QRectF(0, 0, 10, 10), GraphicScene::AllLayers);
+    render->makeDirtyRegion(QRegion(0, 0, 5, 5), GraphicScene::ActiveLayer);
+    render->makeDirty(QRectF(0, 0, 0, 10), GraphicScene::ItemLayer);
     for (int layer = 0; layer < GraphicScene::kLayerCount; ++layer)
-        QCOMPARE(render->dirt().areas(GraphicScene::SceneLayer(layer)).size(), layer == GraphicScene::ActiveLayer ? 2 : 1);
-    QVERIFY(render->dirt().areas(GraphicScene::AllLayers).isEmpty());
+        QCOMPARE(render->dirtyAreas(GraphicScene::SceneLayer(layer)).size(), layer == GraphicScene::ActiveLayer ? 2 : 1);
+    QVERIFY(render->dirtyAreas(GraphicScene::AllLayers).isEmpty());
 }
 
 void tst_Render::backgroundAndSurround()

@@ -3,6 +3,7 @@
 #include "scene/dirtytracker.h"
 #include "scene/framestate.h"
 #include "scene/graphicscene.h"
+#include "scene/thumbnailpass.h"
 
 #include <QImage>
 #include <QList>
@@ -23,7 +24,6 @@ namespace whiteboard {
 
 class PagePainter;
 class PaintRecording;
-class ThumbnailPass;
 
 // The render worker. Lives on "graphic_render_thread"; turns at most one
 // frame request per frame interval (40 ms unless the host asks for less) into
@@ -50,6 +50,8 @@ public:
     // A zoom is previewed from the kept page for this long at most; the
     // exact page follows within a frame interval after.
     static constexpr int kPreviewSpan = 100;
+    // The thumbnails may lag the view by this much.
+    static constexpr int kThumbnailInterval = ThumbnailPass::kInterval;
 
     explicit SceneRender(GraphicScene* scene);
     ~SceneRender() override;
@@ -60,6 +62,8 @@ public:
 
     // Any thread: where changes are told (see DirtyTracker).
     DirtyTracker& dirt() { return m_dirt; }
+    // Any thread: pending entries of one layer, for inspection.
+    QList<DirtyArea> dirtyAreas(GraphicScene::SceneLayer layer) { return m_dirt.areas(layer); }
     // Any thread.
     QImage baseImage() const;
     QImage frameImage() const;
@@ -99,6 +103,16 @@ signals:
     void finished(const QImage& result);
 
 public slots:
+    // Any thread: one DirtyArea recorded (see DirtyTracker).
+    void makeDirty(const QRectF& rect, whiteboard::GraphicScene::SceneLayer layer = GraphicScene::AllLayers) { m_dirt.makeDirty(rect, layer); }
+    void makeDirtyPath(const QPainterPath& path, whiteboard::GraphicScene::SceneLayer layer = GraphicScene::AllLayers)
+    {
+        m_dirt.makeDirtyPath(path, layer);
+    }
+    void makeDirtyRegion(const QRegion& region, whiteboard::GraphicScene::SceneLayer layer = GraphicScene::AllLayers)
+    {
+        m_dirt.makeDirtyRegion(region, layer);
+    }
     // Render thread, queued.
     void onInitScene();
     // GUI thread, directly; takes imageMutex, then itemsMutex for the border.
