@@ -181,7 +181,8 @@ private slots:
         QFETCH(int, kind);
         const Item sent = madeItem(kind, scene.get());
         const Item got = make(kind, scene.get());
-        ItemCodec::decode(*got, ItemCodec::encode(*sent));
+        // Through the items' own face, which every kind shares.
+        got->deserialize(sent->serialize());
 
         QCOMPARE(got->gid(), sent->gid());
         QCOMPARE(got->userId(), 42);

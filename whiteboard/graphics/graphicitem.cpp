@@ -2,10 +2,10 @@
 
 #include "graphics/graphiccontroller.h"
 #include "scene/graphicscene.h"
+#include "scene/itemcodec.h"
 
 #include <QMouseEvent>
 #include <QThread>
-
 
 namespace whiteboard {
 
@@ -252,6 +252,9 @@ QPointF GraphicItem::eventScenePos(const QMouseEvent* event) const
 }
 
 void GraphicItem::paint(QPainter*, const QRectF*) { }
+QByteArray GraphicItem::serialize() { return ItemCodec::encode(*this); }
+void GraphicItem::deserialize(const QByteArray& data) { ItemCodec::decode(*this, data); }
+void GraphicItem::serializeToAction(im::whiteboard::GraphicAction* action) { ItemCodec::write(*this, action); }
 GraphicItem* GraphicItem::copy() { return nullptr; }
 bool GraphicItem::collidesWithPath(const QPainterPath&, Qt::ItemSelectionMode) const { return false; }
 bool GraphicItem::collidesWithRect(const QRectF&, Qt::ItemSelectionMode) const { return false; }

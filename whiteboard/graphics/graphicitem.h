@@ -20,6 +20,10 @@ class QDragMoveEvent;
 class QDragLeaveEvent;
 class QDropEvent;
 
+namespace im::whiteboard {
+class GraphicAction;
+}
+
 namespace whiteboard {
 
 class GraphicScene;
@@ -146,6 +150,13 @@ public:
     QPointF mapFromItem(const GraphicItem* other, double x, double y) const;
 
     virtual void paint(QPainter* painter, const QRectF* rect = nullptr);
+    // The item's wire form, through the one wire layer (ItemCodec) for every
+    // kind: its entry alone (an image's pixels left out), that entry applied
+    // (bytes that do not parse change nothing), and its entry added to an
+    // action's list. Empty and ignored for a kind without a wire form.
+    virtual QByteArray serialize();
+    virtual void deserialize(const QByteArray& data);
+    virtual void serializeToAction(im::whiteboard::GraphicAction* action);
     virtual GraphicItem* copy();
     virtual bool collidesWithPath(const QPainterPath& path, Qt::ItemSelectionMode mode) const;
     virtual bool collidesWithRect(const QRectF& rect, Qt::ItemSelectionMode mode) const;
