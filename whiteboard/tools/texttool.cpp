@@ -23,6 +23,13 @@ namespace whiteboard {
 
 namespace {
 
+// The render thread reads an item's visibility as it records a frame.
+void setShown(GraphicScene* scene, GraphicItem* item, bool shown)
+{
+    SceneLocker locker(&scene->itemsMutex());
+    item->setVisible(shown);
+}
+
 // Escape and Enter end the edit before the field sees them. Enter with any
 // modifier too: a board lays a text out one line high, so a second line
 // would not show on any board.
@@ -153,7 +160,7 @@ void TextTool::finishEdit()
     m_inputer.clear();
     if (!inputer) {
         if (auto* text = qobject_cast<GraphicTextItem*>(mode == Open::Edit ? edited.data() : m_gesture.activeItem.data()))
-            text->setVisible(true);
+            setShown(m_scene, text, true);
         m_gesture.activeItem.reset();
         m_tools.endGesture();
         return;
@@ -179,7 +186,7 @@ void TextTool::commitNewBox(QQuickItem* inputer)
     const QSharedPointer<GraphicItem> item = m_gesture.activeItem;
     auto* text = qobject_cast<GraphicTextItem*>(item.data());
     if (text)
-        text->setVisible(true);
+        setShown(m_scene, text, true);
 
     const QString content = InputLimits::typedText(inputer->property("text").toString());
     // The field may lay out its last keys at its next polish.
@@ -215,7 +222,7 @@ void TextTool::beginEdit(const QSharedPointer<GraphicItem>& item)
         return;
     finishEdit();
     // The field is laid over the hidden item and takes its text.
-    item->setVisible(false);
+    setShown(m_scene, item.data(), false);
     const QRectF rect = m_scene->mapRectFromScene(item->boundary());
     inputer->setPosition(fieldPosition(m_scene, inputer, rect.topLeft()));
     inputer->setSize(rect.size());
@@ -233,7 +240,7 @@ void TextTool::beginEdit(const QSharedPointer<GraphicItem>& item)
 
 void TextTool::commitEdit(QQuickItem* inputer, const QSharedPointer<GraphicItem>& item)
 {
-    item->setVisible(true);
+    setShown(m_scene, item.data(), true);
     const QString text = InputLimits::typedText(inputer->property("text").toString());
     auto* shape = qobject_cast<AbstractGraphicShapeItem*>(item.data());
     if (text.isEmpty() || !shape) {
