@@ -759,85 +759,94 @@ void BoardSession::handleAction(Participant* from, const pb::SingleWhiteboardDat
 {
     const pb::GraphicAction& action = body.graphicactiondata();
     const std::string& rawGid = action.gid().empty() ? envelope.gid() : action.gid();
-    const QString gid = QString::fromStdString(rawGid);
-    if (gid.isEmpty())
+    const ItemAction item { from, envelope, action, QString::fromStdString(rawGid), action.graphicactiontype(),
+                            WireAction::author(action), versionOf(action) };
+    if (item.gid.isEmpty())
         return;
-    const int type = action.graphicactiontype();
-    const qint64 author = WireAction::author(action);
-    const std::optional<Version> version = versionOf(action);
-    const auto known = m_items.constFind(gid);
-    const qint64 user = from->accountId();
-
-    if (!admitsVersion(version)) {
-        refuse(from, gid, type, version, "version-ahead", QStringLiteral("version %1, clock %2").arg(version->clock).arg(m_clock), outcome);
+    if (!admitsVersion(item.version)) {
+        refuse(from, item.gid, item.type, item.version, "version-ahead",
+               QStringLiteral("version %1, clock %2").arg(item.version->clock).arg(m_clock), outcome);
         return;
     }
     // Every entry, not the first alone: boards apply each under its own
     // author and gid.
-    if (!WireAction::onlyOf(action, rawGid, author)) {
-        refuse(from, gid, type, version, "forged-entry", QStringLiteral("an entry of another author or gid"), outcome);
+    if (!WireAction::onlyOf(action, rawGid, item.author)) {
+        refuse(from, item.gid, item.type, item.version, "forged-entry", QStringLiteral("an entry of another author or gid"), outcome);
         return;
     }
-    if (type == pb::GraphicActionAdd && known == m_items.cend()) {
-        if (author != user) {
-            refuse(from, gid, type, version, "forged-author", QStringLiteral("added as user %1").arg(author), outcome);
-            return;
-        }
-        const QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
-        if (m_items.size() >= m_options.maxBoardItems || m_bytes + state.size() > m_options.maxBoardBytes) {
-            refuse(from, gid, type, version, "board-full", QStringLiteral("%1 items, %2 bytes").arg(m_items.size()).arg(m_bytes), outcome);
-            return;
-        }
-        putItem(gid, author, version, state.size());
-        outcome.changes.append({ BoardStore::Change::Put, { gid, author, version, state }, 0, std::nullopt });
-        outcome.forward.append(&envelope);
+    const auto known = m_items.constFind(item.gid);
+    if (item.type == pb::GraphicActionAdd && known == m_items.cend())
+        addItem(item, outcome);
+    else if (item.type <= pb::GraphicActionRemove)
+        changeItem(item, known == m_items.cend() ? nullptr : &*known, outcome);
+}
+
+void BoardSession::addItem(const ItemAction& item, Outcome& outcome)
+{
+    if (item.author != item.from->accountId()) {
+        refuse(item.from, item.gid, item.type, item.version, "forged-author", QStringLiteral("added as user %1").arg(item.author), outcome);
         return;
     }
-    if (type > pb::GraphicActionRemove)
+    const QByteArray state = rewritten(item.envelope, pb::GraphicActionAdd);
+    if (m_items.size() >= m_options.maxBoardItems || m_bytes + state.size() > m_options.maxBoardBytes) {
+        refuse(item.from, item.gid, item.type, item.version, "board-full", QStringLiteral("%1 items, %2 bytes").arg(m_items.size()).arg(m_bytes),
+               outcome);
         return;
-    if (known == m_items.cend()) {
+    }
+    putItem(item.gid, item.author, item.version, state.size());
+    outcome.changes.append({ BoardStore::Change::Put, { item.gid, item.author, item.version, state }, 0, std::nullopt });
+    outcome.forward.append(&item.envelope);
+}
+
+void BoardSession::changeItem(const ItemAction& item, const ItemState* known, Outcome& outcome)
+{
+    const QString& gid = item.gid;
+    const int type = item.type;
+    if (!known) {
         // Gone already: a removal has nothing to do, an update is answered
         // with the removal.
         if (type != pb::GraphicActionRemove)
-            refuse(from, gid, type, version, "no-item", QStringLiteral("no such item"), outcome);
+            refuse(item.from, gid, type, item.version, "no-item", QStringLiteral("no such item"), outcome);
         return;
     }
+    const qint64 user = item.from->accountId();
     if (user != known->author && user != m_owner) {
-        refuse(from, gid, type, version, "not-owner", QStringLiteral("item of user %1").arg(known->author), outcome);
+        refuse(item.from, gid, type, item.version, "not-owner", QStringLiteral("item of user %1").arg(known->author), outcome);
         return;
     }
-    if (type != pb::GraphicActionRemove && author != known->author) {
-        refuse(from, gid, type, version, "forged-author", QStringLiteral("author changed to %1").arg(author), outcome);
+    if (type != pb::GraphicActionRemove && item.author != known->author) {
+        refuse(item.from, gid, type, item.version, "forged-author", QStringLiteral("author changed to %1").arg(item.author), outcome);
         return;
     }
-    if (version && known->version && !(*known->version < *version)) {
+    if (item.version && known->version && !(*known->version < *item.version)) {
         // Older than what the board holds: every board has the newer state or
         // gets it, and drops this one by its version.
-        qCDebug(lcRelay).noquote() << "stale" << actionName(type) << "of" << gid << "from" << from->description();
+        qCDebug(lcRelay).noquote() << "stale" << actionName(type) << "of" << gid << "from" << item.from->description();
         return;
     }
     if (type == pb::GraphicActionRemove) {
         dropItem(gid);
         outcome.changes.append({ BoardStore::Change::Remove, { gid, 0, std::nullopt, {} }, 0, std::nullopt });
-        outcome.forward.append(&envelope);
+        outcome.forward.append(&item.envelope);
         return;
     }
     const qint64 itemAuthor = known->author;
-    QByteArray state = rewritten(envelope, pb::GraphicActionAdd);
-    if (body.graphicactiondata().has_imagedata())
+    const qint64 knownBytes = known->bytes;
+    QByteArray state = rewritten(item.envelope, pb::GraphicActionAdd);
+    if (item.action.has_imagedata())
         state = keepingPicture(state, storedItem(gid));
-    if (m_bytes - known->bytes + state.size() > m_options.maxBoardBytes) {
-        refuse(from, gid, type, version, "board-full", QStringLiteral("%1 bytes").arg(m_bytes), outcome);
+    if (m_bytes - knownBytes + state.size() > m_options.maxBoardBytes) {
+        refuse(item.from, gid, type, item.version, "board-full", QStringLiteral("%1 bytes").arg(m_bytes), outcome);
         return;
     }
-    putItem(gid, itemAuthor, version, state.size());
-    outcome.changes.append({ BoardStore::Change::Put, { gid, itemAuthor, version, state }, 0, std::nullopt });
+    putItem(gid, itemAuthor, item.version, state.size());
+    outcome.changes.append({ BoardStore::Change::Put, { gid, itemAuthor, item.version, state }, 0, std::nullopt });
     if (type == pb::GraphicActionAdd) {
         // A second add of a live gid would give the others a second item.
-        outcome.toOthers.append(rewritten(envelope, pb::GraphicActionUpdate));
+        outcome.toOthers.append(rewritten(item.envelope, pb::GraphicActionUpdate));
         return;
     }
-    outcome.forward.append(&envelope);
+    outcome.forward.append(&item.envelope);
 }
 
 bool BoardSession::refused(Participant* from, const char* reason, const QString& what, const QString& detail)

@@ -16,6 +16,7 @@
 #include <vector>
 
 namespace im::whiteboard {
+class GraphicAction;
 class SingleWhiteboardData;
 class TransferData;
 class UserAction;
@@ -120,8 +121,24 @@ private:
     void onDisconnected(Participant* participant);
     void answerJoin(Participant* participant);
 
+    // A received item action, as the checks read it.
+    struct ItemAction
+    {
+        Participant* from = nullptr;
+        const im::whiteboard::SingleWhiteboardData& envelope;
+        const im::whiteboard::GraphicAction& action;
+        QString gid;
+        int type = 0;
+        qint64 author = 0;
+        std::optional<BoardStore::Version> version;
+    };
+
     void handleAction(Participant* from, const im::whiteboard::SingleWhiteboardData& envelope,
                       const im::whiteboard::WhiteboardData& body, Outcome& outcome);
+    // An add of a gid the board does not hold.
+    void addItem(const ItemAction& item, Outcome& outcome);
+    // An update, removal or second add of `known`, or of a gid gone (null).
+    void changeItem(const ItemAction& item, const ItemState* known, Outcome& outcome);
     void handleOperation(Participant* from, const im::whiteboard::SingleWhiteboardData& envelope,
                          const im::whiteboard::UserOperation& operation, Outcome& outcome);
     bool admitPresence(Participant* from, const im::whiteboard::UserAction& action);
