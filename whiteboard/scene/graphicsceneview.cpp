@@ -295,15 +295,8 @@ void GraphicScene::onRenderFinished(const QImage& result)
 
 void GraphicScene::fillFrameState(FrameState& state) const
 {
-    state.viewRect = m_geometry.viewBounds;
-    state.sceneSize = m_geometry.sceneSize;
-    state.viewport = m_geometry.viewport;
-    state.scale = m_geometry.scale;
-    state.rotation = m_geometry.rotation;
+    state.geometry = m_geometry;
     state.backgroundColor = m_backgroundColor;
-    // From the viewport of this very frame: the queued border update may
-    // not have run yet.
-    state.borderRegion = pageRegion();
     state.paintMargin = paintMargin();
     state.selectedItems = m_selectedItems;
     state.focusItem = m_focusItem;

@@ -53,7 +53,7 @@ void scrollImage(QImage& image, const QPoint& by)
 // with `after` at the same zoom; false unless by whole view and device pixels.
 bool scrollShift(const FrameState& before, const FrameState& after, double ratio, QPoint* shift)
 {
-    if (before.scale != after.scale || before.viewport.size() != after.viewport.size())
+    if (before.geometry.scale != after.geometry.scale || before.geometry.viewport.size() != after.geometry.viewport.size())
         return false;
     const QTransform from = before.sceneToView();
     const QTransform to = after.sceneToView();
@@ -80,12 +80,6 @@ SceneRender::~SceneRender()
 {
     if (m_paintTimer)
         m_paintTimer->stop();
-}
-
-void SceneRender::requestQuit()
-{
-    m_quitRequested = 1;
-    m_thumbnails->requestQuit();
 }
 
 int SceneRender::thumbnailPasses() const
@@ -231,9 +225,8 @@ void SceneRender::paint()
     composeFrame(state, taken.changed);
     m_lastPaintTime = QDateTime::currentMSecsSinceEpoch();
 
-    // What changed while we painted has asked for its frame, unless the
-    // frame itself wrote it (a mark sizes itself as it paints): then the
-    // silent change is due.
+    // What changed while we painted has asked for its frame; silent changes
+    // made meanwhile (items filed anew) make the next one due.
     const bool pending = m_dirt.pending(&m_silentDue) || m_previewStart != 0;
     if (pending && !m_paintTimer->isActive())
         m_paintTimer->start(std::max(1, frameWait(QDateTime::currentMSecsSinceEpoch())));
@@ -276,7 +269,7 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     const bool scrolled = kept && !state.samePage(m_pageState) && scrollShift(m_pageState, state, ratio, &shift)
         && std::abs(shift.x()) < imageRect.width() && std::abs(shift.y()) < imageRect.height();
     const bool partial = kept && state.samePage(m_pageState) && !changed.isEmpty();
-    if (kept && !scrolled && !partial && state.scale != m_pageState.scale) {
+    if (kept && !scrolled && !partial && state.geometry.scale != m_pageState.geometry.scale) {
         // A zoom: the kept page scaled at once, for a while, unless this is
         // the very state previewed (its exact page is due) or the preview
         // has lasted long enough.
@@ -314,12 +307,11 @@ void SceneRender::composeFrame(const FrameState& state, const QRegion& changed)
     // view pixels, and the ground outside it is plain.
     m_pageValid -= imageBorder(state, margin).xored(m_keptBorder);
     QRegion dirty = QRegion(inImage) - m_pageValid;
-    // A mark sizes itself as it paints, and items change while a frame
-    // paints: what changed meanwhile is painted again in this same frame,
-    // twice at most, when it is small. What changes during the last pass,
-    // or much (a stream of received moves), stays for the next frame, which
-    // the silent change makes due: a frame under such a stream repainted
-    // most of the page three times.
+    // Items change while a frame paints: what changed meanwhile is painted
+    // again in this same frame, twice at most, when it is small. What
+    // changes during the last pass, or much (a stream of received moves),
+    // stays for the next frame, which the silent change makes due: a frame
+    // under such a stream repainted most of the page three times.
     for (int pass = 0; !dirty.isEmpty(); ++pass) {
         if (!repaintPage(state, dirty, margin)) {
             // Half painted: the next frame starts over.
@@ -355,19 +347,14 @@ QTransform SceneRender::imageTransform(const FrameState& state, int margin)
 
 QRegion SceneRender::imageBorder(const FrameState& state, int margin)
 {
-    QRegion border = state.borderRegion.translated(margin, margin);
+    QRegion border = state.borderRegion().translated(margin, margin);
     if (margin == 0)
         return border;
     // Beyond the view the page lies where the scene would put it were the
     // view that large (the view's own border is the view when the page
     // covers it).
-    const QPointF topLeft = state.viewport.topLeft();
-    const QRectF onScreen(-topLeft.x() / state.viewport.width() * state.viewRect.width(),
-                          -topLeft.y() / state.viewport.height() * state.viewRect.height(),
-                          GraphicScene::roundPixel(state.sceneSize.width() * state.scale),
-                          GraphicScene::roundPixel(state.sceneSize.height() * state.scale));
-    const QRect view = state.viewRect.toRect().translated(margin, margin);
-    border += QRegion(onScreen.toRect().translated(margin, margin)) - QRegion(view);
+    const QRect view = state.geometry.viewBounds.toRect().translated(margin, margin);
+    border += QRegion(state.geometry.pageOnScreen().toRect().translated(margin, margin)) - QRegion(view);
     return border;
 }
 
@@ -394,7 +381,7 @@ void SceneRender::composePreview(const FrameState& state, const QImage& base, in
         const QRect viewRect(QPoint(0, 0), (QSizeF(base.size()) / base.devicePixelRatio()).toSize());
         painter.setCompositionMode(QPainter::CompositionMode_Source);
         painter.fillRect(viewRect, state.backgroundColor.isValid() ? state.backgroundColor : QColor(Qt::transparent));
-        painter.setClipRegion(state.borderRegion);
+        painter.setClipRegion(state.borderRegion());
         // The kept page's view units to the new ones; nearest pixels, for
         // speed: the exact page follows. Its margin shows what a zoom out
         // brings into view, where it is painted.
@@ -463,7 +450,7 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
 {
     QPainter painter(&frame);
     painter.save();
-    painter.setClipRegion(state.borderRegion, Qt::ReplaceClip);
+    painter.setClipRegion(state.borderRegion(), Qt::ReplaceClip);
     painter.setTransform(state.sceneToView());
     painter.setRenderHints(PagePainter::kRenderHints);
     // Control points lie above all layers and are clipped to the page.
@@ -482,7 +469,7 @@ bool SceneRender::finishFrame(const FrameState& state, QImage& frame)
     painter.restore();
 
     // Darken what lies outside the page.
-    const QRegion surround = QRegion(state.viewRect.toRect()) - state.borderRegion;
+    const QRegion surround = QRegion(state.geometry.viewBounds.toRect()) - state.borderRegion();
     for (const QRect& rect : surround) {
         painter.fillRect(rect, QColor("#90000000"));
         if (quitRequested())

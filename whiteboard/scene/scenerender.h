@@ -57,7 +57,7 @@ public:
     ~SceneRender() override;
 
     // Any thread. Set once by the scene's destructor; a frame stops at its next test.
-    void requestQuit();
+    void requestQuit() { m_quitRequested = 1; }
     bool quitRequested() const { return m_quitRequested == 1; }
 
     // Any thread: where changes are told (see DirtyTracker).

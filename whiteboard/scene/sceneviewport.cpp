@@ -4,6 +4,7 @@
 #include <QTransform>
 
 #include <algorithm>
+#include <cmath>
 
 namespace whiteboard {
 
@@ -80,12 +81,22 @@ QRectF SceneViewport::viewportRect() const
                   QPointF((viewport.x() + viewport.width()) * W, (viewport.y() + viewport.height()) * H));
 }
 
+QTransform SceneViewport::sceneToView() const
+{
+    QTransform transform;
+    transform.scale(scale, scale);
+    transform.translate(-viewport.x() * sceneSize.width(), -viewport.y() * sceneSize.height());
+    transform.rotate(rotation);
+    const auto snap = [](double offset) { return std::round(offset * 65536.0) / 65536.0; };
+    transform.setMatrix(transform.m11(), transform.m12(), transform.m13(), transform.m21(), transform.m22(), transform.m23(),
+                        snap(transform.dx()), snap(transform.dy()), transform.m33());
+    return transform;
+}
+
 void SceneViewport::applyTo(QPainter* painter) const
 {
     painter->setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing | QPainter::SmoothPixmapTransform);
-    painter->scale(scale, scale);
-    painter->translate(-viewport.x() * sceneSize.width(), -viewport.y() * sceneSize.height());
-    painter->rotate(rotation);
+    painter->setTransform(sceneToView(), true);
 }
 
 QRectF SceneViewport::centred() const

@@ -5,6 +5,7 @@
 #include <QRectF>
 #include <QRegion>
 #include <QSize>
+#include <QTransform>
 
 class QPainter;
 
@@ -42,8 +43,14 @@ public:
     QPainterPath mapPathFromScene(const QPainterPath& path) const;
     // The viewport in scene units.
     QRectF viewportRect() const;
-    // Sets the painter up to paint scene units into the view: the hints of
-    // frames, the zoom, the viewport's offset and the rotation.
+    // Scene units to view units, as frames paint: the zoom, the viewport's
+    // offset and the rotation. The offset is snapped to 1/65536 of a view
+    // unit: a pan by whole pixels then moves it by exactly that many, so
+    // that kept pixels, scrolled, are those a fresh repaint gives (the
+    // rasterizer truncates, and a page edge at 399.9999999 instead of 400
+    // covers a different pixel).
+    QTransform sceneToView() const;
+    // Sets the painter up as frames paint: their hints and sceneToView().
     void applyTo(QPainter* painter) const;
 
     // The viewport of a view's first real size: the page centred.
@@ -59,6 +66,8 @@ public:
     bool keepsPageInSight(const QRectF& next) const;
     // The part of the view the page covers, in view pixels.
     QRegion pageRegion() const;
+    // Where the whole page lies, in view pixels, inside the view or not.
+    QRectF pageOnScreen() const { return pageOnScreen(viewport); }
 
     bool hasViewSize() const { return viewBounds.width() > 0 && viewBounds.height() > 0; }
     bool hasSceneSize() const { return sceneSize.width() >= 1 && sceneSize.height() >= 1; }

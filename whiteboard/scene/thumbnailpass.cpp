@@ -12,9 +12,9 @@
 
 namespace whiteboard {
 
-ThumbnailPass::ThumbnailPass(GraphicScene* scene, QObject* owner, DirtyTracker& dirt, PagePainter& painter)
+ThumbnailPass::ThumbnailPass(GraphicScene* scene, SceneRender* render, DirtyTracker& dirt, PagePainter& painter)
     : m_scene(scene)
-    , m_owner(owner)
+    , m_render(render)
     , m_dirt(dirt)
     , m_painter(painter)
     , m_recording(std::make_unique<PaintRecording>())
@@ -28,9 +28,9 @@ void ThumbnailPass::schedule()
     if (!m_dirt.thumbnailsDue())
         return;
     if (!m_timer) {
-        m_timer = new QTimer(m_owner);
+        m_timer = new QTimer(m_render);
         m_timer->setSingleShot(true);
-        QObject::connect(m_timer, &QTimer::timeout, m_owner, [this] { run(); });
+        QObject::connect(m_timer, &QTimer::timeout, m_render, [this] { run(); });
     }
     const qint64 wait = m_lastTime + kInterval - QDateTime::currentMSecsSinceEpoch();
     if (wait <= 0) {
@@ -116,9 +116,9 @@ bool ThumbnailPass::update()
         m_recording->record(PagePainter::itemsMeeting(scene, GraphicScene::ItemLayer, dirty, toThumbnail, scene.paintMargin()),
                             PagePainter::kRenderHints, scene.paintMargin());
     }
-    m_painter.paint(m_large, *m_recording, dirty, Qt::transparent, dirty, toThumbnail, [this] { return m_quit.load(); });
+    m_painter.paint(m_large, *m_recording, dirty, Qt::transparent, dirty, toThumbnail, [this] { return m_render->quitRequested(); });
     m_recording->clear();
-    if (m_quit) {
+    if (m_render->quitRequested()) {
         m_large = QImage();
         return false;
     }

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <memory>
 
-class QObject;
 class QTimer;
 
 namespace whiteboard {
@@ -17,6 +16,7 @@ class DirtyTracker;
 class GraphicScene;
 class PagePainter;
 class PaintRecording;
+class SceneRender;
 
 // The board's thumbnails: the large one repainted where the items changed,
 // at most kInterval after the change, the small one scaled from it; both
@@ -29,16 +29,14 @@ public:
     // The thumbnails may lag the view by this much.
     static constexpr int kInterval = 200;
 
-    // `owner` lives on the render thread; its timer does too.
-    ThumbnailPass(GraphicScene* scene, QObject* owner, DirtyTracker& dirt, PagePainter& painter);
+    // Its passes run on `render`'s thread and stop when it is asked to quit.
+    ThumbnailPass(GraphicScene* scene, SceneRender* render, DirtyTracker& dirt, PagePainter& painter);
     ~ThumbnailPass();
     ThumbnailPass(const ThumbnailPass&) = delete;
     ThumbnailPass& operator=(const ThumbnailPass&) = delete;
 
     // Any thread: passes run.
     int passes() const { return m_passes; }
-    // Set once by the scene's destructor: a pass stops at its next test.
-    void requestQuit() { m_quit = true; }
 
     // Render thread: arms or runs the pass so that it lags by kInterval at most.
     void schedule();
@@ -58,11 +56,10 @@ private:
     bool update() REQUIRES(m_mutex);
 
     GraphicScene* const m_scene;
-    QObject* const m_owner;
+    SceneRender* const m_render;
     DirtyTracker& m_dirt;
     PagePainter& m_painter;
     std::atomic<int> m_passes { 0 };
-    std::atomic<bool> m_quit { false };
     // Render thread only.
     QTimer* m_timer = nullptr;
     qint64 m_lastTime = 0;
