@@ -143,6 +143,21 @@ void tst_Render::dirtyListsPerLayer()
     for (int layer = 0; layer < GraphicScene::kLayerCount; ++layer)
         QCOMPARE(render->dirtyAreas(GraphicScene::SceneLayer(layer)).size(), layer == GraphicScene::ActiveLayer ? 2 : 1);
     QVERIFY(render->dirtyAreas(GraphicScene::AllLayers).isEmpty());
+
+    // A flood that no frame takes (a hostile stream, or one before the
+    // first frame) stays a few entries that still cover every change.
+    QRegion flooded;
+    for (int i = 0; i < 5000; ++i) {
+        const QRect rect((i * 37) % 1000, (i * 53) % 700, 5, 5);
+        render->makeDirty(rect, GraphicScene::ItemLayer);
+        flooded += rect;
+    }
+    const QList<DirtyArea> kept = render->dirtyAreas(GraphicScene::ItemLayer);
+    QVERIFY(kept.size() <= 64);
+    QRegion covered;
+    for (const DirtyArea& area : kept)
+        covered += area.region;
+    QCOMPARE(flooded - covered, QRegion());
 }
 
 void tst_Render::backgroundAndSurround()

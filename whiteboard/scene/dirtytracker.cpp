@@ -14,6 +14,10 @@ namespace {
 constexpr int kMaxQueryRects = 16;
 constexpr int kMaxFrameRects = 64;
 constexpr int kTile = 64;
+// Entries a layer keeps between two frames; a flood beyond (a stream of
+// received moves, or any change before the first frame) is kept as the
+// tiles it touches, so that what waits stays bounded whatever arrives.
+constexpr int kMaxListed = 64;
 
 // Adds `rect` to `region`, which turns into tiles beyond `maxRects` pieces:
 // once tiled, what is added is grown to the tiles it touches, so that the
@@ -59,12 +63,25 @@ void DirtyTracker::record(const DirtyArea& area, Layer layer)
     SceneLocker locker(&m_mutex);
     if (layer == GraphicScene::AllLayers) {
         for (int key = GraphicScene::BackgroundLayer; key < GraphicScene::kLayerCount; ++key)
-            m_areas[Layer(key)].append(area);
+            append(m_areas[Layer(key)], area);
     } else {
-        m_areas[layer].append(area);
+        append(m_areas[layer], area);
     }
     if (reachesThumbnails(layer) && !m_thumbnailWhole && area.isVisible())
         accumulate(m_thumbnailDirty, boundsOf(area), kMaxQueryRects);
+}
+
+void DirtyTracker::append(QList<DirtyArea>& list, const DirtyArea& area)
+{
+    list.append(area);
+    if (list.size() <= kMaxListed)
+        return;
+    QRegion merged;
+    for (const DirtyArea& each : std::as_const(list)) {
+        if (each.isVisible())
+            accumulate(merged, boundsOf(each), kMaxFrameRects);
+    }
+    list = { DirtyArea(merged) };
 }
 
 void DirtyTracker::makeDirty(const QRectF& rect, Layer layer)

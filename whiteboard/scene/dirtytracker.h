@@ -67,6 +67,9 @@ public:
     bool takeForThumbnails(bool* whole, QRegion* changed);
 
 private:
+    // Adds `area` to one layer's list, which a flood turns into one entry.
+    void append(QList<DirtyArea>& list, const DirtyArea& area) REQUIRES(m_mutex);
+
     SceneMutex m_mutex;
     QMap<Layer, QList<DirtyArea>> m_areas GUARDED_BY(m_mutex);
     // What the next frame repaints beside its lists.
