@@ -176,12 +176,17 @@ void WhiteboardView::setThumbnailSize(const QSize& size)
     emit thumbnailSizeChanged();
 }
 
+// The renderer holds it, as its pacing reads it on the render thread.
+int WhiteboardView::frameInterval() const
+{
+    return m_scene->renderer()->frameInterval();
+}
+
 void WhiteboardView::setFrameInterval(int interval)
 {
     interval = std::max(1, interval);
-    if (m_frameInterval == interval)
+    if (frameInterval() == interval)
         return;
-    m_frameInterval = interval;
     m_scene->renderer()->setFrameInterval(interval);
     emit frameIntervalChanged();
 }

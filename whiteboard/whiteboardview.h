@@ -75,7 +75,7 @@ public:
     bool isOwner() const { return m_isOwner; }
     void setIsOwner(bool isOwner);
     QSize thumbnailSize() const { return m_thumbnailSize; }
-    int frameInterval() const { return m_frameInterval; }
+    int frameInterval() const;
     void setFrameInterval(int interval);
     void setThumbnailSize(const QSize& size);
 
@@ -163,7 +163,6 @@ private:
     QString m_userName;
     bool m_isOwner = false;
     QSize m_thumbnailSize = QSize(1080, 720);
-    int m_frameInterval = 40;
     QPoint m_pressPoint;
     // Made on the first export that paints off the GUI thread.
     std::unique_ptr<whiteboard::SceneExport> m_export;
