@@ -24,6 +24,13 @@ LayerIndex* BoardState::index(Layer layer) const
     return layer >= 0 && layer < GraphicScene::kLayerCount ? m_indexes[layer].get() : nullptr;
 }
 
+QRectF BoardState::unfile(LayerIndex& index, Layer layer, GraphicItem& item)
+{
+    index.remove(&item);
+    item.setFiledIn(layer, false);
+    return item.boundary();
+}
+
 QRectF BoardState::add(Layer layer, const GraphicItemList& items)
 {
     LayerIndex* index = this->index(layer);
@@ -34,15 +41,12 @@ QRectF BoardState::add(Layer layer, const GraphicItemList& items)
         if (layer == GraphicScene::ItemLayer) {
             // One item per gid: an item already in holds its place, another
             // object of the gid gives way.
-            GidRecord& record = m_gids[item->gid()];
-            const QSharedPointer<GraphicItem> held = record.live ? record.item.toStrongRef() : QSharedPointer<GraphicItem>();
+            const QSharedPointer<GraphicItem> held = itemByGid(item->gid());
             if (held == item)
                 continue;
-            if (held) {
-                index->remove(held.data());
-                area = area.united(held->boundary());
-                held->setFiledIn(layer, false);
-            }
+            if (held)
+                area = area.united(unfile(*index, layer, *held));
+            GidRecord& record = m_gids[item->gid()];
             record.item = item;
             record.live = true;
         }
@@ -65,9 +69,7 @@ QRectF BoardState::remove(Layer layer, const GraphicItemList& items)
         return {};
     QRectF area;
     for (const QSharedPointer<GraphicItem>& item : items) {
-        index->remove(item.data());
-        area = area.united(item->boundary());
-        item->setFiledIn(layer, false);
+        area = area.united(unfile(*index, layer, *item));
         if (layer != GraphicScene::ItemLayer)
             continue;
         const auto record = m_gids.find(item->gid());

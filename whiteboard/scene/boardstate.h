@@ -81,6 +81,9 @@ public:
     GraphicItemList raiseClearMark(const Version& version, const qlonglong* userId);
 
 private:
+    // Takes `item` out of the index of `layer`; returns where it lay.
+    static QRectF unfile(LayerIndex& index, Layer layer, GraphicItem& item);
+
     std::array<std::unique_ptr<LayerIndex>, GraphicScene::kLayerCount> m_indexes;
     QHash<QString, GidRecord> m_gids;
     qint64 m_clock = 0;
